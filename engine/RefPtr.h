@@ -1,0 +1,3 @@
+#pragma once
+// The engine hands objects around with the base library's counted pointer.
+#include "base/Referenced.h"

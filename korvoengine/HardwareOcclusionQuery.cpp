@@ -1,0 +1,8 @@
+#include "engine/HardwareOcclusionQuery.h"
+
+namespace kv
+{
+
+CHardwareOcclusionQuery::~CHardwareOcclusionQuery() {}
+
+} // namespace kv

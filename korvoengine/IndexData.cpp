@@ -1,0 +1,8 @@
+#include "engine/IndexData.h"
+
+namespace kv
+{
+
+CIndexData::~CIndexData() {}
+
+} // namespace kv

@@ -1,0 +1,12 @@
+#include "engine/RenderRegister.h"
+
+namespace kv
+{
+
+CRenderRegister* GetRenderRegister()
+{
+    static CRenderRegister reg;
+    return &reg;
+}
+
+} // namespace kv

@@ -1,0 +1,8 @@
+#include "engine/VertexData.h"
+
+namespace kv
+{
+
+CVertexData::~CVertexData() {}
+
+} // namespace kv
