@@ -1,0 +1,791 @@
+#include "D3D9RenderSystem.h"
+#include "D3D9Mappings.h"
+#include "D3D9ShaderConstants.h"
+
+#include "engine/GfxTimerQuery.h"
+#include "engine/Globals.h"
+#include "engine/GpuProgram.h"
+#include "engine/HardwareOcclusionQuery.h"
+#include "engine/HardwarePixelBuffer.h"
+#include "engine/HardwareVertexBuffer.h"
+#include "engine/IndexData.h"
+#include "engine/MultiRenderTarget.h"
+#include "engine/VertexData.h"
+
+#include <cstring>
+
+GfxTimerQueryManager* g_pGfxTimerQueryManager = nullptr;
+
+namespace kv
+{
+
+CD3D9RenderSystem* GetD3D9RenderSystem()
+{
+    return static_cast<CD3D9RenderSystem*>(GetRenderSystem());
+}
+
+CD3D9RenderSystem::CD3D9RenderSystem()
+    : m_bAnisotropicFilter(false), m_nMaxAnisotropy(1), m_pD3D9(nullptr), m_pD3D9Device(nullptr), m_nAdapter(0),
+      m_adapterFormat(D3DFMT_UNKNOWN), m_pLockedReadbackSurface(nullptr), m_pResourceManager(nullptr),
+      m_pDriverList(nullptr), m_pCurrentVertexShader(nullptr), m_pCurrentPixelShader(nullptr),
+      m_pCurrentDepthStencil(nullptr), m_scissorRect(), m_bScissorEnabled(false), m_bStencilEnabled(false),
+      m_pCurrentIndexBuffer(nullptr), m_pCurrentVertexDeclaration(nullptr)
+{
+    std::memset(&m_d3dcaps, 0, sizeof(m_d3dcaps));
+    std::memset(&m_d3dpp, 0, sizeof(m_d3dpp));
+    for (IDirect3DSurface9*& s : m_pCurrentRenderTargets)
+        s = nullptr;
+    for (IDirect3DPixelShader9*& s : m_pComplexityShaders)
+        s = nullptr;
+
+    // A refused runtime is not checked here: BuildDevice reports it.
+    m_pD3D9 = Direct3DCreate9(D3D_SDK_VERSION);
+    // Still missing: the registry of device resources (D3D9ResourceManager) and
+    // the GPU timer query manager are made here once they exist.
+}
+
+CD3D9RenderSystem::~CD3D9RenderSystem()
+{
+    // Still missing: deleting the timer query manager (g_pGfxTimerQueryManager).
+    g_pGfxTimerQueryManager = nullptr;
+
+    for (IDirect3DPixelShader9*& shader : m_pComplexityShaders)
+    {
+        if (shader)
+        {
+            shader->Release();
+            shader = nullptr;
+        }
+    }
+
+    // Still missing: deleting the D3D9DriverList.
+    m_pDriverList = nullptr;
+
+    for (auto& entry : m_mapReadbackSurfaces)
+        if (entry.second)
+            entry.second->Release();
+    m_mapReadbackSurfaces.clear();
+    m_pLockedReadbackSurface = nullptr;
+
+    // Still missing: notifyOnDeviceDestroy on every registered resource and the
+    // registry's leak report, which must come before the device goes.
+    m_pResourceManager = nullptr;
+
+    if (m_pD3D9Device)
+    {
+        m_pD3D9Device->Release();
+        m_pD3D9Device = nullptr;
+    }
+    if (m_pD3D9)
+    {
+        m_pD3D9->Release();
+        m_pD3D9 = nullptr;
+    }
+
+    m_mapDepthStencilFormats.clear();
+    m_renderStates.clear();
+    m_samplerStates.clear();
+    m_textures.clear();
+    m_streamBuffers.clear();
+    m_streamOffsets.clear();
+    m_streamFrequencies.clear();
+    m_frameNesting.clear();
+    m_pActiveDepthBuffer = nullptr;
+}
+
+bool CD3D9RenderSystem::Init(HWND hWnd, unsigned width, unsigned height, bool fullScreen, bool vsync, unsigned fsaa)
+{
+    // Step 1 still missing: the HLSL compile thread (CD3D9HLSLCompileThread),
+    // stored in g_pCompileThread and started here.
+
+    // Steps 2 and 3 still missing: the main CD3D9RenderWindow is made here and
+    // its Init called with all six arguments; on refusal m_pMainWindow is
+    // dropped, "Failed to CreateRenderWindow" logged and false returned.
+    (void)hWnd;
+    (void)width;
+    (void)height;
+    (void)fullScreen;
+
+    if (!BuildDevice(vsync, fsaa))
+    {
+        LogError("Failed to BuildDevice");
+        return false;
+    }
+    if (!BuildDeviceCapabilities())
+    {
+        LogError("Failed to BuildDeviceCapabilities");
+        return false;
+    }
+    // Step 6 still missing: m_pMainWindow->BuildMainWindow(), which logs
+    // "Failed to m_pMainWindow->BuildMainWindow" when it refuses.
+    return true;
+}
+
+bool CD3D9RenderSystem::BuildDevice(bool vsync, unsigned fsaa)
+{
+    (void)vsync;
+    (void)fsaa;
+    if (!m_pD3D9)
+    {
+        LogError("Cannot Create D3D9");
+        return false;
+    }
+
+    m_nAdapter = 0;
+    const D3DDEVTYPE type = D3DDEVTYPE_HAL;
+
+    unsigned count = m_pD3D9->GetAdapterCount();
+    LogInfo("AdapterCount:%d", static_cast<int>(count));
+    for (unsigned i = 0; i < count; ++i)
+    {
+        D3DADAPTER_IDENTIFIER9 id;
+        if (FAILED(m_pD3D9->GetAdapterIdentifier(i, 0, &id)))
+            continue;
+        LogInfo("===========================\nAdapter #%d", static_cast<int>(i));
+        LogInfo("Driver: %s", id.Driver);
+        LogInfo("Description: %s", id.Description);
+        LogInfo("DeviceName: %s", id.DeviceName);
+        LogInfo("VendorId: 0x%08x, DeviceId: 0x%08x, SubSysId: 0x%08x, Revision: 0x%08x",
+                static_cast<unsigned>(id.VendorId), static_cast<unsigned>(id.DeviceId),
+                static_cast<unsigned>(id.SubSysId), static_cast<unsigned>(id.Revision));
+    }
+
+    HRESULT hr = m_pD3D9->GetDeviceCaps(m_nAdapter, type, &m_d3dcaps);
+    if (FAILED(hr))
+    {
+        LogError("Failed to m_pD3D9->GetDeviceCaps:%d, %s, %s", static_cast<int>(hr), DXGetErrorString(hr),
+                 DXGetErrorDescription(hr));
+        return false;
+    }
+    m_nAdapter = m_d3dcaps.AdapterOrdinal;
+
+    D3DDISPLAYMODE mode;
+    hr = m_pD3D9->GetAdapterDisplayMode(m_nAdapter, &mode);
+    if (FAILED(hr))
+    {
+        LogError("Failed to m_pD3D9->GetAdapterDisplayMode:%d, %d, %s, %s", static_cast<int>(m_nAdapter),
+                 static_cast<int>(hr), DXGetErrorString(hr), DXGetErrorDescription(hr));
+        return false;
+    }
+    m_adapterFormat = mode.Format;
+
+    if (!(m_d3dcaps.DevCaps & D3DDEVCAPS_HWTRANSFORMANDLIGHT))
+        LogError("Cannot use hardware vertexprocessing");
+
+    // Still missing from here: the main window's present parameters, the
+    // device itself, the state caches and the restored states. Until the
+    // render window exists there is no device to make.
+    LogError("BuildDevice: the device cannot be made yet, render windows are not built");
+    return false;
+}
+
+bool CD3D9RenderSystem::BuildDeviceCapabilities()
+{
+    // Still missing: filling m_pCapabilities from the device and telling the
+    // engine through OnBuildDeviceCapabilities.
+    LogError("BuildDeviceCapabilities: capability detection is not built yet");
+    return false;
+}
+
+bool CD3D9RenderSystem::Reset(HWND hWnd, unsigned width, unsigned height, bool fullScreen, bool vsync, unsigned fsaa)
+{
+    // Still missing: when the main window is meant, the device reset follows.
+    return CRenderSystem::Reset(hWnd, width, height, fullScreen, vsync, fsaa);
+}
+
+bool CD3D9RenderSystem::IsDeviceLost()
+{
+    // Without a device there is nothing to draw on. Still missing: the reset
+    // of a resettable device when no frame is open.
+    if (!m_pD3D9Device)
+        return true;
+    return m_pD3D9Device->TestCooperativeLevel() != D3D_OK;
+}
+
+bool CD3D9RenderSystem::ResetDevice(bool, unsigned)
+{
+    // Still missing: the release of device resources, IDirect3DDevice9::Reset
+    // and the rebuild.
+    LogError("ResetDevice: device reset is not built yet");
+    return false;
+}
+
+bool CD3D9RenderSystem::IsDeviceAvailable()
+{
+    return !IsDeviceLost();
+}
+
+void CD3D9RenderSystem::ApplyTextureAnisotropy()
+{
+    if (IsDeviceLost())
+        return;
+    for (unsigned unit = 0; unit < kTextureUnits; ++unit)
+        _setTextureLayerAnisotropy(unit, static_cast<unsigned>(m_nMaxAnisotropy));
+}
+
+void CD3D9RenderSystem::OnFrameUpdate() {}
+
+bool CD3D9RenderSystem::_beginFrame()
+{
+    if (!m_frameNesting.empty())
+    {
+        m_frameNesting.push_back(1);
+        return true;
+    }
+    // Without a device a scene cannot open: the same answer as a refused BeginScene.
+    if (!m_pD3D9Device || FAILED(m_pD3D9Device->BeginScene()))
+        return false;
+    m_frameNesting.push_back(1);
+    m_bDepthBufferCleared = false;
+    return true;
+}
+
+void CD3D9RenderSystem::_endFrame()
+{
+    if (m_frameNesting.empty())
+        return; // a caller without a matching successful _beginFrame
+    m_frameNesting.pop_back();
+    if (m_frameNesting.empty() && m_pD3D9Device)
+        m_pD3D9Device->EndScene();
+}
+
+void CD3D9RenderSystem::_resetStateCaches()
+{
+    m_pCurrentVertexShader = reinterpret_cast<IDirect3DVertexShader9*>(static_cast<uintptr_t>(kUnknownState));
+    m_pCurrentPixelShader = reinterpret_cast<IDirect3DPixelShader9*>(static_cast<uintptr_t>(kUnknownState));
+
+    m_renderStates.assign(kRenderStateCount, kUnknownState);
+    m_samplerStates.assign(kSamplerCount, std::vector<uint32_t>(kSamplerStateCount, kUnknownState));
+    m_textures.assign(kSamplerCount, reinterpret_cast<IDirect3DBaseTexture9*>(static_cast<uintptr_t>(kUnknownState)));
+
+    m_pCurrentIndexBuffer = reinterpret_cast<IDirect3DIndexBuffer9*>(static_cast<uintptr_t>(kUnknownState));
+    m_pCurrentVertexDeclaration =
+        reinterpret_cast<IDirect3DVertexDeclaration9*>(static_cast<uintptr_t>(kUnknownState));
+
+    m_streamBuffers.assign(kStreamCount,
+                           reinterpret_cast<IDirect3DVertexBuffer9*>(static_cast<uintptr_t>(kUnknownState)));
+    m_streamOffsets.assign(kStreamCount, 0);
+    m_streamFrequencies.assign(kStreamCount, 1);
+
+    // Every component gets a value no program writes, so the next write of any
+    // value is queued.
+    float unknown;
+    const uint32_t bits = kUnknownConstant;
+    std::memcpy(&unknown, &bits, sizeof(unknown));
+    for (int r = 0; r < kVertexConstantRegisters; ++r)
+    {
+        g_VSDirtyRegisters[r] = 0;
+        for (float& c : g_VSConstantShadow[r])
+            c = unknown;
+    }
+    for (int r = 0; r < kPixelConstantRegisters; ++r)
+    {
+        g_PSDirtyRegisters[r] = 0;
+        for (float& c : g_PSConstantShadow[r])
+            c = unknown;
+    }
+    g_nVSDirtyCount = 0;
+    g_nPSDirtyCount = 0;
+
+    m_pCurrentDepthStencil = reinterpret_cast<IDirect3DSurface9*>(static_cast<uintptr_t>(kUnknownState));
+    for (IDirect3DSurface9*& s : m_pCurrentRenderTargets)
+        s = reinterpret_cast<IDirect3DSurface9*>(static_cast<uintptr_t>(kUnknownState));
+}
+
+void CD3D9RenderSystem::_restoreDeviceStates()
+{
+    if (m_pD3D9Device)
+        D3D9Verify(m_pD3D9Device->GetScissorRect(&m_scissorRect));
+    SetCullingMode(m_cullingMode);
+    SetFillMode(m_polygonMode);
+    SetDepthBias(m_fDepthBiasConstant, m_fDepthBiasSlope);
+    SetPointSpritesEnabled(m_bPointSprites);
+}
+
+void CD3D9RenderSystem::_setRenderState(D3DRENDERSTATETYPE state, DWORD value)
+{
+    // The shadows are filled when the device is made; before that there is
+    // nothing to set.
+    if (static_cast<unsigned>(state) >= m_renderStates.size())
+        return;
+    if (m_renderStates[state] == value)
+        return;
+    D3D9Verify(m_pD3D9Device->SetRenderState(state, value), "Failed to SetRenderState");
+    m_renderStates[state] = value;
+}
+
+void CD3D9RenderSystem::_setSamplerState(DWORD sampler, D3DSAMPLERSTATETYPE type, DWORD value)
+{
+    if (sampler >= m_samplerStates.size() || static_cast<unsigned>(type) >= m_samplerStates[sampler].size())
+        return;
+    if (m_samplerStates[sampler][type] == value)
+        return;
+    D3D9Verify(m_pD3D9Device->SetSamplerState(sampler, type, value), "Failed to SetSamplerState");
+    m_samplerStates[sampler][type] = value;
+}
+
+// --- Viewport, targets and clear: still missing (binding, viewport, scissor, clear).
+
+void CD3D9RenderSystem::_setViewport(const CViewport& viewport, unsigned, const CColour*, float, unsigned char)
+{
+    m_viewport = viewport;
+}
+
+void CD3D9RenderSystem::_setViewportRect(int, int, int, int, float, float) {}
+
+void CD3D9RenderSystem::_setRenderTarget(CRenderTarget*) {}
+
+ref_ptr<CDepthBuffer> CD3D9RenderSystem::_createDepthBufferFor(CRenderTarget*)
+{
+    // Still missing: the plug-in's depth buffers.
+    return ref_ptr<CDepthBuffer>();
+}
+
+void CD3D9RenderSystem::ClearFrameBuffer(unsigned, const CColour*, float, unsigned char) {}
+
+void CD3D9RenderSystem::_disableTextureUnits()
+{
+    for (unsigned unit = 0; unit < kTextureUnits; ++unit)
+        SetTexture(unit, nullptr, SamplerState::S_2LINEAR_2CLAMP);
+}
+
+// --- Streams and draws: still missing (stream binding, indices, draw calls and statistics).
+
+void CD3D9RenderSystem::SetVertexBuffers(unsigned, const CVertexData*, unsigned) {}
+
+void CD3D9RenderSystem::SetVertexBuffer(const CVertexData* data)
+{
+    SetVertexBuffers(0, data, 0);
+}
+
+void CD3D9RenderSystem::SetIndexBuffer(CHardwareIndexBuffer*) {}
+void CD3D9RenderSystem::DrawPrimitive(PrimitiveType, const CVertexData*, const CIndexData*, unsigned, bool) {}
+void CD3D9RenderSystem::DrawPrimitiveUP(PrimitiveType, unsigned, const void*, unsigned, CVertexDeclaration*, unsigned)
+{
+}
+void CD3D9RenderSystem::DrawIndexedPrimitiveUP(PrimitiveType, unsigned, unsigned, const void*, IndexType, const void*,
+                                               unsigned, CVertexDeclaration*, unsigned)
+{
+}
+
+// Reserved operations: no work in this system, kept for their places in the table.
+void CD3D9RenderSystem::DrawReserved3(unsigned, unsigned, unsigned) {}
+void CD3D9RenderSystem::DrawReserved5(unsigned, unsigned, unsigned, unsigned, unsigned) {}
+void CD3D9RenderSystem::DrawReserved2(unsigned, unsigned) {}
+
+// --- Render and sampler states.
+
+void CD3D9RenderSystem::SetTexture(unsigned, CTexture*, const SamplerState&)
+{
+    // Still missing: the shadowed texture binding and its sampler states.
+}
+
+void CD3D9RenderSystem::SetScissorRect(const RECT*)
+{
+    // Still missing: the scissor rectangle.
+}
+
+void CD3D9RenderSystem::SetScissorTestEnabled(bool enabled)
+{
+    _setRenderState(D3DRS_SCISSORTESTENABLE, enabled ? TRUE : FALSE);
+    m_bScissorEnabled = enabled;
+}
+
+bool CD3D9RenderSystem::GetScissorTestEnabled()
+{
+    return m_bScissorEnabled;
+}
+
+void CD3D9RenderSystem::GetScissorRect(RECT* rect)
+{
+    if (rect)
+        *rect = m_scissorRect;
+}
+
+void CD3D9RenderSystem::SetMultiSampleAntiAlias(bool enabled)
+{
+    _setRenderState(D3DRS_MULTISAMPLEANTIALIAS, enabled ? TRUE : FALSE);
+}
+
+void CD3D9RenderSystem::SetFillMode(FillMode mode)
+{
+    // Still missing: render state 8 through the fill mode mapping.
+    m_polygonMode = mode;
+}
+
+FillMode CD3D9RenderSystem::GetFillMode()
+{
+    return m_polygonMode;
+}
+
+void CD3D9RenderSystem::SetStencilEnabled(bool enabled)
+{
+    // Still missing: render state 52 when the value changes.
+    m_bStencilEnabled = enabled;
+}
+
+bool CD3D9RenderSystem::GetStencilEnabled()
+{
+    return m_bStencilEnabled;
+}
+
+void CD3D9RenderSystem::SetStencilState(CompareFunction, unsigned, unsigned, unsigned, StencilOperation,
+                                        StencilOperation, StencilOperation, bool)
+{
+    // Still missing: the stencil render states.
+}
+
+void CD3D9RenderSystem::SetDepthBias(float constant, float slope)
+{
+    // Still missing: render states 195 and 175 as the caps allow.
+    m_fDepthBiasConstant = constant;
+    m_fDepthBiasSlope = slope;
+}
+
+void CD3D9RenderSystem::GetDepthBias(float* constant, float* slope)
+{
+    if (constant)
+        *constant = m_fDepthBiasConstant;
+    if (slope)
+        *slope = m_fDepthBiasSlope;
+}
+
+void CD3D9RenderSystem::SetAnisotropy(bool enabled, int level)
+{
+    // Stored only: the samplers see the level at ApplyTextureAnisotropy.
+    m_bAnisotropicFilter = enabled;
+    m_nMaxAnisotropy = level;
+}
+
+void CD3D9RenderSystem::GetAnisotropy(bool* enabled, int* level)
+{
+    if (enabled)
+        *enabled = m_bAnisotropicFilter;
+    if (level)
+        *level = m_nMaxAnisotropy;
+}
+
+void CD3D9RenderSystem::SetSRGBWriteEnabled(bool)
+{
+    // Still missing: render state 194, false without the capability.
+}
+
+void CD3D9RenderSystem::SetDepthCheckEnabled(bool enabled)
+{
+    _setRenderState(D3DRS_ZENABLE, enabled ? D3DZB_TRUE : D3DZB_FALSE);
+}
+
+bool CD3D9RenderSystem::GetDepthCheckEnabled()
+{
+    return m_renderStates.size() > D3DRS_ZENABLE && m_renderStates[D3DRS_ZENABLE] == 1;
+}
+
+void CD3D9RenderSystem::SetDepthWriteEnabled(bool)
+{
+    // Still missing: render state 14 and the depth-cleared flag.
+}
+
+bool CD3D9RenderSystem::GetDepthWriteEnabled()
+{
+    return m_renderStates.size() > D3DRS_ZWRITEENABLE && m_renderStates[D3DRS_ZWRITEENABLE] == 1;
+}
+
+void CD3D9RenderSystem::SetDepthFunction(CompareFunction)
+{
+    // Still missing: render state 23 through the compare mapping.
+}
+
+void CD3D9RenderSystem::SetCullingMode(CullingMode mode)
+{
+    // Still missing: render state 22 through the cull mapping.
+    m_cullingMode = mode;
+}
+
+CullingMode CD3D9RenderSystem::GetCullingMode()
+{
+    return m_cullingMode;
+}
+
+void CD3D9RenderSystem::SetColourWriteEnabled(bool, bool, bool, bool)
+{
+    // Still missing: render states 168, 190, 191 and 192.
+}
+
+void CD3D9RenderSystem::SetSceneBlending(BlendFactor, BlendFactor, BlendOperation)
+{
+    // Still missing: the blend states.
+}
+
+void CD3D9RenderSystem::SetSeparateSceneBlending(BlendFactor, BlendFactor, BlendFactor, BlendFactor, BlendOperation,
+                                                 BlendOperation)
+{
+    // Still missing: the separate blend states.
+}
+
+void CD3D9RenderSystem::SetBlendFactor(const CColour* colour)
+{
+    if (colour)
+        _setRenderState(D3DRS_BLENDFACTOR, colour->toD3DColor());
+}
+
+void CD3D9RenderSystem::StateReserved3(unsigned, unsigned, unsigned) {}
+
+void CD3D9RenderSystem::SetPointSpritesEnabled(bool enabled)
+{
+    _setRenderState(D3DRS_POINTSPRITEENABLE, enabled ? TRUE : FALSE);
+    m_bPointSprites = enabled;
+}
+
+bool CD3D9RenderSystem::GetPointSpritesEnabled()
+{
+    return m_bPointSprites;
+}
+
+void CD3D9RenderSystem::SetClipPlane(unsigned char, float, float, float, float)
+{
+    // Still missing: the device clip plane.
+}
+
+void CD3D9RenderSystem::EnableClipPlane(unsigned char, bool)
+{
+    // Still missing: the bit of render state 152.
+}
+
+void CD3D9RenderSystem::SetInvertVertexWinding(bool invert)
+{
+    m_bInvertVertexWinding = invert;
+}
+
+// --- Factories. Each hands the caller one reference.
+
+ref_ptr<CVertexDeclaration> CD3D9RenderSystem::CreateVertexDeclaration(const VertexElement*, int)
+{
+    // Still missing: CD3D9VertexDeclaration.
+    return ref_ptr<CVertexDeclaration>();
+}
+
+ref_ptr<CHardwareVertexBuffer> CD3D9RenderSystem::CreateHardwareVertexBuffer(unsigned, unsigned,
+                                                                             CHardwareBuffer::Usage, const void*)
+{
+    // Still missing: CD3D9HardwareVertexBuffer, made with the system memory flag false.
+    return ref_ptr<CHardwareVertexBuffer>();
+}
+
+ref_ptr<CHardwareIndexBuffer> CD3D9RenderSystem::CreateHardwareIndexBuffer(IndexType, unsigned,
+                                                                           CHardwareBuffer::Usage, const void*)
+{
+    // Still missing: CD3D9HardwareIndexBuffer, made with the system memory flag false.
+    return ref_ptr<CHardwareIndexBuffer>();
+}
+
+ref_ptr<CReferenced> CD3D9RenderSystem::CreateReservedBuffer(unsigned, unsigned, unsigned, unsigned, unsigned)
+{
+    return ref_ptr<CReferenced>();
+}
+
+ref_ptr<CGpuProgram> CD3D9RenderSystem::CreateGpuProgram(const char* name)
+{
+    // Still missing: CD3D9HLSLProgram and its Load; until then no program can be made.
+    LogError("Failed to CreateGpuProgram:%s", name ? name : "");
+    return ref_ptr<CGpuProgram>();
+}
+
+ref_ptr<CTexture> CD3D9RenderSystem::CreateTextureManual(TextureType, unsigned width, unsigned height, unsigned,
+                                                         int, PixelFormat format, unsigned, unsigned char, bool)
+{
+    // Still missing: CD3D9Texture and its LoadManual.
+    LogError("Failed to CreateTexture Manual:%d %d %d", static_cast<int>(width), static_cast<int>(height),
+             static_cast<int>(format));
+    return ref_ptr<CTexture>();
+}
+
+ref_ptr<CTexture> CD3D9RenderSystem::CreateTextureFromMemory(const char* name, void*, int, TextureType, int, bool)
+{
+    // Still missing: CD3D9Texture and the memory form of its Load.
+    LogError("Failed to CreateTextureFromMemory:%s", name ? name : "");
+    return ref_ptr<CTexture>();
+}
+
+ref_ptr<CTexture> CD3D9RenderSystem::CreateTexture(const char* name, TextureType, int, bool)
+{
+    // Still missing: CD3D9Texture and the file form of its Load.
+    LogError("Failed to CreateTexture:%s", name ? name : "");
+    return ref_ptr<CTexture>();
+}
+
+ref_ptr<CTexture> CD3D9RenderSystem::CreateReservedTexture(unsigned, unsigned, unsigned, unsigned, unsigned, unsigned,
+                                                           unsigned, unsigned, unsigned, unsigned)
+{
+    return ref_ptr<CTexture>();
+}
+
+void CD3D9RenderSystem::ReservedCall12(unsigned, unsigned, unsigned, unsigned, unsigned, unsigned, unsigned, unsigned,
+                                       unsigned, unsigned, unsigned, unsigned)
+{
+}
+
+void CD3D9RenderSystem::ReservedCall2(unsigned, unsigned) {}
+
+ref_ptr<CRenderWindow> CD3D9RenderSystem::CreateRenderWindow(HWND hWnd, unsigned width, unsigned height, bool)
+{
+    if (!hWnd || width == 0 || height == 0)
+        return ref_ptr<CRenderWindow>();
+    // Still missing: CD3D9RenderWindow, its Init (vsync false, fsaa 0) and
+    // BuildSwapChain. A window that cannot be made is null without a message.
+    return ref_ptr<CRenderWindow>();
+}
+
+ref_ptr<CMultiRenderTarget> CD3D9RenderSystem::CreateMultiRenderTarget()
+{
+    // Still missing: CD3D9MultiRenderTarget.
+    return ref_ptr<CMultiRenderTarget>();
+}
+
+ref_ptr<CHardwareOcclusionQuery> CD3D9RenderSystem::CreateHardwareOcclusionQuery()
+{
+    // Still missing: CD3D9HardwareOcclusionQuery.
+    return ref_ptr<CHardwareOcclusionQuery>();
+}
+
+// --- Read-back.
+
+bool CD3D9RenderSystem::ScreenShotToMemory(void**, unsigned*, unsigned*)
+{
+    // Still missing: screenshots into memory.
+    return false;
+}
+
+bool CD3D9RenderSystem::ScreenShot(const char*, float, const RECT*)
+{
+    // Still missing: screenshots into files.
+    return false;
+}
+
+bool CD3D9RenderSystem::BeginGetRenderTargetData(CHardwarePixelBuffer*, void**, int*)
+{
+    // Still missing: read-back of render targets.
+    return false;
+}
+
+void CD3D9RenderSystem::EndGetRenderTargetData()
+{
+    if (m_pLockedReadbackSurface)
+        m_pLockedReadbackSurface->UnlockRect();
+}
+
+CDriverList* CD3D9RenderSystem::GetDriverList()
+{
+    // Still missing: D3D9DriverList, made at the first call and kept.
+    return nullptr;
+}
+
+// --- Profiler events: still missing (D3DPERF events and markers).
+
+void CD3D9RenderSystem::BeginEvent(const char*) {}
+void CD3D9RenderSystem::EndEvent() {}
+void CD3D9RenderSystem::SetMarker(const char*) {}
+
+DWORD CD3D9RenderSystem::TextureUsageToD3D(unsigned usage)
+{
+    if (usage & TU_DEPTHSTENCIL)
+        return D3DUSAGE_DEPTHSTENCIL;
+    if (usage & TU_RENDERTARGET)
+        return D3DUSAGE_RENDERTARGET;
+    if (usage & TU_DYNAMIC)
+        return D3DUSAGE_DYNAMIC;
+    if (usage & TU_STATIC)
+        return 0;
+    return usage;
+}
+
+bool CD3D9RenderSystem::CheckTextureFormat(PixelFormat format, unsigned usage)
+{
+    if (!m_pD3D9)
+        return false;
+    HRESULT hr = m_pD3D9->CheckDeviceFormat(m_nAdapter, m_d3dcaps.DeviceType, m_adapterFormat,
+                                            TextureUsageToD3D(usage), D3DRTYPE_TEXTURE,
+                                            D3D9Mappings::toD3DFormat(format));
+    // Only exactly D3D_OK counts: a positive success code is a refusal here.
+    return hr == D3D_OK;
+}
+
+unsigned CD3D9RenderSystem::ReservedQuery1(unsigned)
+{
+    return 0;
+}
+
+void CD3D9RenderSystem::ReservedCall3(unsigned, unsigned, unsigned) {}
+void CD3D9RenderSystem::ReservedCall1A(unsigned) {}
+
+unsigned CD3D9RenderSystem::ReservedQuery0()
+{
+    return 0;
+}
+
+void CD3D9RenderSystem::ReservedCall1B(unsigned) {}
+
+// --- GPU timer queries.
+
+GfxTimerQuery* CD3D9RenderSystem::CreateTimerQuery()
+{
+    // Still missing: the timer query manager that makes the queries.
+    return nullptr;
+}
+
+void CD3D9RenderSystem::DestroyTimerQuery(GfxTimerQuery* query)
+{
+    delete query; // null is ignored
+}
+
+void CD3D9RenderSystem::BeginTimerQueryFrame()
+{
+    // Still missing: the manager's frame start, when m_bTimerQuery is set.
+}
+
+void CD3D9RenderSystem::EndTimerQueryFrame()
+{
+    // Still missing: the manager's frame end, when m_bTimerQuery is set.
+}
+
+IDirect3DDevice9* CD3D9RenderSystem::GetD3D9Device()
+{
+    return m_pD3D9Device;
+}
+
+void CD3D9RenderSystem::ReservedHookA() {}
+void CD3D9RenderSystem::ReservedHookB() {}
+
+void CD3D9RenderSystem::_setTextureUnitFilter(unsigned, FilterType, FilterOptions)
+{
+    // Still missing: the sampler filter state through the filter mappings.
+}
+
+void CD3D9RenderSystem::_setTextureLayerAnisotropy(unsigned unit, unsigned level)
+{
+    if (level > m_d3dcaps.MaxAnisotropy)
+        level = m_d3dcaps.MaxAnisotropy;
+    _setSamplerState(unit, D3DSAMP_MAXANISOTROPY, level);
+}
+
+void CD3D9RenderSystem::_setTextureAddressingModeUV(unsigned, TextureAddressMode, TextureAddressMode)
+{
+    // Still missing: sampler states 1 and 2 through the address mapping.
+}
+
+void CD3D9RenderSystem::_setTextureAddressingModeW(unsigned, TextureAddressMode)
+{
+    // Still missing: sampler state 3 through the address mapping.
+}
+
+void CD3D9RenderSystem::_setTextureBorderColour(unsigned unit, const CColour* colour)
+{
+    if (colour)
+        _setSamplerState(unit, D3DSAMP_BORDERCOLOR, colour->toD3DColor());
+}
+
+void CD3D9RenderSystem::_setTextureMipmapBias(unsigned, float)
+{
+    // Still missing: sampler state 8, forced to 0 without the capability.
+}
+
+} // namespace kv
