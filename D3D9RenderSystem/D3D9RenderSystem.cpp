@@ -1,5 +1,7 @@
 #include "D3D9RenderSystem.h"
+#include "D3D9DriverList.h"
 #include "D3D9Mappings.h"
+#include "D3D9ResourceManager.h"
 #include "D3D9ShaderConstants.h"
 
 #include "engine/GfxTimerQuery.h"
@@ -40,8 +42,9 @@ CD3D9RenderSystem::CD3D9RenderSystem()
 
     // A refused runtime is not checked here: BuildDevice reports it.
     m_pD3D9 = Direct3DCreate9(D3D_SDK_VERSION);
-    // Still missing: the registry of device resources (D3D9ResourceManager) and
-    // the GPU timer query manager are made here once they exist.
+    // Before any device: resources made ahead of Init register already.
+    m_pResourceManager = new D3D9ResourceManager;
+    // Still missing: the GPU timer query manager is made here once it exists.
 }
 
 CD3D9RenderSystem::~CD3D9RenderSystem()
@@ -58,7 +61,7 @@ CD3D9RenderSystem::~CD3D9RenderSystem()
         }
     }
 
-    // Still missing: deleting the D3D9DriverList.
+    delete m_pDriverList;
     m_pDriverList = nullptr;
 
     for (auto& entry : m_mapReadbackSurfaces)
@@ -67,9 +70,14 @@ CD3D9RenderSystem::~CD3D9RenderSystem()
     m_mapReadbackSurfaces.clear();
     m_pLockedReadbackSurface = nullptr;
 
-    // Still missing: notifyOnDeviceDestroy on every registered resource and the
-    // registry's leak report, which must come before the device goes.
-    m_pResourceManager = nullptr;
+    // The resources give up their Direct3D objects while the device still
+    // lives; deleting the registry reports whatever is still alive.
+    if (m_pResourceManager)
+    {
+        m_pResourceManager->notifyOnDeviceDestroy();
+        delete m_pResourceManager;
+        m_pResourceManager = nullptr;
+    }
 
     if (m_pD3D9Device)
     {
@@ -675,8 +683,10 @@ void CD3D9RenderSystem::EndGetRenderTargetData()
 
 CDriverList* CD3D9RenderSystem::GetDriverList()
 {
-    // Still missing: D3D9DriverList, made at the first call and kept.
-    return nullptr;
+    // Enumeration reads the device type of m_d3dcaps: meant for after Init.
+    if (!m_pDriverList)
+        m_pDriverList = new D3D9DriverList(m_pD3D9);
+    return m_pDriverList;
 }
 
 // --- Profiler events: still missing (D3DPERF events and markers).
