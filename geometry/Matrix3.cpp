@@ -621,11 +621,14 @@ float Matrix3::MaxCubicRoot(float c0, float c1, float c2)
     const float discr = c2 * c2 - 3.0f * c1;
     if (discr <= 1e-6f) return c2 * -0.33333334f;
 
-    // Start right of the largest root: at 1 if the polynomial is already positive there,
-    // else at a bound on the roots' size.
+    // Newton's method must start right of the largest root, where the cubic rises and is
+    // convex, or it settles on a smaller root. 1 is such a start when the cubic is not
+    // negative there and 1 lies past its local minimum; otherwise start from a bound on the
+    // size of every root.
     float x = 1.0f;
     const float poly1 = 1.0f + c2 + c1 + c0;
-    if (poly1 < 0.0f) {
+    const float localMin = (-c2 + std::sqrt(discr)) * 0.33333334f;
+    if (poly1 < 0.0f || localMin > 1.0f) {
         x = std::fabs(c0);
         const float t1 = 1.0f + std::fabs(c1);
         if (t1 > x) x = t1;

@@ -1,0 +1,62 @@
+#pragma once
+// Seeded random inputs and tolerance checks shared by the geometry suites.
+#include <algorithm>
+#include <cmath>
+#include <random>
+
+#include "geometry/Matrix3.h"
+#include "geometry/Quaternion.h"
+
+namespace geomtest {
+
+inline float MaxAbsDiff(const kv::Matrix3& a, const kv::Matrix3& b)
+{
+    float e = 0.0f;
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c) e = std::max(e, std::fabs(a.m[r][c] - b.m[r][c]));
+    return e;
+}
+
+inline float FrobeniusNorm(const kv::Matrix3& a)
+{
+    float s = 0.0f;
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c) s += a.m[r][c] * a.m[r][c];
+    return std::sqrt(s);
+}
+
+// How far m^T m is from the identity.
+inline float Orthonormality(const kv::Matrix3& m)
+{
+    return MaxAbsDiff(m.Transpose() * m, kv::Matrix3::IDENTITY);
+}
+
+inline kv::Matrix3 RandomMatrix(std::mt19937& rng, float range = 1.0f)
+{
+    std::uniform_real_distribution<float> u(-range, range);
+    kv::Matrix3 m;
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c) m.m[r][c] = u(rng);
+    return m;
+}
+
+// Random but not nearly singular: |det| at least a tenth of what a matrix of that size
+// could have. The closed-form 2x2 steps lose accuracy as a block nears singularity.
+inline kv::Matrix3 RandomWellConditioned(std::mt19937& rng)
+{
+    for (;;) {
+        const kv::Matrix3 m = RandomMatrix(rng);
+        const float n = FrobeniusNorm(m);
+        if (std::fabs(m.Determinant()) > 0.1f * n * n * n / 5.196f) return m;
+    }
+}
+
+inline kv::Quaternion RandomUnitQuaternion(std::mt19937& rng)
+{
+    std::normal_distribution<float> g(0.0f, 1.0f);
+    kv::Quaternion q(g(rng), g(rng), g(rng), g(rng));
+    q.Normalise();
+    return q;
+}
+
+}  // namespace geomtest
