@@ -32,11 +32,15 @@ Vector3 Matrix4::operator*(const Vector3& v) const
 
 void Matrix4::Concatenate(const Matrix4& other, Matrix4& result) const
 {
-    result = IDENTITY;
+    // Built in a local first: the compiler need not reload the factors after every store
+    // in case result overlaps them, and an overlapping result still gets the true product.
+    float p[4][4];
     for (int r = 0; r < 4; ++r)
         for (int c = 0; c < 4; ++c)
-            result.m[r][c] = m[r][0] * other.m[0][c] + m[r][1] * other.m[1][c] +
-                             m[r][2] * other.m[2][c] + m[r][3] * other.m[3][c];
+            p[r][c] = m[r][0] * other.m[0][c] + m[r][1] * other.m[1][c] + m[r][2] * other.m[2][c] +
+                      m[r][3] * other.m[3][c];
+    for (int r = 0; r < 4; ++r)
+        for (int c = 0; c < 4; ++c) result.m[r][c] = p[r][c];
 }
 
 void Matrix4::FromRows3x4(const float* rows)
@@ -99,7 +103,11 @@ Matrix4 Matrix4::Adjoint() const
 Matrix4 Matrix4::Inverse() const
 {
     Matrix4 inv = Adjoint();
-    const float invDet = 1.0f / Determinant();
+    // Column 0 of the adjugate holds the first row's cofactors: the same sum, in the same
+    // order, as Determinant() forms.
+    const float det = m[0][0] * inv.m[0][0] + m[0][1] * inv.m[1][0] + m[0][2] * inv.m[2][0] +
+                      m[0][3] * inv.m[3][0];
+    const float invDet = 1.0f / det;
     for (int r = 0; r < 4; ++r)
         for (int c = 0; c < 4; ++c) inv.m[r][c] *= invDet;
     return inv;

@@ -28,7 +28,7 @@ public:
     // A point: w = 1, no perspective divide.
     Vector3 operator*(const Vector3& v) const;
 
-    // result = this * other. result is reset first, so it must not be either factor.
+    // result = this * other.
     void Concatenate(const Matrix4& other, Matrix4& result) const;
     void FromRows3x4(const float* rows);
     Matrix3 Extract3x3() const;
