@@ -10,10 +10,12 @@ namespace {
 
 std::uint32_t ComponentByte(float c)
 {
-    const float scaled = c * 255.0f;
+    // The product is taken in double, as the engine's own packing does, so that both give
+    // the same byte for every float.
+    const double scaled = static_cast<double>(c) * 255.0;
     // Truncation toward zero, low 8 bits, no clamping. A value that no 32-bit integer can
     // hold (or a NaN) has no low byte to keep: it packs as 0 instead of being undefined.
-    if (!(scaled > -2147483648.0f && scaled < 2147483648.0f)) return 0;
+    if (!(scaled > -2147483648.0 && scaled < 2147483648.0)) return 0;
     return static_cast<std::uint32_t>(static_cast<std::int32_t>(scaled)) & 0xFFu;
 }
 
