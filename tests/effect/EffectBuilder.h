@@ -1,0 +1,142 @@
+#pragma once
+// Writes compiled effects word by word for the tests: strings, type definitions
+// and values go into the area behind the head, at offsets counted from byte 8 of
+// the file; the body follows once Body() is called.
+
+#include "D3D9RenderSystem/EffectTypes.h"
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace fxtest
+{
+
+using Words = std::vector<uint32_t>;
+using Bytes = std::vector<uint8_t>;
+
+inline uint32_t FloatBits(float f)
+{
+    uint32_t w;
+    std::memcpy(&w, &f, 4);
+    return w;
+}
+
+// Type definitions. Vectors store their columns first, everything else rows first.
+inline Words NumericType(uint32_t type, uint32_t cls, uint32_t name, uint32_t semantic, uint32_t elements,
+                         uint32_t rows, uint32_t columns)
+{
+    if (cls == D3DXPC_VECTOR)
+        return {type, cls, name, semantic, elements, columns, rows};
+    return {type, cls, name, semantic, elements, rows, columns};
+}
+
+inline Words ObjectType(uint32_t type, uint32_t name, uint32_t semantic, uint32_t elements)
+{
+    return {type, D3DXPC_OBJECT, name, semantic, elements};
+}
+
+inline Words StructType(uint32_t name, uint32_t semantic, uint32_t elements, const std::vector<Words>& members)
+{
+    Words w{D3DXPT_VOID, D3DXPC_STRUCT, name, semantic, elements, static_cast<uint32_t>(members.size())};
+    for (const Words& m : members)
+        w.insert(w.end(), m.begin(), m.end());
+    return w;
+}
+
+class EffectBuilder
+{
+public:
+    // Offset of the next word.
+    uint32_t Here() const { return static_cast<uint32_t>(m_data.size()); }
+
+    uint32_t Word(uint32_t w)
+    {
+        const uint32_t at = Here();
+        for (int i = 0; i < 4; ++i)
+            m_data.push_back(static_cast<uint8_t>(w >> (8 * i)));
+        return at;
+    }
+
+    uint32_t Put(const Words& words)
+    {
+        const uint32_t at = Here();
+        for (uint32_t w : words)
+            Word(w);
+        return at;
+    }
+
+    uint32_t Floats(const std::vector<float>& values)
+    {
+        const uint32_t at = Here();
+        for (float f : values)
+            Word(FloatBits(f));
+        return at;
+    }
+
+    // Length with the terminator, the text, padding to a word; null: length 0.
+    uint32_t String(const char* text)
+    {
+        if (!text)
+            return Word(0);
+        return RawString(text, static_cast<uint32_t>(std::strlen(text) + 1));
+    }
+
+    uint32_t RawString(const void* bytes, uint32_t length)
+    {
+        const uint32_t at = Word(length);
+        Append(bytes, length);
+        return at;
+    }
+
+    // Size, bytes, padding to a word: a data block.
+    uint32_t Block(const void* bytes, uint32_t size)
+    {
+        const uint32_t at = Word(size);
+        Append(bytes, size);
+        return at;
+    }
+    uint32_t TextBlock(const char* text) { return Block(text, static_cast<uint32_t>(std::strlen(text) + 1)); }
+
+    // Where the body starts: the head's second word.
+    void Body() { m_body = Here(); }
+
+    Bytes Finish() const
+    {
+        Bytes file;
+        auto put = [&file](uint32_t w) {
+            for (int i = 0; i < 4; ++i)
+                file.push_back(static_cast<uint8_t>(w >> (8 * i)));
+        };
+        put(EFFECT_FILE_MAGIC);
+        put(m_body);
+        file.insert(file.end(), m_data.begin(), m_data.end());
+        return file;
+    }
+
+private:
+    void Append(const void* bytes, uint32_t size)
+    {
+        const uint8_t* p = static_cast<const uint8_t*>(bytes);
+        m_data.insert(m_data.end(), p, p + size);
+        while (m_data.size() % 4)
+            m_data.push_back(0);
+    }
+
+    Bytes m_data;
+    uint32_t m_body = 0;
+};
+
+// A small effect around one parameter record: no techniques, the given objects
+// (count) and no object or resource records.
+inline Bytes OneParameter(EffectBuilder& b, uint32_t type, uint32_t value, uint32_t objects = 0)
+{
+    b.Body();
+    b.Put({1, 0, 0, objects});
+    b.Put({type, value, 0, 0});
+    b.Put({0, 0});
+    return b.Finish();
+}
+
+} // namespace fxtest

@@ -1,0 +1,368 @@
+// What the reader says, and leaves behind, when a file is wrong: the path of
+// messages up to the effect, bounds of resource records, unhandled cases, and
+// the checks that keep untrusted files from crashing, hanging or bloating it.
+
+#include "D3D9RenderSystem/D3D9ParseEffect.h"
+#include "D3D9RenderSystem/EffectHeap.h"
+#include "EffectBuilder.h"
+#include "EffectLogCapture.h"
+#include "FullEffect.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+using namespace fxtest;
+using Lines = std::vector<std::string>;
+
+namespace
+{
+
+bool Parse(CD3D9ParseEffect& fx, const Bytes& bytes)
+{
+    return fx.Parse(bytes.data(), static_cast<uint32_t>(bytes.size()));
+}
+
+bool StartsWith(const std::string& text, const std::string& start)
+{
+    return text.compare(0, start.size(), start) == 0;
+}
+
+// One technique, one pass, one state of the given type and value.
+Bytes OneStateEffect(uint32_t stateType, uint32_t stateValueWord, uint32_t objects,
+                     const std::vector<Words>& resources = {}, const Bytes& resourceBlock = {})
+{
+    EffectBuilder b;
+    const uint32_t none = b.String(nullptr);
+    const uint32_t type = b.Put(stateType == D3DXPT_FLOAT ? NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, none, none, 0, 1, 1)
+                                                          : ObjectType(stateType, none, none, 0));
+    const uint32_t value = b.Word(stateValueWord);
+    const uint32_t tech = b.String("T"), pass = b.String("P");
+    b.Body();
+    b.Put({0, 1, 0, objects});
+    b.Put({tech, 0, 1, pass, 0, 1, 0x5, 0, type, value});
+    b.Put({0, static_cast<uint32_t>(resources.size())});
+    for (const Words& r : resources)
+    {
+        b.Put(r);
+        if (!resourceBlock.empty())
+            b.Block(resourceBlock.data(), static_cast<uint32_t>(resourceBlock.size()));
+    }
+    return b.Finish();
+}
+
+uint32_t WordAt(const Bytes& bytes, size_t at)
+{
+    return static_cast<uint32_t>(bytes[at]) | static_cast<uint32_t>(bytes[at + 1]) << 8 |
+           static_cast<uint32_t>(bytes[at + 2]) << 16 | static_cast<uint32_t>(bytes[at + 3]) << 24;
+}
+
+} // namespace
+
+TEST(EffectFailures, BadValueInAPassReportsThePathUpToTheEffect)
+{
+    EffectLogCapture log;
+    CD3D9ParseEffect fx;
+    EXPECT_FALSE(Parse(fx, OneStateEffect(D3DXPT_TEXTURE, 5, 2)));
+    EXPECT_EQ(log.Texts(), (Lines{"Object id 5 is not below the object count 2\n", "Failed to parse value\n",
+                                  "Failed to parse value\n", "Failed to parse state 0\n", "Failed to parse pass 0\n",
+                                  "Failed to parse technique 0\n", "Failed to parse effect.\n"}));
+    EXPECT_EQ(log.lines()[0].level, EFFECT_LOG_ERROR);
+    for (size_t i = 1; i < log.lines().size(); ++i)
+        EXPECT_EQ(log.lines()[i].level, EFFECT_LOG_WARNING) << i;
+    // A failed object keeps its counts but nothing else.
+    const ParsedEffect& e = fx.GetParsedEffect();
+    EXPECT_EQ(e.technique_count, 1u);
+    EXPECT_EQ(e.techniques, nullptr);
+    EXPECT_EQ(e.objects, nullptr);
+    EXPECT_EQ(e.handle_count, 0u);
+    EXPECT_EQ(fx.GetTechnique(0), nullptr);
+}
+
+TEST(EffectFailures, ResourceRecordsOutOfBounds)
+{
+    struct Case
+    {
+        Words record;
+        const char* message;
+    };
+    const Case cases[] = {
+        {{0xFFFFFFFF, 14, 0xFFFFFFFF, 0, 1}, "Index out of bounds: index 14 >= parameter_count 14\n"},
+        {{0xFFFFFFFF, P_SAMPS, 2, 0, 1}, "Index out of bounds: element_index 2 >= element_count 2\n"},
+        {{0xFFFFFFFF, P_SAMP, 0xFFFFFFFF, 2, 1}, "Index out of bounds: state_index 2 >= state_count 2\n"},
+        {{2, 0, 0xFFFFFFFF, 0, 1}, "Index out of bounds: technique_index 2 >= technique_count 2\n"},
+        {{0, 2, 0xFFFFFFFF, 0, 1}, "Index out of bounds: index 2 >= pass_count 2\n"},
+        {{0, 1, 0xFFFFFFFF, 1, 1}, "Index out of bounds: state_index 1 >= state_count 1\n"},
+        {{0xFFFFFFFF, P_WORLD, 0xFFFFFFFF, 0, 1}, "Resource names parameter 0, which is no sampler\n"},
+        {{0xFFFFFFFF, P_SAMPS, 0xFFFFFFFF, 0, 1}, "Resource names parameter 8, which is no sampler\n"},
+        {{0, 0, 0xFFFFFFFF, 0, 3}, "Unknown usage 3\n"},
+        {{0, 1, 0xFFFFFFFF, 0, 0}, "Unhandled type D3DXPT_TEXTURE\n"},
+    };
+    FullEffectLayout layout;
+    const Bytes full = BuildFullEffect(&layout);
+    ASSERT_EQ(WordAt(full, 8 + layout.recordCounts + 4), 6u);
+    for (const Case& c : cases)
+    {
+        // The full effect with its six resource records replaced by this one.
+        Bytes bytes(full.begin(), full.begin() + 8 + layout.resources);
+        bytes[8 + layout.recordCounts + 4] = 1;
+        EffectBuilder tail;
+        tail.Put(c.record);
+        tail.TextBlock("Mat.Map");
+        const Bytes extra = tail.Finish();
+        bytes.insert(bytes.end(), extra.begin() + 8, extra.end());
+
+        EffectLogCapture log;
+        CD3D9ParseEffect fx;
+        EXPECT_FALSE(Parse(fx, bytes)) << c.message;
+        EXPECT_EQ(log.Texts(), (Lines{c.message, "Failed to parse resource 0\n", "Failed to parse effect.\n"}));
+    }
+}
+
+TEST(EffectFailures, MissingReferencedParameter)
+{
+    EffectLogCapture log;
+    const std::string text = "Nope";
+    CD3D9ParseEffect fx;
+    EXPECT_FALSE(Parse(fx, OneStateEffect(D3DXPT_TEXTURE, 0, 1, {{0, 0, 0xFFFFFFFF, 0, 1}},
+                                          Bytes(text.c_str(), text.c_str() + 5))));
+    EXPECT_EQ(log.Texts(), (Lines{"Referenced parameter Nope not found.\n", "Failed to parse resource 0\n",
+                                  "Failed to parse effect.\n"}));
+    // A preshader whose block is too short to hold a name.
+    log.Clear();
+    EXPECT_FALSE(Parse(fx, OneStateEffect(D3DXPT_VERTEXSHADER, 0, 1, {{0, 0, 0xFFFFFFFF, 0, 2}}, Bytes{1, 2})));
+    EXPECT_EQ(log.Texts(), (Lines{"Preshader block of 2 bytes holds no parameter name\n",
+                                  "Failed to parse resource 0\n", "Failed to parse effect.\n"}));
+}
+
+TEST(EffectFailures, UnhandledClassesAndTypesAreReportedAndPassedOver)
+{
+    EffectLogCapture log;
+    {
+        EffectBuilder b;
+        const uint32_t type = b.Put({D3DXPT_FLOAT, 7, b.String("odd"), b.String(nullptr), 0});
+        CD3D9ParseEffect fx;
+        EXPECT_TRUE(Parse(fx, OneParameter(b, type, b.Here())));
+        EXPECT_EQ(log.Texts(), (Lines{"Unrecognized D3DXPARAMETER_CLASS 0x7.\n", "Unhandled class unrecognized\n",
+                                      "Unrecognized D3DXPARAMETER_CLASS 0x7.\n", "Unhandled class unrecognized\n"}));
+        D3DXPARAMETER_DESC d;
+        ASSERT_EQ(fx.GetParameterDesc(fx.GetParameter(nullptr, 0), &d), EFFECT_OK);
+        EXPECT_EQ(d.Bytes, 0u);
+        EXPECT_STREQ(d.Name, "odd");
+    }
+    log.Clear();
+    {
+        EffectBuilder b;
+        const uint32_t type = b.Put(ObjectType(D3DXPT_FLOAT, b.String("f"), b.String(nullptr), 0));
+        CD3D9ParseEffect fx;
+        EXPECT_TRUE(Parse(fx, OneParameter(b, type, b.Here())));
+        // Read, distributed, and once more at teardown below.
+        EXPECT_EQ(log.Texts(), (Lines{"Unhandled type D3DXPT_FLOAT\n", "Unhandled type D3DXPT_FLOAT\n"}));
+    }
+    EXPECT_EQ(log.Texts().size(), 3u);
+    log.Clear();
+    EXPECT_STREQ(EffectClassName(D3DXPC_STRUCT), "D3DXPC_STRUCT");
+    EXPECT_STREQ(EffectTypeName(D3DXPT_UNSUPPORTED), "D3DXPT_UNSUPPORTED");
+    EXPECT_STREQ(EffectTypeName(20), "unrecognized");
+    EXPECT_STREQ(EffectClassName(6), "unrecognized");
+    EXPECT_EQ(log.Texts(), (Lines{"Unrecognized D3DXPARAMETER_TYP 0x14.\n", "Unrecognized D3DXPARAMETER_CLASS 0x6.\n"}));
+}
+
+TEST(EffectFailures, RepeatedObjectDataReplacesTheOldAndSaysSo)
+{
+    EffectLogCapture log;
+    EffectBuilder b;
+    const uint32_t type = b.Put(ObjectType(D3DXPT_STRING, b.String("s"), b.String(nullptr), 0));
+    const uint32_t value = b.Word(0);
+    b.Body();
+    b.Put({1, 0, 0, 1});
+    b.Put({type, value, 0, 0});
+    b.Put({2, 0});
+    b.Word(0);
+    b.TextBlock("first");
+    b.Word(0);
+    b.TextBlock("second");
+    CD3D9ParseEffect fx;
+    ASSERT_TRUE(Parse(fx, b.Finish()));
+    EXPECT_EQ(log.Texts(), (Lines{"Object already initialized!\n", "Parameter data already allocated.\n"}));
+    const char* text = nullptr;
+    ASSERT_EQ(fx.GetString(fx.GetParameter(nullptr, 0), &text), EFFECT_OK);
+    EXPECT_STREQ(text, "second");
+}
+
+TEST(EffectFailures, OffsetsCountsAndIdsOutsideTheFile)
+{
+    EffectLogCapture log;
+    CD3D9ParseEffect fx;
+    {
+        // The body lies behind the end.
+        EffectBuilder b;
+        b.Put({0, 0, 0, 0, 0, 0});
+        Bytes bytes = b.Finish();
+        bytes[4] = 200;
+        EXPECT_FALSE(Parse(fx, bytes));
+        EXPECT_EQ(log.Texts(), (Lines{"Read outside the effect data: 4 bytes at offset 200 of 24\n",
+                                      "Failed to parse effect.\n"}));
+    }
+    log.Clear();
+    {
+        // More parameters than the bytes left could hold.
+        EffectBuilder b;
+        b.Body();
+        b.Put({0x10000000, 0, 0, 0, 0, 0});
+        EXPECT_FALSE(Parse(fx, b.Finish()));
+        EXPECT_EQ(log.Texts(), (Lines{"Parameter count 268435456 does not fit in the 8 bytes left of the effect data\n",
+                                      "Failed to parse effect.\n"}));
+    }
+    log.Clear();
+    {
+        EffectBuilder b;
+        b.Body();
+        b.Put({0, 0, 0, 0x7FFFFFFF, 0, 0});
+        EXPECT_FALSE(Parse(fx, b.Finish()));
+        EXPECT_EQ(log.Texts(), (Lines{"Object count 2147483647 does not fit in the 24 bytes of effect data\n",
+                                      "Failed to parse effect.\n"}));
+    }
+    log.Clear();
+    {
+        // An object record for an id at the object count.
+        EffectBuilder b;
+        b.Body();
+        b.Put({0, 0, 0, 1, 1, 0, 1});
+        b.TextBlock("x");
+        EXPECT_FALSE(Parse(fx, b.Finish()));
+        EXPECT_EQ(log.Texts(), (Lines{"Object id 1 is not below the object count 1\n", "Failed to parse effect.\n"}));
+    }
+    log.Clear();
+    {
+        // A name whose length runs past the end, and a value that does.
+        EffectBuilder b;
+        const uint32_t name = b.Word(1000);
+        const uint32_t type = b.Put({D3DXPT_FLOAT, D3DXPC_SCALAR, name, name, 0, 1, 1});
+        EXPECT_FALSE(Parse(fx, OneParameter(b, type, 0)));
+        EXPECT_EQ(log.Texts(), (Lines{"String of 1000 bytes at offset 0 runs past the end of the effect data\n",
+                                      "Failed to parse name\n", "Failed to parse type definition\n",
+                                      "Failed to parse parameter 0\n", "Failed to parse effect.\n"}));
+    }
+    log.Clear();
+    {
+        EffectBuilder b;
+        const uint32_t none = b.String(nullptr);
+        const uint32_t type = b.Put(NumericType(D3DXPT_FLOAT, D3DXPC_MATRIX_ROWS, none, none, 0, 4, 4));
+        EXPECT_FALSE(Parse(fx, OneParameter(b, type, 40)));
+        ASSERT_FALSE(log.Texts().empty());
+        EXPECT_EQ(log.Texts()[0], "Value of 64 bytes at offset 40 runs past the end of the effect data\n");
+        EXPECT_EQ(log.Texts()[1], "Failed to parse value\n");
+    }
+    log.Clear();
+    {
+        // A name without its terminator still reads as a text of its own.
+        EffectBuilder b;
+        const uint32_t name = b.RawString("abc", 3);
+        const uint32_t type = b.Put(NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, name, name, 0, 1, 1));
+        const uint32_t value = b.Floats({2});
+        ASSERT_TRUE(Parse(fx, OneParameter(b, type, value)));
+        EXPECT_NE(fx.GetParameterByName(nullptr, "abc"), nullptr);
+    }
+}
+
+TEST(EffectFailures, DepthAndSizeOfWhatAFileDescribesAreBounded)
+{
+    EffectLogCapture log;
+    CD3D9ParseEffect fx;
+    auto nested = [](int depth) {
+        EffectBuilder b;
+        const uint32_t none = b.String(nullptr), name = b.String("s");
+        Words type = NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, name, none, 0, 1, 1);
+        for (int i = 0; i < depth; ++i)
+            type = StructType(name, none, 0, {type});
+        const uint32_t t = b.Put(type);
+        const uint32_t value = b.Floats({1});
+        return OneParameter(b, t, value);
+    };
+    EXPECT_TRUE(Parse(fx, nested(50)));
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_FALSE(Parse(fx, nested(100)));
+    ASSERT_FALSE(log.lines().empty());
+    EXPECT_EQ(log.Texts()[0], "Effect nests deeper than 64 levels\n");
+    EXPECT_EQ(log.Texts().back(), "Failed to parse effect.\n");
+
+    // A sampler whose state's value is the sampler record itself.
+    log.Clear();
+    {
+        EffectBuilder b;
+        const uint32_t none = b.String(nullptr);
+        const uint32_t type = b.Put(ObjectType(D3DXPT_SAMPLER, none, none, 0));
+        const uint32_t record = b.Here();
+        b.Put({1, 0, 0, type, record});
+        EXPECT_FALSE(Parse(fx, OneParameter(b, type, record)));
+        ASSERT_FALSE(log.lines().empty());
+        EXPECT_EQ(log.Texts()[0], "Effect nests deeper than 64 levels\n");
+    }
+
+    // A few words that describe billions of elements, or arrays of structs of
+    // arrays, fail on the memory a file of their size may use.
+    log.Clear();
+    {
+        EffectBuilder b;
+        const uint32_t none = b.String(nullptr);
+        const uint32_t type = b.Put(NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, none, none, 0x7FFFFFFF, 0, 0));
+        EXPECT_FALSE(Parse(fx, OneParameter(b, type, 0)));
+        ASSERT_FALSE(log.lines().empty());
+        EXPECT_TRUE(StartsWith(log.Texts()[0], "Effect asks for more memory than a file of")) << log.Texts()[0];
+    }
+    log.Clear();
+    {
+        EffectBuilder b;
+        const uint32_t none = b.String(nullptr), name = b.String("n");
+        // Each level alone is small; together they would make 200 x 2 x 200 x 3 x 200.
+        const Words leaf = NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, name, none, 200, 0, 0);
+        const Words mid = StructType(name, none, 200, {leaf, leaf, leaf});
+        const uint32_t type = b.Put(StructType(name, none, 200, {mid, mid}));
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_FALSE(Parse(fx, OneParameter(b, type, 0)));
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+        ASSERT_FALSE(log.lines().empty());
+        EXPECT_TRUE(StartsWith(log.Texts()[0], "Effect asks for more memory than a file of")) << log.Texts()[0];
+    }
+}
+
+TEST(EffectFailures, EveryAllocationFailureFailsCleanly)
+{
+    const Bytes full = BuildFullEffect();
+    EffectLogCapture log;
+    int failures = 0;
+    for (long long n = 0; n < 5000; ++n)
+    {
+        log.Clear();
+        SetEffectHeapFailAfter(n);
+        bool ok = false;
+        {
+            CD3D9ParseEffect fx;
+            ok = Parse(fx, full);
+            if (ok)
+                (void)fx.GetParameterByName(nullptr, "Pairs[2].b");
+        }
+        SetEffectHeapFailAfter(-1);
+        if (!log.Has("MyHeapAlloc out of memory!"))
+        {
+            EXPECT_TRUE(ok);
+            break;
+        }
+        if (ok)
+        {
+            // Only a failed growth of the handle table lets a parse go on.
+            EXPECT_TRUE(log.Has("Out of memory.\n"));
+            continue;
+        }
+        ++failures;
+        EXPECT_EQ(log.Texts().back(), "Failed to parse effect.\n");
+        const Lines reasons{"Out of memory\n", "Out of memory.\n", "Failed to allocate name memory.\n",
+                            "Failed to allocate data memory.\n", "Failed to allocate object memory.\n"};
+        bool said = false;
+        for (const std::string& r : reasons)
+            said = said || log.Has(r);
+        EXPECT_TRUE(said) << n;
+    }
+    EXPECT_GT(failures, 50);
+}
