@@ -7,7 +7,8 @@ namespace kv
 
 // Records the calling thread as the main thread.
 KV_API void EngineInit();
-// Stops and deletes the compile thread when one was started.
+// Stops and deletes the compile thread when one was started; records still
+// queued end failed.
 KV_API void EngineShutdown();
 
 } // namespace kv

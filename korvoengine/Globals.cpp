@@ -1,5 +1,6 @@
 #include "engine/Globals.h"
 #include "engine/Engine.h"
+#include "engine/GpuProgramCompileThread.h"
 
 #include <windows.h>
 
@@ -67,8 +68,13 @@ void EngineInit()
 
 void EngineShutdown()
 {
-    // The compile thread is not part of this engine build yet; a render system
-    // that started one owns it until then.
+    // The render system starts the compile thread; the engine ends it.
+    if (g_pCompileThread)
+    {
+        g_pCompileThread->Shutdown();
+        delete g_pCompileThread;
+        g_pCompileThread = nullptr;
+    }
 }
 
 } // namespace kv
