@@ -138,11 +138,21 @@ void Thread::RequestStop()
     m_pData->running.store(false);
 }
 
+void Thread::Wake()
+{
+    // Unlike Resume, signal even when the thread is not paused yet: a thread told to stop that
+    // reaches Pause only after this call must find the signal waiting, or it would sleep for
+    // ever while its owner waits for it to end.
+    m_pData->paused.store(false);
+    if (m_pData->event)
+        SetEvent(m_pData->event);
+}
+
 void Thread::Stop()
 {
     if (!m_pData->running.exchange(false))
         return;
-    Resume();
+    Wake();
     if (m_pData->handle)
     {
         WaitForSingleObject(m_pData->handle, INFINITE);
@@ -156,7 +166,7 @@ void Thread::Stop()
 
 void Thread::Wait()
 {
-    Resume();
+    Wake();
     if (m_pData->handle)
     {
         WaitForSingleObject(m_pData->handle, INFINITE);

@@ -43,6 +43,7 @@ public:
 private:
     static unsigned long __stdcall Entry(void* self);
     void SetDebuggerName();
+    void Wake();
 
     ThreadData* m_pData;
     std::string m_name;
