@@ -7,6 +7,11 @@ add_library(effectreader STATIC
   ${CMAKE_CURRENT_LIST_DIR}/EffectLog.cpp)
 target_include_directories(effectreader PUBLIC ${CMAKE_SOURCE_DIR})
 target_link_libraries(effectreader PUBLIC base)
+if(KV_FUZZ)
+  # Coverage for the fuzzer, and the sanitizers where the bytes are read.
+  target_compile_options(effectreader PRIVATE -fsanitize=fuzzer-no-link,address,undefined
+                         -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+endif()
 
 # The bridge from the reader's log sink to the engine's log, for the plug-in:
 # link effectreader_enginelog and call ConnectEffectLogToEngine() once.
