@@ -160,6 +160,14 @@ public:
 
     bool BuildDevice(bool vsync, unsigned fsaa);
     bool BuildDeviceCapabilities();
+    // Vsync and multisampling over a window's present parameters; a device
+    // reset applies them again.
+    void ApplyPresentParameters(bool vsync, unsigned fsaa, D3DPRESENT_PARAMETERS& pp);
+    // The highest sample count up to fsaa that the device takes for this format
+    // (0 when it cannot resolve multisampled surfaces); quality is always 0.
+    // The hint is the caller's and does not change the choice.
+    void DetermineFSAASettings(unsigned fsaa, const char* hint, D3DFORMAT format, bool fullScreen,
+                               D3DMULTISAMPLE_TYPE* type, DWORD* quality);
     bool IsDeviceLost();
     bool ResetDevice(bool vsync, unsigned fsaa);
     void _resetStateCaches();
