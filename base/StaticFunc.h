@@ -66,7 +66,10 @@ public:
     static void Trim(std::string& s, bool left = true, bool right = true);
     static void TrimChar(std::string& s, char c);
     static void TrimBlanks(std::string& s);
-    // Replaces every occurrence in place; see the source for how the search goes on.
+    // Replaces every occurrence in place; null texts or an empty from change nothing. Behind a
+    // replacement shorter than from the search looks again, as if from the start, so that
+    // occurrences the replacement forms go too ("aab", "ab" by "b" gives "b"); behind any other
+    // it goes on after the inserted text, so a replacement that holds from cannot run for ever.
     static void ReplaceAll(std::string& s, const char* from, const char* to, bool ignoreCase = false);
     static std::string ReplaceAllCopy(const std::string& s, const std::string& from, const std::string& to);
     // Replaces what follows the last '.', keeping the dot; a path without a dot stays as it is.
