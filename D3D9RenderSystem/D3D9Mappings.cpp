@@ -92,5 +92,369 @@ PixelFormat closestSupportedFormat(PixelFormat format)
     }
 }
 
+D3DDECLTYPE toD3DDeclType(VertexElementType type)
+{
+    switch (type)
+    {
+    case VET_FLOAT1:
+        return D3DDECLTYPE_FLOAT1;
+    case VET_FLOAT2:
+        return D3DDECLTYPE_FLOAT2;
+    case VET_FLOAT3:
+        return D3DDECLTYPE_FLOAT3;
+    case VET_FLOAT4:
+        return D3DDECLTYPE_FLOAT4;
+    case VET_COLOUR:
+        return D3DDECLTYPE_D3DCOLOR;
+    case VET_SHORT2:
+        return D3DDECLTYPE_SHORT2;
+    case VET_SHORT4:
+        return D3DDECLTYPE_SHORT4;
+    case VET_UBYTE4:
+        return D3DDECLTYPE_UBYTE4;
+    case VET_UBYTE4N:
+        return D3DDECLTYPE_UBYTE4N;
+    case VET_SHORT2N:
+        return D3DDECLTYPE_SHORT2N;
+    case VET_SHORT4N:
+        return D3DDECLTYPE_SHORT4N;
+    case VET_HALF2:
+        return D3DDECLTYPE_FLOAT16_2;
+    case VET_HALF4:
+        return D3DDECLTYPE_FLOAT16_4;
+    }
+    // The declaration is still made: a wrong type draws garbage, a failed
+    // declaration draws nothing at all.
+    LogError("Unknow VertexElementType:%d", static_cast<int>(type));
+    return D3DDECLTYPE_FLOAT3;
+}
+
+D3DDECLUSAGE toD3DDeclUsage(VertexSemantic semantic)
+{
+    switch (semantic)
+    {
+    case VES_POSITION:
+        return D3DDECLUSAGE_POSITION;
+    case VES_NORMAL:
+        return D3DDECLUSAGE_NORMAL;
+    case VES_BINORMAL:
+        return D3DDECLUSAGE_BINORMAL;
+    case VES_TANGENT:
+        return D3DDECLUSAGE_TANGENT;
+    case VES_TEXTURE_COORDINATES:
+        return D3DDECLUSAGE_TEXCOORD;
+    case VES_COLOUR:
+        return D3DDECLUSAGE_COLOR;
+    case VES_BLEND_WEIGHTS:
+        return D3DDECLUSAGE_BLENDWEIGHT;
+    case VES_BLEND_INDICES:
+        return D3DDECLUSAGE_BLENDINDICES;
+    }
+    return D3DDECLUSAGE_POSITION;
+}
+
+VertexSemantic fromD3DDeclUsage(D3DDECLUSAGE usage)
+{
+    switch (usage)
+    {
+    case D3DDECLUSAGE_POSITION:
+        return VES_POSITION;
+    case D3DDECLUSAGE_NORMAL:
+        return VES_NORMAL;
+    case D3DDECLUSAGE_BINORMAL:
+        return VES_BINORMAL;
+    case D3DDECLUSAGE_TANGENT:
+        return VES_TANGENT;
+    case D3DDECLUSAGE_TEXCOORD:
+        return VES_TEXTURE_COORDINATES;
+    case D3DDECLUSAGE_COLOR:
+        return VES_COLOUR;
+    case D3DDECLUSAGE_BLENDWEIGHT:
+        return VES_BLEND_WEIGHTS;
+    case D3DDECLUSAGE_BLENDINDICES:
+        return VES_BLEND_INDICES;
+    default:
+        // Shader inputs the engine has no semantic for (PSIZE, FOG, DEPTH, ...).
+        return VES_POSITION;
+    }
+}
+
+D3DBLEND toD3DBlend(BlendFactor factor)
+{
+    switch (factor)
+    {
+    case SBF_ONE:
+        return D3DBLEND_ONE;
+    case SBF_ZERO:
+        return D3DBLEND_ZERO;
+    case SBF_DEST_COLOUR:
+        return D3DBLEND_DESTCOLOR;
+    case SBF_SOURCE_COLOUR:
+        return D3DBLEND_SRCCOLOR;
+    case SBF_ONE_MINUS_DEST_COLOUR:
+        return D3DBLEND_INVDESTCOLOR;
+    case SBF_ONE_MINUS_SOURCE_COLOUR:
+        return D3DBLEND_INVSRCCOLOR;
+    case SBF_DEST_ALPHA:
+        return D3DBLEND_DESTALPHA;
+    case SBF_SOURCE_ALPHA:
+        return D3DBLEND_SRCALPHA;
+    case SBF_ONE_MINUS_DEST_ALPHA:
+        return D3DBLEND_INVDESTALPHA;
+    case SBF_ONE_MINUS_SOURCE_ALPHA:
+        return D3DBLEND_INVSRCALPHA;
+    case SBF_BLEND_FACTOR:
+        return D3DBLEND_BLENDFACTOR;
+    case SBF_ONE_MINUS_BLEND_FACTOR:
+        return D3DBLEND_INVBLENDFACTOR;
+    case SBF_SOURCE_ALPHA_SATURATE:
+        return D3DBLEND_SRCALPHASAT;
+    }
+    return D3DBLEND_FORCE_DWORD;
+}
+
+D3DBLENDOP toD3DBlendOp(BlendOperation operation)
+{
+    switch (operation)
+    {
+    case SBO_ADD:
+        return D3DBLENDOP_ADD;
+    case SBO_SUBTRACT:
+        return D3DBLENDOP_SUBTRACT;
+    case SBO_REVERSE_SUBTRACT:
+        return D3DBLENDOP_REVSUBTRACT;
+    case SBO_MIN:
+        return D3DBLENDOP_MIN;
+    case SBO_MAX:
+        return D3DBLENDOP_MAX;
+    }
+    return D3DBLENDOP_FORCE_DWORD;
+}
+
+D3DCMPFUNC toD3DCmpFunc(CompareFunction function)
+{
+    switch (function)
+    {
+    case CMPF_ALWAYS_FAIL:
+        return D3DCMP_NEVER;
+    case CMPF_ALWAYS_PASS:
+        return D3DCMP_ALWAYS;
+    case CMPF_LESS:
+        return D3DCMP_LESS;
+    case CMPF_LESS_EQUAL:
+        return D3DCMP_LESSEQUAL;
+    case CMPF_EQUAL:
+        return D3DCMP_EQUAL;
+    case CMPF_NOT_EQUAL:
+        return D3DCMP_NOTEQUAL;
+    case CMPF_GREATER_EQUAL:
+        return D3DCMP_GREATEREQUAL;
+    case CMPF_GREATER:
+        return D3DCMP_GREATER;
+    }
+    return static_cast<D3DCMPFUNC>(0);
+}
+
+D3DSTENCILOP toD3DStencilOp(StencilOperation operation, bool invert)
+{
+    // With the winding inverted, front and back faces trade places, and so do
+    // the operations that count up and down.
+    switch (operation)
+    {
+    case SOP_KEEP:
+        return D3DSTENCILOP_KEEP;
+    case SOP_ZERO:
+        return D3DSTENCILOP_ZERO;
+    case SOP_REPLACE:
+        return D3DSTENCILOP_REPLACE;
+    case SOP_INCREMENT:
+        return invert ? D3DSTENCILOP_DECRSAT : D3DSTENCILOP_INCRSAT;
+    case SOP_DECREMENT:
+        return invert ? D3DSTENCILOP_INCRSAT : D3DSTENCILOP_DECRSAT;
+    case SOP_INCREMENT_WRAP:
+        return invert ? D3DSTENCILOP_DECR : D3DSTENCILOP_INCR;
+    case SOP_DECREMENT_WRAP:
+        return invert ? D3DSTENCILOP_INCR : D3DSTENCILOP_DECR;
+    case SOP_INVERT:
+        return D3DSTENCILOP_INVERT;
+    }
+    return static_cast<D3DSTENCILOP>(0);
+}
+
+D3DCULL toD3DCull(CullingMode mode, bool invert)
+{
+    switch (mode)
+    {
+    case CULL_NONE:
+        return D3DCULL_NONE;
+    case CULL_CLOCKWISE:
+        return invert ? D3DCULL_CCW : D3DCULL_CW;
+    case CULL_ANTICLOCKWISE:
+        return invert ? D3DCULL_CW : D3DCULL_CCW;
+    }
+    return static_cast<D3DCULL>(0);
+}
+
+D3DFILLMODE toD3DFillMode(FillMode mode)
+{
+    switch (mode)
+    {
+    case FILL_POINT:
+        return D3DFILL_POINT;
+    case FILL_WIREFRAME:
+    case FILL_WIRE_BLACK:
+    case FILL_WIRE_TINTED:
+        return D3DFILL_WIREFRAME;
+    case FILL_SOLID:
+        return D3DFILL_SOLID;
+    case FILL_OVERDRAW:
+    case FILL_SHADER_COMPLEXITY:
+        // Viewing modes that the state setters handle themselves.
+        break;
+    }
+    return D3DFILL_FORCE_DWORD;
+}
+
+D3DFORMAT toD3DIndexFormat(IndexType type)
+{
+    return type == CHardwareIndexBuffer::IT_32BIT ? D3DFMT_INDEX32 : D3DFMT_INDEX16;
+}
+
+D3DSAMPLERSTATETYPE toD3DSamplerFilterState(FilterType type)
+{
+    switch (type)
+    {
+    case FT_MAG:
+        return D3DSAMP_MAGFILTER;
+    case FT_MIP:
+        return D3DSAMP_MIPFILTER;
+    case FT_MIN:
+        break;
+    }
+    return D3DSAMP_MINFILTER;
+}
+
+D3DTEXTUREFILTERTYPE toD3DTextureFilter(FilterType type, FilterOptions options, const D3DCAPS9& caps)
+{
+    switch (options)
+    {
+    case FO_POINT:
+        return D3DTEXF_POINT;
+    case FO_LINEAR:
+        return D3DTEXF_LINEAR;
+    case FO_ANISOTROPIC:
+        // Direct3D has no anisotropic mip filter; devices may also lack it for
+        // one of minification and magnification. Linear is the next best.
+        if (type == FT_MAG && (caps.TextureFilterCaps & D3DPTFILTERCAPS_MAGFANISOTROPIC))
+            return D3DTEXF_ANISOTROPIC;
+        if (type == FT_MIN && (caps.TextureFilterCaps & D3DPTFILTERCAPS_MINFANISOTROPIC))
+            return D3DTEXF_ANISOTROPIC;
+        return D3DTEXF_LINEAR;
+    case FO_NONE:
+        break;
+    }
+    return D3DTEXF_NONE;
+}
+
+D3DTEXTUREADDRESS toD3DTextureAddress(TextureAddressMode mode, const D3DCAPS9& caps)
+{
+    switch (mode)
+    {
+    case TAM_WRAP:
+        return D3DTADDRESS_WRAP;
+    case TAM_MIRROR:
+        return D3DTADDRESS_MIRROR;
+    case TAM_CLAMP:
+        return D3DTADDRESS_CLAMP;
+    case TAM_BORDER:
+        // Clamp keeps the edge texels, which is closer to a border than
+        // wrapping around would be.
+        if (caps.TextureAddressCaps & D3DPTADDRESSCAPS_BORDER)
+            return D3DTADDRESS_BORDER;
+        return D3DTADDRESS_CLAMP;
+    }
+    return D3DTADDRESS_FORCE_DWORD;
+}
+
+namespace
+{
+
+// Only a buffer that is both dynamic and discardable becomes a Direct3D
+// dynamic buffer; dynamic alone stays managed and survives a device reset.
+bool isDynamicDiscardable(CHardwareBuffer::Usage usage)
+{
+    const unsigned both = CHardwareBuffer::USAGE_DYNAMIC | CHardwareBuffer::USAGE_DISCARDABLE;
+    return (static_cast<unsigned>(usage) & both) == both;
+}
+
+} // namespace
+
+DWORD toD3DUsage(CHardwareBuffer::Usage usage)
+{
+    DWORD result = 0;
+    if (usage & CHardwareBuffer::USAGE_WRITE_ONLY)
+        result += D3DUSAGE_WRITEONLY;
+    if (isDynamicDiscardable(usage))
+        result += D3DUSAGE_DYNAMIC;
+    return result;
+}
+
+DWORD toD3DLockFlags(CHardwareBuffer::LockOptions options, CHardwareBuffer::Usage usage)
+{
+    // DISCARD and NOOVERWRITE are only allowed on dynamic buffers, READONLY
+    // never on write-only ones: Direct3D refuses those locks.
+    switch (options)
+    {
+    case CHardwareBuffer::LOCK_DISCARD:
+        return isDynamicDiscardable(usage) ? D3DLOCK_DISCARD : 0;
+    case CHardwareBuffer::LOCK_READ_ONLY:
+        return (usage & CHardwareBuffer::USAGE_WRITE_ONLY) ? 0 : D3DLOCK_READONLY;
+    case CHardwareBuffer::LOCK_NO_OVERWRITE:
+        return isDynamicDiscardable(usage) ? D3DLOCK_NOOVERWRITE : 0;
+    case CHardwareBuffer::LOCK_NORMAL:
+        break;
+    }
+    return 0;
+}
+
+DWORD toD3DTexCoordIndex(TexCoordGeneration generation, const D3DCAPS9& caps)
+{
+    const bool sphereMap = (caps.VertexProcessingCaps & D3DVTXPCAPS_TEXGEN_SPHEREMAP) != 0;
+    switch (generation)
+    {
+    case TEXCALC_ENVIRONMENT_MAP:
+        return sphereMap ? D3DTSS_TCI_SPHEREMAP : D3DTSS_TCI_CAMERASPACENORMAL;
+    case TEXCALC_ENVIRONMENT_MAP_PLANAR:
+        return sphereMap ? D3DTSS_TCI_SPHEREMAP : D3DTSS_TCI_CAMERASPACEREFLECTIONVECTOR;
+    case TEXCALC_ENVIRONMENT_MAP_REFLECTION:
+        return D3DTSS_TCI_CAMERASPACEREFLECTIONVECTOR;
+    case TEXCALC_ENVIRONMENT_MAP_NORMAL:
+        return D3DTSS_TCI_CAMERASPACENORMAL;
+    case TEXCALC_PROJECTIVE_TEXTURE:
+        return D3DTSS_TCI_CAMERASPACEPOSITION;
+    case TEXCALC_NONE:
+        break;
+    }
+    return 0;
+}
+
+D3DMATRIX toD3DMatrix(const Matrix4& matrix)
+{
+    D3DMATRIX result;
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j)
+            result.m[i][j] = matrix.m[j][i];
+    return result;
+}
+
+Matrix4 fromD3DMatrix(const D3DMATRIX& matrix)
+{
+    Matrix4 result;
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j)
+            result.m[i][j] = matrix.m[j][i];
+    return result;
+}
+
 } // namespace D3D9Mappings
 } // namespace kv
