@@ -704,9 +704,59 @@ void CD3D9RenderSystem::DrawReserved2(unsigned, unsigned) {}
 
 // --- Render and sampler states.
 
-void CD3D9RenderSystem::SetTexture(unsigned, CTexture*, const SamplerState&)
+namespace
 {
-    // Still missing: the shadowed texture binding and its sampler states.
+
+// Direct3D takes float render and sampler states as their bit patterns.
+DWORD FloatBits(float value)
+{
+    DWORD bits;
+    static_assert(sizeof(bits) == sizeof(value), "a float state is one 32-bit word");
+    std::memcpy(&bits, &value, sizeof(bits));
+    return bits;
+}
+
+} // namespace
+
+void CD3D9RenderSystem::SetTexture(unsigned unit, CTexture* texture, const SamplerState& state)
+{
+    // The shadow has a place for every sampler up to the last vertex texture
+    // sampler; it is empty until a device exists, and then there is nothing to bind.
+    if (unit >= m_textures.size())
+    {
+        if (!m_textures.empty())
+            LogError("SetTexture: sampler %u does not exist", unit);
+        return;
+    }
+
+    IDirect3DBaseTexture9* native = nullptr;
+    if (texture)
+    {
+        const bool sRGB = state.sRGB && m_pCapabilities && m_pCapabilities->GetSRGBReadWrite();
+        _setSamplerState(unit, D3DSAMP_SRGBTEXTURE, sRGB ? TRUE : FALSE);
+        _setTextureUnitFiltering(unit, state.minFilter, state.magFilter, state.mipFilter);
+        _setTextureAddressingModeUV(unit, state.addressU, state.addressV);
+        _setTextureAddressingModeW(unit, state.addressW);
+        _setTextureBorderColour(unit, &state.borderColour);
+        _setTextureMipmapBias(unit, state.mipBias);
+        native = NativeTextureOf(texture);
+    }
+
+    // Compared by the native object: two engine textures over one Direct3D
+    // texture are one binding.
+    if (m_textures[unit] == native)
+        return;
+    m_textures[unit] = native;
+    D3D9Verify(m_pD3D9Device->SetTexture(unit, native), "Failed to SetTexture");
+    AddUsedTexture(texture);
+}
+
+IDirect3DBaseTexture9* CD3D9RenderSystem::NativeTextureOf(CTexture*)
+{
+    // The plug-in's own textures (with their white stand-in while loading) are
+    // not built yet: until they are, no engine texture has a native object here
+    // and binding one empties the unit.
+    return nullptr;
 }
 
 void CD3D9RenderSystem::SetScissorRect(const RECT*)
@@ -738,8 +788,10 @@ void CD3D9RenderSystem::SetMultiSampleAntiAlias(bool enabled)
 
 void CD3D9RenderSystem::SetFillMode(FillMode mode)
 {
-    // Still missing: render state 8 through the fill mode mapping.
+    // The viewing modes are kept here too: blending, depth writes and the pixel
+    // shader read the stored mode when they are next set.
     m_polygonMode = mode;
+    _setRenderState(D3DRS_FILLMODE, D3D9Mappings::toD3DFillMode(mode));
 }
 
 FillMode CD3D9RenderSystem::GetFillMode()
@@ -749,8 +801,12 @@ FillMode CD3D9RenderSystem::GetFillMode()
 
 void CD3D9RenderSystem::SetStencilEnabled(bool enabled)
 {
-    // Still missing: render state 52 when the value changes.
+    // The member is asked first and survives a cache reset, so a repeated value
+    // stays quiet even when the render state shadow says unknown.
+    if (enabled == m_bStencilEnabled)
+        return;
     m_bStencilEnabled = enabled;
+    _setRenderState(D3DRS_STENCILENABLE, enabled ? TRUE : FALSE);
 }
 
 bool CD3D9RenderSystem::GetStencilEnabled()
@@ -758,17 +814,46 @@ bool CD3D9RenderSystem::GetStencilEnabled()
     return m_bStencilEnabled;
 }
 
-void CD3D9RenderSystem::SetStencilState(CompareFunction, unsigned, unsigned, unsigned, StencilOperation,
-                                        StencilOperation, StencilOperation, bool)
+void CD3D9RenderSystem::SetStencilState(CompareFunction func, unsigned ref, unsigned mask, unsigned writeMask,
+                                        StencilOperation fail, StencilOperation depthFail, StencilOperation pass,
+                                        bool twoSided)
 {
-    // Still missing: the stencil render states.
+    // Two-sided: the back (anticlockwise) faces take the operations as the
+    // winding flag says, the front faces the other way round, so increments
+    // and decrements of the two sides always differ.
+    bool frontInvert = false;
+    if (twoSided)
+    {
+        _setRenderState(D3DRS_TWOSIDEDSTENCILMODE, TRUE);
+        _setRenderState(D3DRS_CCW_STENCILFAIL, D3D9Mappings::toD3DStencilOp(fail, m_bInvertVertexWinding));
+        _setRenderState(D3DRS_CCW_STENCILZFAIL, D3D9Mappings::toD3DStencilOp(depthFail, m_bInvertVertexWinding));
+        _setRenderState(D3DRS_CCW_STENCILPASS, D3D9Mappings::toD3DStencilOp(pass, m_bInvertVertexWinding));
+        frontInvert = !m_bInvertVertexWinding;
+    }
+    else
+    {
+        _setRenderState(D3DRS_TWOSIDEDSTENCILMODE, FALSE);
+    }
+    _setRenderState(D3DRS_STENCILFUNC, D3D9Mappings::toD3DCmpFunc(func));
+    _setRenderState(D3DRS_STENCILREF, ref);
+    _setRenderState(D3DRS_STENCILMASK, mask);
+    _setRenderState(D3DRS_STENCILWRITEMASK, writeMask);
+    _setRenderState(D3DRS_STENCILFAIL, D3D9Mappings::toD3DStencilOp(fail, frontInvert));
+    _setRenderState(D3DRS_STENCILZFAIL, D3D9Mappings::toD3DStencilOp(depthFail, frontInvert));
+    _setRenderState(D3DRS_STENCILPASS, D3D9Mappings::toD3DStencilOp(pass, frontInvert));
 }
 
 void CD3D9RenderSystem::SetDepthBias(float constant, float slope)
 {
-    // Still missing: render states 195 and 175 as the caps allow.
+    // Kept even where the device cannot use them: GetDepthBias answers what the
+    // engine asked for, and a reset applies them again.
     m_fDepthBiasConstant = constant;
     m_fDepthBiasSlope = slope;
+    // Both go as the floats' bit patterns, in Direct3D's own units.
+    if (m_d3dcaps.RasterCaps & D3DPRASTERCAPS_DEPTHBIAS)
+        _setRenderState(D3DRS_DEPTHBIAS, FloatBits(constant));
+    if (m_d3dcaps.RasterCaps & D3DPRASTERCAPS_SLOPESCALEDEPTHBIAS)
+        _setRenderState(D3DRS_SLOPESCALEDEPTHBIAS, FloatBits(slope));
 }
 
 void CD3D9RenderSystem::GetDepthBias(float* constant, float* slope)
@@ -794,9 +879,10 @@ void CD3D9RenderSystem::GetAnisotropy(bool* enabled, int* level)
         *level = m_nMaxAnisotropy;
 }
 
-void CD3D9RenderSystem::SetSRGBWriteEnabled(bool)
+void CD3D9RenderSystem::SetSRGBWriteEnabled(bool enabled)
 {
-    // Still missing: render state 194, false without the capability.
+    const bool sRGB = enabled && m_pCapabilities && m_pCapabilities->GetSRGBReadWrite();
+    _setRenderState(D3DRS_SRGBWRITEENABLE, sRGB ? TRUE : FALSE);
 }
 
 void CD3D9RenderSystem::SetDepthCheckEnabled(bool enabled)
@@ -809,9 +895,14 @@ bool CD3D9RenderSystem::GetDepthCheckEnabled()
     return m_renderStates.size() > D3DRS_ZENABLE && m_renderStates[D3DRS_ZENABLE] == 1;
 }
 
-void CD3D9RenderSystem::SetDepthWriteEnabled(bool)
+void CD3D9RenderSystem::SetDepthWriteEnabled(bool enabled)
 {
-    // Still missing: render state 14 and the depth-cleared flag.
+    // The overdraw view counts layers, so every layer must pass the depth test.
+    const bool write = enabled && m_polygonMode != FILL_OVERDRAW;
+    // Only a write can spoil a cleared depth buffer.
+    if (write)
+        m_bDepthBufferCleared = false;
+    _setRenderState(D3DRS_ZWRITEENABLE, write ? TRUE : FALSE);
 }
 
 bool CD3D9RenderSystem::GetDepthWriteEnabled()
@@ -819,15 +910,15 @@ bool CD3D9RenderSystem::GetDepthWriteEnabled()
     return m_renderStates.size() > D3DRS_ZWRITEENABLE && m_renderStates[D3DRS_ZWRITEENABLE] == 1;
 }
 
-void CD3D9RenderSystem::SetDepthFunction(CompareFunction)
+void CD3D9RenderSystem::SetDepthFunction(CompareFunction func)
 {
-    // Still missing: render state 23 through the compare mapping.
+    _setRenderState(D3DRS_ZFUNC, D3D9Mappings::toD3DCmpFunc(func));
 }
 
 void CD3D9RenderSystem::SetCullingMode(CullingMode mode)
 {
-    // Still missing: render state 22 through the cull mapping.
     m_cullingMode = mode;
+    _setRenderState(D3DRS_CULLMODE, D3D9Mappings::toD3DCull(mode, m_bInvertVertexWinding));
 }
 
 CullingMode CD3D9RenderSystem::GetCullingMode()
@@ -835,20 +926,84 @@ CullingMode CD3D9RenderSystem::GetCullingMode()
     return m_cullingMode;
 }
 
-void CD3D9RenderSystem::SetColourWriteEnabled(bool, bool, bool, bool)
+void CD3D9RenderSystem::SetColourWriteEnabled(bool red, bool green, bool blue, bool alpha)
 {
-    // Still missing: render states 168, 190, 191 and 192.
+    const DWORD mask = (red ? D3DCOLORWRITEENABLE_RED : 0u) | (green ? D3DCOLORWRITEENABLE_GREEN : 0u) |
+                       (blue ? D3DCOLORWRITEENABLE_BLUE : 0u) | (alpha ? D3DCOLORWRITEENABLE_ALPHA : 0u);
+    // Every target of a multiple render target gets the same mask.
+    _setRenderState(D3DRS_COLORWRITEENABLE, mask);
+    _setRenderState(D3DRS_COLORWRITEENABLE1, mask);
+    _setRenderState(D3DRS_COLORWRITEENABLE2, mask);
+    _setRenderState(D3DRS_COLORWRITEENABLE3, mask);
 }
 
-void CD3D9RenderSystem::SetSceneBlending(BlendFactor, BlendFactor, BlendOperation)
+namespace
 {
-    // Still missing: the blend states.
+
+// The wire and complexity views draw flat colours: blending would only smear them.
+bool ViewIgnoresBlending(FillMode mode)
+{
+    return mode == FILL_WIRE_BLACK || mode == FILL_WIRE_TINTED || mode == FILL_SHADER_COMPLEXITY;
 }
 
-void CD3D9RenderSystem::SetSeparateSceneBlending(BlendFactor, BlendFactor, BlendFactor, BlendFactor, BlendOperation,
-                                                 BlendOperation)
+} // namespace
+
+void CD3D9RenderSystem::SetSceneBlending(BlendFactor source, BlendFactor dest, BlendOperation op)
 {
-    // Still missing: the separate blend states.
+    if (ViewIgnoresBlending(m_polygonMode))
+    {
+        _setRenderState(D3DRS_ALPHABLENDENABLE, FALSE);
+        return;
+    }
+    if (m_polygonMode == FILL_OVERDRAW)
+    {
+        // Each layer adds its quarter-alpha colour: the picture brightens with overdraw.
+        source = SBF_SOURCE_ALPHA;
+        dest = SBF_ONE;
+        op = SBO_ADD;
+    }
+    else if (source == SBF_ONE && dest == SBF_ZERO)
+    {
+        // Replacing is no blend, whatever the operation.
+        _setRenderState(D3DRS_ALPHABLENDENABLE, FALSE);
+        return;
+    }
+    const DWORD blendOp = D3D9Mappings::toD3DBlendOp(op);
+    _setRenderState(D3DRS_ALPHABLENDENABLE, TRUE);
+    _setRenderState(D3DRS_SEPARATEALPHABLENDENABLE, FALSE);
+    _setRenderState(D3DRS_SRCBLEND, D3D9Mappings::toD3DBlend(source));
+    _setRenderState(D3DRS_DESTBLEND, D3D9Mappings::toD3DBlend(dest));
+    _setRenderState(D3DRS_BLENDOP, blendOp);
+    _setRenderState(D3DRS_BLENDOPALPHA, blendOp);
+}
+
+void CD3D9RenderSystem::SetSeparateSceneBlending(BlendFactor source, BlendFactor dest, BlendFactor sourceAlpha,
+                                                 BlendFactor destAlpha, BlendOperation op, BlendOperation alphaOp)
+{
+    if (ViewIgnoresBlending(m_polygonMode))
+    {
+        _setRenderState(D3DRS_ALPHABLENDENABLE, FALSE);
+        return;
+    }
+    if (m_polygonMode == FILL_OVERDRAW)
+    {
+        source = sourceAlpha = SBF_SOURCE_ALPHA;
+        dest = destAlpha = SBF_ONE;
+        op = alphaOp = SBO_ADD;
+    }
+    else if (source == SBF_ONE && dest == SBF_ZERO && sourceAlpha == SBF_ONE && destAlpha == SBF_ZERO)
+    {
+        _setRenderState(D3DRS_ALPHABLENDENABLE, FALSE);
+        return;
+    }
+    _setRenderState(D3DRS_ALPHABLENDENABLE, TRUE);
+    _setRenderState(D3DRS_SEPARATEALPHABLENDENABLE, TRUE);
+    _setRenderState(D3DRS_SRCBLEND, D3D9Mappings::toD3DBlend(source));
+    _setRenderState(D3DRS_DESTBLEND, D3D9Mappings::toD3DBlend(dest));
+    _setRenderState(D3DRS_SRCBLENDALPHA, D3D9Mappings::toD3DBlend(sourceAlpha));
+    _setRenderState(D3DRS_DESTBLENDALPHA, D3D9Mappings::toD3DBlend(destAlpha));
+    _setRenderState(D3DRS_BLENDOP, D3D9Mappings::toD3DBlendOp(op));
+    _setRenderState(D3DRS_BLENDOPALPHA, D3D9Mappings::toD3DBlendOp(alphaOp));
 }
 
 void CD3D9RenderSystem::SetBlendFactor(const CColour* colour)
@@ -870,14 +1025,30 @@ bool CD3D9RenderSystem::GetPointSpritesEnabled()
     return m_bPointSprites;
 }
 
-void CD3D9RenderSystem::SetClipPlane(unsigned char, float, float, float, float)
+void CD3D9RenderSystem::SetClipPlane(unsigned char index, float a, float b, float c, float d)
 {
-    // Still missing: the device clip plane.
+    if (!m_pD3D9Device)
+        return;
+    // Never filtered: a plane is four floats, and planes change with the camera.
+    const float plane[4] = {a, b, c, d};
+    D3D9Verify(m_pD3D9Device->SetClipPlane(index, plane));
 }
 
-void CD3D9RenderSystem::EnableClipPlane(unsigned char, bool)
+void CD3D9RenderSystem::EnableClipPlane(unsigned char index, bool enable)
 {
-    // Still missing: the bit of render state 152.
+    if (!m_pD3D9Device)
+        return;
+    if (index >= 32)
+    {
+        LogError("EnableClipPlane: clip plane %u does not exist", static_cast<unsigned>(index));
+        return;
+    }
+    // The device's word, not the shadow's: other planes' bits may have been
+    // set behind the cache, and an unknown shadow has no bits to keep.
+    DWORD planes = 0;
+    D3D9Verify(m_pD3D9Device->GetRenderState(D3DRS_CLIPPLANEENABLE, &planes));
+    const DWORD bit = 1u << index;
+    _setRenderState(D3DRS_CLIPPLANEENABLE, enable ? (planes | bit) : (planes & ~bit));
 }
 
 void CD3D9RenderSystem::SetInvertVertexWinding(bool invert)
@@ -1086,9 +1257,14 @@ IDirect3DDevice9* CD3D9RenderSystem::GetD3D9Device()
 void CD3D9RenderSystem::ReservedHookA() {}
 void CD3D9RenderSystem::ReservedHookB() {}
 
-void CD3D9RenderSystem::_setTextureUnitFilter(unsigned, FilterType, FilterOptions)
+void CD3D9RenderSystem::_setTextureUnitFilter(unsigned unit, FilterType type, FilterOptions filter)
 {
-    // Still missing: the sampler filter state through the filter mappings.
+    // The mapping brings anisotropy back to linear where the device lacks it,
+    // and always for the mip filter.
+    if (m_bAnisotropicFilter && filter == FO_LINEAR)
+        filter = FO_ANISOTROPIC;
+    _setSamplerState(unit, D3D9Mappings::toD3DSamplerFilterState(type),
+                     D3D9Mappings::toD3DTextureFilter(type, filter, m_d3dcaps));
 }
 
 void CD3D9RenderSystem::_setTextureLayerAnisotropy(unsigned unit, unsigned level)
@@ -1098,14 +1274,15 @@ void CD3D9RenderSystem::_setTextureLayerAnisotropy(unsigned unit, unsigned level
     _setSamplerState(unit, D3DSAMP_MAXANISOTROPY, level);
 }
 
-void CD3D9RenderSystem::_setTextureAddressingModeUV(unsigned, TextureAddressMode, TextureAddressMode)
+void CD3D9RenderSystem::_setTextureAddressingModeUV(unsigned unit, TextureAddressMode u, TextureAddressMode v)
 {
-    // Still missing: sampler states 1 and 2 through the address mapping.
+    _setSamplerState(unit, D3DSAMP_ADDRESSU, D3D9Mappings::toD3DTextureAddress(u, m_d3dcaps));
+    _setSamplerState(unit, D3DSAMP_ADDRESSV, D3D9Mappings::toD3DTextureAddress(v, m_d3dcaps));
 }
 
-void CD3D9RenderSystem::_setTextureAddressingModeW(unsigned, TextureAddressMode)
+void CD3D9RenderSystem::_setTextureAddressingModeW(unsigned unit, TextureAddressMode w)
 {
-    // Still missing: sampler state 3 through the address mapping.
+    _setSamplerState(unit, D3DSAMP_ADDRESSW, D3D9Mappings::toD3DTextureAddress(w, m_d3dcaps));
 }
 
 void CD3D9RenderSystem::_setTextureBorderColour(unsigned unit, const CColour* colour)
@@ -1114,9 +1291,11 @@ void CD3D9RenderSystem::_setTextureBorderColour(unsigned unit, const CColour* co
         _setSamplerState(unit, D3DSAMP_BORDERCOLOR, colour->toD3DColor());
 }
 
-void CD3D9RenderSystem::_setTextureMipmapBias(unsigned, float)
+void CD3D9RenderSystem::_setTextureMipmapBias(unsigned unit, float bias)
 {
-    // Still missing: sampler state 8, forced to 0 without the capability.
+    // Without the capability the bias would be ignored or refused: hold it at none.
+    const bool supported = m_pCapabilities && m_pCapabilities->GetMipBiasSupported();
+    _setSamplerState(unit, D3DSAMP_MIPMAPLODBIAS, supported ? FloatBits(bias) : 0u);
 }
 
 } // namespace kv

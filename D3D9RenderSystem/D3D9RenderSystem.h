@@ -176,6 +176,8 @@ public:
     // from the shadow; a failed call is logged and the shadow keeps the value.
     void _setRenderState(D3DRENDERSTATETYPE state, DWORD value);
     void _setSamplerState(DWORD sampler, D3DSAMPLERSTATETYPE type, DWORD value);
+    // The native texture that binds for an engine texture (null for none).
+    IDirect3DBaseTexture9* NativeTextureOf(CTexture* texture);
     D3D9ResourceManager* GetResourceManager() { return m_pResourceManager; }
     // D3DUSAGE value for the engine's texture usage word; first match wins.
     static DWORD TextureUsageToD3D(unsigned usage);
