@@ -1,0 +1,428 @@
+// What the render system's state shadows cost and spare on a real device.
+//
+// A scripted engine frame of 1,000 draws, each setting a full material (depth,
+// culling, colour writes, blending, stencil switch, depth bias, and the filters
+// and address modes of two samplers: about 25 device states), where each
+// material differs from the one before in a few settings only. The frame runs
+// three ways in one process on one device:
+//   plugin   through the render system's setters, as the engine calls them;
+//   naive    every state of every material straight to the device;
+//   minimal  a call list deduplicated beforehand: only the states that differ
+//            from what the device holds.
+// Device calls are counted at the device's own method table, so whoever makes
+// them is counted the same way. Times are of state setting alone (no draws).
+#include "D3D9RenderSystem.h"
+
+#include "engine/DeviceCapabilities.h"
+#include "engine/Log.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <random>
+#include <vector>
+
+extern "C" const unsigned kvSetRenderStateSlot;
+extern "C" const unsigned kvSetSamplerStateSlot;
+
+namespace
+{
+
+using namespace kv;
+
+const unsigned kDraws = 1000;
+const unsigned kWarmFrames = 3;
+const unsigned kRounds = 40;
+// Chance that one setting of a material changes from the draw before; tuned so
+// that about 70 % of the device states stay equal.
+const double kChangeChance = 0.26;
+
+// ---- counting at the device's table
+
+typedef HRESULT(STDMETHODCALLTYPE* SetRenderStateFn)(IDirect3DDevice9*, D3DRENDERSTATETYPE, DWORD);
+typedef HRESULT(STDMETHODCALLTYPE* SetSamplerStateFn)(IDirect3DDevice9*, DWORD, D3DSAMPLERSTATETYPE, DWORD);
+
+SetRenderStateFn g_setRenderState = nullptr;
+SetSamplerStateFn g_setSamplerState = nullptr;
+uint64_t g_deviceCalls = 0;
+
+HRESULT STDMETHODCALLTYPE CountingSetRenderState(IDirect3DDevice9* device, D3DRENDERSTATETYPE state, DWORD value)
+{
+    ++g_deviceCalls;
+    return g_setRenderState(device, state, value);
+}
+
+HRESULT STDMETHODCALLTYPE CountingSetSamplerState(IDirect3DDevice9* device, DWORD sampler, D3DSAMPLERSTATETYPE type,
+                                                  DWORD value)
+{
+    ++g_deviceCalls;
+    return g_setSamplerState(device, sampler, type, value);
+}
+
+// Swaps one entry of a COM method table; answers the entry it replaced.
+bool SwapSlot(IDirect3DDevice9* device, unsigned slot, void* entry, void** previous)
+{
+    void** table = *reinterpret_cast<void***>(device);
+    DWORD protection = 0;
+    if (!VirtualProtect(&table[slot], sizeof(void*), PAGE_READWRITE, &protection))
+        return false;
+    if (previous)
+        *previous = table[slot];
+    table[slot] = entry;
+    VirtualProtect(&table[slot], sizeof(void*), protection, &protection);
+    return true;
+}
+
+// ---- the workload
+
+struct Material
+{
+    bool depthCheck, depthWrite, stencil;
+    unsigned depthFunc, cull, colourMask, blend, bias, mipBias;
+    unsigned filter[2][3];
+    unsigned address[2][2];
+};
+
+const CompareFunction kDepthFuncs[] = {CMPF_LESS_EQUAL, CMPF_LESS, CMPF_EQUAL, CMPF_ALWAYS_PASS};
+const CullingMode kCulls[] = {CULL_CLOCKWISE, CULL_NONE, CULL_ANTICLOCKWISE};
+const unsigned kColourMasks[] = {15, 7, 0, 8};
+struct Blend
+{
+    BlendFactor source, dest;
+    BlendOperation op;
+};
+const Blend kBlends[] = {{SBF_ONE, SBF_ZERO, SBO_ADD},
+                         {SBF_SOURCE_ALPHA, SBF_ONE_MINUS_SOURCE_ALPHA, SBO_ADD},
+                         {SBF_ONE, SBF_ONE, SBO_ADD},
+                         {SBF_DEST_COLOUR, SBF_ZERO, SBO_ADD}};
+const float kBiases[][2] = {{0.0f, 0.0f}, {-0.0001f, 1.0f}, {-0.001f, 2.0f}};
+const float kMipBiases[] = {0.0f, -0.5f, 0.5f};
+const FilterOptions kFilters[] = {FO_LINEAR, FO_POINT, FO_ANISOTROPIC};
+const TextureAddressMode kAddresses[] = {TAM_WRAP, TAM_CLAMP, TAM_MIRROR};
+
+template <size_t N, typename T> unsigned CountOf(const T (&)[N])
+{
+    return static_cast<unsigned>(N);
+}
+
+// One engine material as the engine sets it before a draw.
+void Apply(CRenderSystem* rs, const Material& m)
+{
+    rs->SetDepthCheckEnabled(m.depthCheck);
+    rs->SetDepthWriteEnabled(m.depthWrite);
+    rs->SetDepthFunction(kDepthFuncs[m.depthFunc]);
+    rs->SetCullingMode(kCulls[m.cull]);
+    const unsigned mask = kColourMasks[m.colourMask];
+    rs->SetColourWriteEnabled(mask & 1, mask & 2, mask & 4, mask & 8);
+    const Blend& blend = kBlends[m.blend];
+    rs->SetSceneBlending(blend.source, blend.dest, blend.op);
+    rs->SetStencilEnabled(m.stencil);
+    rs->SetDepthBias(kBiases[m.bias][0], kBiases[m.bias][1]);
+    for (unsigned unit = 0; unit < 2; ++unit)
+    {
+        rs->_setTextureUnitFiltering(unit, kFilters[m.filter[unit][0]], kFilters[m.filter[unit][1]],
+                                     kFilters[m.filter[unit][2]]);
+        rs->_setTextureAddressingModeUV(unit, kAddresses[m.address[unit][0]], kAddresses[m.address[unit][1]]);
+    }
+    rs->_setTextureMipmapBias(0, kMipBiases[m.mipBias]);
+}
+
+// A random walk of materials: each setting moves to another value by chance.
+std::vector<Material> Script()
+{
+    std::mt19937 random(20240611u);
+    std::uniform_real_distribution<double> chance(0.0, 1.0);
+    auto walk = [&](unsigned& value, unsigned count, bool first) {
+        if (first || chance(random) < kChangeChance)
+            value = (value + 1 + random() % (count - 1)) % count;
+    };
+    auto walkBool = [&](bool& value, bool first) {
+        if (first || chance(random) < kChangeChance)
+            value = !value;
+    };
+    std::vector<Material> script(kDraws);
+    Material m = {};
+    for (unsigned d = 0; d < kDraws; ++d)
+    {
+        const bool first = d == 0;
+        walkBool(m.depthCheck, first);
+        walkBool(m.depthWrite, first);
+        walkBool(m.stencil, false);
+        walk(m.depthFunc, CountOf(kDepthFuncs), first);
+        walk(m.cull, CountOf(kCulls), false);
+        walk(m.colourMask, CountOf(kColourMasks), false);
+        walk(m.blend, CountOf(kBlends), false);
+        walk(m.bias, CountOf(kBiases), false);
+        walk(m.mipBias, CountOf(kMipBiases), false);
+        for (unsigned unit = 0; unit < 2; ++unit)
+        {
+            for (unsigned& f : m.filter[unit])
+                walk(f, CountOf(kFilters), false);
+            for (unsigned& a : m.address[unit])
+                walk(a, CountOf(kAddresses), false);
+        }
+        script[d] = m;
+    }
+    return script;
+}
+
+// ---- call lists
+
+const uint32_t kRender = 0xFFFF; // the sampler field of a render state
+
+struct Call
+{
+    uint32_t sampler; // kRender for a render state
+    uint32_t type;
+    uint32_t value;
+};
+
+struct CallList
+{
+    std::vector<Call> calls;
+    std::vector<size_t> first; // per draw, and one past the last
+};
+
+// Every state each material sets, read from the shadows right after setting it
+// on unknown shadows: the render system's own translation, without filtering.
+CallList NaiveList(CD3D9RenderSystem* d3d, const std::vector<Material>& script)
+{
+    CallList list;
+    for (const Material& m : script)
+    {
+        list.first.push_back(list.calls.size());
+        d3d->_resetStateCaches();
+        d3d->m_bStencilEnabled = !m.stencil; // the switch is filtered by its member too
+        Apply(d3d, m);
+        for (uint32_t state = 0; state < d3d->m_renderStates.size(); ++state)
+            if (d3d->m_renderStates[state] != CD3D9RenderSystem::kUnknownState)
+                list.calls.push_back(Call{kRender, state, d3d->m_renderStates[state]});
+        for (uint32_t sampler = 0; sampler < 2; ++sampler)
+            for (uint32_t type = 0; type < d3d->m_samplerStates[sampler].size(); ++type)
+                if (d3d->m_samplerStates[sampler][type] != CD3D9RenderSystem::kUnknownState)
+                    list.calls.push_back(Call{sampler, type, d3d->m_samplerStates[sampler][type]});
+    }
+    list.first.push_back(list.calls.size());
+    return list;
+}
+
+// Of the naive list, only what differs from the device's value at that point of
+// a frame that follows another frame of the same script.
+CallList MinimalList(const CallList& naive, unsigned* equalStates)
+{
+    std::vector<uint64_t> device(0x10000 * 3, ~0ull);
+    auto slot = [](const Call& c) { return (c.sampler == kRender ? 0x20000u : c.sampler * 0x100u) + c.type; };
+    CallList list;
+    *equalStates = 0;
+    for (int pass = 0; pass < 2; ++pass)
+    {
+        for (size_t d = 0; d + 1 < naive.first.size(); ++d)
+        {
+            if (pass == 1)
+                list.first.push_back(list.calls.size());
+            for (size_t i = naive.first[d]; i < naive.first[d + 1]; ++i)
+            {
+                const Call& c = naive.calls[i];
+                if (device[slot(c)] == c.value)
+                {
+                    if (pass == 1)
+                        ++*equalStates;
+                    continue;
+                }
+                device[slot(c)] = c.value;
+                if (pass == 1)
+                    list.calls.push_back(c);
+            }
+        }
+    }
+    list.first.push_back(list.calls.size());
+    return list;
+}
+
+void RunList(IDirect3DDevice9* device, const CallList& list)
+{
+    for (const Call& c : list.calls)
+    {
+        if (c.sampler == kRender)
+            device->SetRenderState(static_cast<D3DRENDERSTATETYPE>(c.type), c.value);
+        else
+            device->SetSamplerState(c.sampler, static_cast<D3DSAMPLERSTATETYPE>(c.type), c.value);
+    }
+}
+
+double Seconds(const LARGE_INTEGER& from, const LARGE_INTEGER& to, const LARGE_INTEGER& frequency)
+{
+    return static_cast<double>(to.QuadPart - from.QuadPart) / static_cast<double>(frequency.QuadPart);
+}
+
+double Median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+} // namespace
+
+int main()
+{
+    SetLogEcho(false);
+    HWND hWnd = CreateWindowExA(0, "STATIC", "bench_state_cache", WS_OVERLAPPEDWINDOW, 0, 0, 64, 64, nullptr,
+                                nullptr, GetModuleHandleA(nullptr), nullptr);
+    CRenderSystem* rs = CreateRenderSystem();
+    CD3D9RenderSystem* d3d = GetD3D9RenderSystem();
+    if (!hWnd || !rs || !d3d->m_pD3D9)
+    {
+        std::printf("bench_state_cache: no window or no Direct3D 9 runtime\n");
+        return 1;
+    }
+    // The device as the render system makes it: hardware, single-threaded.
+    D3DPRESENT_PARAMETERS pp = {};
+    pp.BackBufferWidth = 64;
+    pp.BackBufferHeight = 64;
+    pp.BackBufferFormat = D3DFMT_X8R8G8B8;
+    pp.BackBufferCount = 1;
+    pp.SwapEffect = D3DSWAPEFFECT_DISCARD;
+    pp.hDeviceWindow = hWnd;
+    pp.Windowed = TRUE;
+    pp.PresentationInterval = D3DPRESENT_INTERVAL_IMMEDIATE;
+    HRESULT hr = d3d->m_pD3D9->CreateDevice(D3DADAPTER_DEFAULT, D3DDEVTYPE_HAL, hWnd,
+                                            D3DCREATE_HARDWARE_VERTEXPROCESSING, &pp, &d3d->m_pD3D9Device);
+    if (FAILED(hr) || !d3d->m_pD3D9Device)
+    {
+        std::printf("bench_state_cache: CreateDevice failed: 0x%08lx\n", static_cast<unsigned long>(hr));
+        return 1;
+    }
+    IDirect3DDevice9* device = d3d->m_pD3D9Device;
+    device->GetDeviceCaps(&d3d->m_d3dcaps);
+    rs->m_pCapabilities->SetMipBiasSupported(true);
+    rs->m_pCapabilities->SetSRGBReadWrite(true);
+
+    void* previous = nullptr;
+    if (!SwapSlot(device, kvSetRenderStateSlot, reinterpret_cast<void*>(&CountingSetRenderState), &previous))
+    {
+        std::printf("bench_state_cache: cannot count at the device's table\n");
+        return 1;
+    }
+    g_setRenderState = reinterpret_cast<SetRenderStateFn>(previous);
+    if (!SwapSlot(device, kvSetSamplerStateSlot, reinterpret_cast<void*>(&CountingSetSamplerState), &previous))
+    {
+        std::printf("bench_state_cache: cannot count at the device's table\n");
+        return 1;
+    }
+    g_setSamplerState = reinterpret_cast<SetSamplerStateFn>(previous);
+
+    const std::vector<Material> script = Script();
+    const CallList naive = NaiveList(d3d, script);
+    unsigned equalStates = 0;
+    const CallList minimal = MinimalList(naive, &equalStates);
+
+    // Shadows and device agree on the script's last material before timing.
+    d3d->_resetStateCaches();
+    d3d->m_bStencilEnabled = !script.back().stencil;
+    Apply(rs, script.back());
+
+    LARGE_INTEGER frequency;
+    QueryPerformanceFrequency(&frequency);
+    enum
+    {
+        PLUGIN,
+        NAIVE,
+        MINIMAL,
+        WAYS
+    };
+    const char* const names[WAYS] = {"plugin", "naive", "minimal"};
+    std::vector<double> times[WAYS];
+    uint64_t calls[WAYS] = {};
+    bool steadyCalls = true;
+    for (unsigned round = 0; round < kWarmFrames + kRounds; ++round)
+    {
+        for (unsigned k = 0; k < WAYS; ++k)
+        {
+            const unsigned way = (round + k) % WAYS; // each way takes each place in turn
+            const uint64_t callsBefore = g_deviceCalls;
+            LARGE_INTEGER start, end;
+            QueryPerformanceCounter(&start);
+            if (way == PLUGIN)
+            {
+                for (const Material& m : script)
+                    Apply(rs, m);
+            }
+            else
+            {
+                RunList(device, way == NAIVE ? naive : minimal);
+            }
+            QueryPerformanceCounter(&end);
+            const uint64_t frameCalls = g_deviceCalls - callsBefore;
+            if (round < kWarmFrames)
+                continue;
+            if (round > kWarmFrames && frameCalls != calls[way])
+                steadyCalls = false;
+            calls[way] = frameCalls;
+            times[way].push_back(Seconds(start, end, frequency) * 1e6);
+        }
+    }
+
+    // The filter alone: the same material again and again costs no device call,
+    // only the setters and their comparisons.
+    std::vector<double> repeatTimes;
+    Apply(rs, script.front());
+    const uint64_t firstCalls = g_deviceCalls;
+    for (unsigned round = 0; round < kRounds; ++round)
+    {
+        LARGE_INTEGER start, end;
+        QueryPerformanceCounter(&start);
+        for (unsigned d = 0; d < kDraws; ++d)
+            Apply(rs, script.front());
+        QueryPerformanceCounter(&end);
+        repeatTimes.push_back(Seconds(start, end, frequency) * 1e6);
+    }
+    const uint64_t repeatCalls = g_deviceCalls - firstCalls;
+
+    double median[WAYS];
+    for (unsigned way = 0; way < WAYS; ++way)
+    {
+        median[way] = Median(times[way]);
+        std::printf("BENCH state_cache.calls_%s %llu calls/frame\n", names[way],
+                    static_cast<unsigned long long>(calls[way]));
+    }
+    for (unsigned way = 0; way < WAYS; ++way)
+        std::printf("BENCH state_cache.time_%s %.1f us/frame\n", names[way], median[way]);
+    const double statesPerDraw = static_cast<double>(naive.calls.size()) / kDraws;
+    std::printf("BENCH state_cache.states_per_draw %.1f states\n", statesPerDraw);
+    std::printf("BENCH state_cache.states_equal_to_previous %.1f %%\n",
+                100.0 * equalStates / static_cast<double>(naive.calls.size()));
+    const double repeatMedian = Median(repeatTimes);
+    std::printf("BENCH state_cache.calls_repeated_material %llu calls/frame\n",
+                static_cast<unsigned long long>(repeatCalls));
+    std::printf("BENCH state_cache.time_repeated_material %.1f us/frame\n", repeatMedian);
+    std::printf("BENCH state_cache.filter_cost %.1f ns/state\n", repeatMedian * 1000.0 / naive.calls.size());
+    std::printf("BENCH state_cache.device_call_cost %.1f ns/call\n",
+                median[MINIMAL] * 1000.0 / static_cast<double>(calls[MINIMAL]));
+    std::printf("BENCH state_cache.calls_vs_minimal %.2f x\n",
+                static_cast<double>(calls[PLUGIN]) / static_cast<double>(calls[MINIMAL]));
+    std::printf("BENCH state_cache.calls_vs_naive %.2f x\n",
+                static_cast<double>(calls[PLUGIN]) / static_cast<double>(calls[NAIVE]));
+    std::printf("BENCH state_cache.time_vs_minimal %.2f x\n", median[PLUGIN] / median[MINIMAL]);
+    std::printf("BENCH state_cache.time_vs_naive %.2f x\n", median[PLUGIN] / median[NAIVE]);
+
+    int status = 0;
+    if (!steadyCalls)
+    {
+        std::printf("bench_state_cache: the device calls changed from frame to frame\n");
+        status = 1;
+    }
+    if (GetLogLineCount() != 0)
+    {
+        std::printf("bench_state_cache: the render system logged %u line(s)\n",
+                    static_cast<unsigned>(GetLogLineCount()));
+        status = 1;
+    }
+
+    SwapSlot(device, kvSetRenderStateSlot, reinterpret_cast<void*>(g_setRenderState), nullptr);
+    SwapSlot(device, kvSetSamplerStateSlot, reinterpret_cast<void*>(g_setSamplerState), nullptr);
+    delete rs;
+    DestroyWindow(hWnd);
+    return status;
+}
