@@ -178,6 +178,11 @@ public:
     void _setSamplerState(DWORD sampler, D3DSAMPLERSTATETYPE type, DWORD value);
     // The native texture that binds for an engine texture (null for none).
     IDirect3DBaseTexture9* NativeTextureOf(CTexture* texture);
+    // Stream and declaration shadows of the draw path; a repeated value makes no
+    // device call. A stream of 2 or more is ignored.
+    void _setVertexDeclaration(CVertexDeclaration* declaration);
+    void _setStreamFrequency(unsigned stream, uint32_t value);
+    void _restoreStreamFrequencies();
     D3D9ResourceManager* GetResourceManager() { return m_pResourceManager; }
     // D3DUSAGE value for the engine's texture usage word; first match wins.
     static DWORD TextureUsageToD3D(unsigned usage);
