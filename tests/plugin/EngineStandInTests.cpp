@@ -221,14 +221,4 @@ TEST(EngineRenderSystem, EngineFactoriesAndCounters)
     EXPECT_EQ(1, rs->m_nBuildDeviceCapabilitiesCount);
 }
 
-TEST(EngineColour, PacksAsD3DColorWithTruncation)
-{
-    EXPECT_EQ(0xFFFF7F00u, CColour(1.0f, 0.5f, 0.0f, 1.0f).toD3DColor());
-    EXPECT_EQ(0x00000000u, CColour(0.0f, 0.0f, 0.0f, 0.0f).toD3DColor());
-    // No clamping: 2.0 * 255 = 510, low 8 bits 0xFE.
-    EXPECT_EQ(0xFEu << 16 | 0xFFu << 24, CColour(2.0f, 0.0f, 0.0f, 1.0f).toD3DColor());
-    // 0.999 * 255 = 254.7, truncated to 254.
-    EXPECT_EQ(0xFE000000u, CColour(0.0f, 0.0f, 0.0f, 0.999f).toD3DColor());
-}
-
 } // namespace
