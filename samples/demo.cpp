@@ -2,7 +2,9 @@
 // D3D9RenderSystem.dll, asks it for its render system through the one export,
 // opens a real window and runs Init. Then it prints what happened, the log
 // included, and writes the log to out/demo-log.txt when out/ exists.
+#include "engine/DeviceCapabilities.h"
 #include "engine/Engine.h"
+#include "engine/Globals.h"
 #include "engine/Log.h"
 #include "engine/RenderSystem.h"
 
@@ -78,6 +80,31 @@ void ReportLog(FILE* out)
     }
 }
 
+// What the engine learnt of the device, and the shader mode the plug-in chose.
+void ReportCapabilities(const kv::CDeviceCapabilities& caps)
+{
+    std::printf("demo: adapter \"%s\", vendor %d, driver %u.%u.%u.%u\n", caps.getDeviceName().c_str(),
+                static_cast<int>(caps.m_eVendor), caps.m_nDriverProduct, caps.m_nDriverVersion,
+                caps.m_nDriverSubVersion, caps.m_nDriverBuild);
+    std::printf("demo: mode %s (shader model %d)\n", caps.getRenderSystemName().c_str(),
+                kv::g_eRenderSystemType == kv::RST_DX9C ? 3 : 2);
+    std::printf("demo: max texture %u, render targets %u, max point size %g, vertex texture fetch %s\n",
+                caps.m_nMaxTextureSize[0], static_cast<unsigned>(caps.m_nNumMultiRenderTargets),
+                static_cast<double>(caps.m_fMaxPointSize), caps.m_bVertexTextureFetch ? "yes" : "no");
+    std::printf("demo: float textures %s, non-power-of-two %s, INTZ %s, hardware PCF %s, D16 %s, null target %s, "
+                "ATI2 %s\n",
+                caps.m_bFloatTexture ? "yes" : "no", caps.m_bNonPowerOfTwoTexture ? "yes" : "no",
+                caps.m_bDepthTextureINTZ ? "yes" : "no", caps.GetHardwarePCFSupported() ? "yes" : "no",
+                caps.m_bDepthTextureD16 ? "yes" : "no", caps.m_bNullRenderTarget ? "yes" : "no",
+                caps.m_bATI2Texture ? "yes" : "no");
+    std::printf("demo: float32/16 targets %s/%s, shadow formats depth %u colour %u, sRGB %s, mip bias %s, "
+                "timer queries %s, SSE2 %s\n",
+                caps.m_bFloat32RenderTarget ? "yes" : "no", caps.m_bFloat16RenderTarget ? "yes" : "no",
+                static_cast<unsigned>(caps.m_eShadowDepthFormat), static_cast<unsigned>(caps.m_eShadowColourFormat),
+                caps.GetSRGBReadWrite() ? "yes" : "no", caps.GetMipBiasSupported() ? "yes" : "no",
+                caps.m_bTimerQuery ? "yes" : "no", caps.m_bSSE2 ? "yes" : "no");
+}
+
 } // namespace
 
 int main()
@@ -122,6 +149,8 @@ int main()
     std::printf("demo: Init(%ux%u, windowed) %s\n", width, height, ok ? "succeeded" : "failed");
     std::printf("demo: device %s, device available: %s\n", rs->GetD3D9Device() ? "made" : "not made",
                 rs->IsDeviceAvailable() ? "yes" : "no");
+    if (ok)
+        ReportCapabilities(*rs->m_pCapabilities);
     if (ok && rs->_beginFrame())
     {
         rs->_endFrame();
