@@ -366,3 +366,49 @@ TEST(EffectFailures, EveryAllocationFailureFailsCleanly)
     }
     EXPECT_GT(failures, 50);
 }
+
+TEST(EffectFailures, NameLookupsOfResourceRecordsAreBounded)
+{
+    // Thousands of parameters of one long name, then one whose name differs in
+    // its last character, and thousands of resource records that each look for
+    // that last one: without a bound, reading this file would compare billions
+    // of characters.
+    const std::string name(200, 'a');
+    const std::string last = std::string(199, 'a') + "b";
+    const uint32_t count = 3000;
+    EffectBuilder b;
+    const uint32_t none = b.String(nullptr);
+    const uint32_t type = b.Put(NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, b.String(name.c_str()), none, 0, 1, 1));
+    const uint32_t lastType = b.Put(NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, b.String(last.c_str()), none, 0, 1, 1));
+    const uint32_t stateType = b.Put(ObjectType(D3DXPT_TEXTURE, none, none, 0));
+    const uint32_t value = b.Word(0);
+    const uint32_t tech = b.String("T");
+    b.Body();
+    b.Put({count, 1, 0, 1});
+    for (uint32_t i = 0; i + 1 < count; ++i)
+        b.Put({type, value, 0, 0});
+    b.Put({lastType, value, 0, 0});
+    b.Put({tech, 0, 1, tech, 0, 1, 0, 0, stateType, value});
+    b.Put({0, count});
+    for (uint32_t i = 0; i < count; ++i)
+    {
+        b.Put({0, 0, 0xFFFFFFFF, 0, 1});
+        b.TextBlock(last.c_str());
+    }
+    const Bytes bytes = b.Finish();
+
+    EffectLogCapture log;
+    CD3D9ParseEffect fx;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(Parse(fx, bytes));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
+    const Lines texts = log.Texts();
+    ASSERT_GE(texts.size(), 3u);
+    EXPECT_EQ(texts[texts.size() - 3],
+              "Effect asks for more name lookups than a file of " + std::to_string(bytes.size()) + " bytes may\n");
+    EXPECT_TRUE(StartsWith(texts[texts.size() - 2], "Failed to parse resource "));
+    // The first records were found before the bound was reached; each one
+    // replaced the data of the one state they all name.
+    EXPECT_EQ(texts[0], "Object already initialized!\n");
+    EXPECT_GT(texts.size(), 100u);
+}
