@@ -635,24 +635,15 @@ void CD3D9RenderSystem::_restoreDeviceStates()
     SetPointSpritesEnabled(m_bPointSprites);
 }
 
-void CD3D9RenderSystem::_setRenderState(D3DRENDERSTATETYPE state, DWORD value)
+void CD3D9RenderSystem::_sendRenderState(D3DRENDERSTATETYPE state, DWORD value)
 {
-    // The shadows are filled when the device is made; before that there is
-    // nothing to set.
-    if (static_cast<unsigned>(state) >= m_renderStates.size())
-        return;
-    if (m_renderStates[state] == value)
-        return;
     D3D9Verify(m_pD3D9Device->SetRenderState(state, value), "Failed to SetRenderState");
+    // Kept even after a failure: the same set is not tried again until a reset.
     m_renderStates[state] = value;
 }
 
-void CD3D9RenderSystem::_setSamplerState(DWORD sampler, D3DSAMPLERSTATETYPE type, DWORD value)
+void CD3D9RenderSystem::_sendSamplerState(DWORD sampler, D3DSAMPLERSTATETYPE type, DWORD value)
 {
-    if (sampler >= m_samplerStates.size() || static_cast<unsigned>(type) >= m_samplerStates[sampler].size())
-        return;
-    if (m_samplerStates[sampler][type] == value)
-        return;
     D3D9Verify(m_pD3D9Device->SetSamplerState(sampler, type, value), "Failed to SetSamplerState");
     m_samplerStates[sampler][type] = value;
 }

@@ -174,8 +174,23 @@ public:
     void _restoreDeviceStates();
     // Shadowed state setters: the device hears only of a value that differs
     // from the shadow; a failed call is logged and the shadow keeps the value.
-    void _setRenderState(D3DRENDERSTATETYPE state, DWORD value);
-    void _setSamplerState(DWORD sampler, D3DSAMPLERSTATETYPE type, DWORD value);
+    // The comparison is inline at every setter, since most sets repeat what the
+    // device holds; the shadows are empty until the device is made, and then
+    // nothing is set.
+    void _setRenderState(D3DRENDERSTATETYPE state, DWORD value)
+    {
+        if (static_cast<unsigned>(state) < m_renderStates.size() && m_renderStates[state] != value)
+            _sendRenderState(state, value);
+    }
+    void _setSamplerState(DWORD sampler, D3DSAMPLERSTATETYPE type, DWORD value)
+    {
+        if (sampler < m_samplerStates.size() && static_cast<unsigned>(type) < m_samplerStates[sampler].size() &&
+            m_samplerStates[sampler][type] != value)
+            _sendSamplerState(sampler, type, value);
+    }
+    // The device call behind a shadow that differs; a failure is logged.
+    void _sendRenderState(D3DRENDERSTATETYPE state, DWORD value);
+    void _sendSamplerState(DWORD sampler, D3DSAMPLERSTATETYPE type, DWORD value);
     // The native texture that binds for an engine texture (null for none).
     IDirect3DBaseTexture9* NativeTextureOf(CTexture* texture);
     // Stream and declaration shadows of the draw path; a repeated value makes no
