@@ -37,7 +37,7 @@ const unsigned kWarmFrames = 3;
 const unsigned kRounds = 40;
 // Chance that one setting of a material changes from the draw before; tuned so
 // that about 70 % of the device states stay equal.
-const double kChangeChance = 0.26;
+const double kChangeChance = 0.34;
 
 // ---- counting at the device's table
 
