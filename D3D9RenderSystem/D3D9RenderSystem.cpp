@@ -17,6 +17,7 @@
 #include "engine/HardwareVertexBuffer.h"
 #include "engine/IndexData.h"
 #include "engine/MultiRenderTarget.h"
+#include "engine/Root.h"
 #include "engine/Timer.h"
 #include "engine/VertexData.h"
 
@@ -522,25 +523,107 @@ bool CD3D9RenderSystem::BuildDeviceCapabilities()
 
 bool CD3D9RenderSystem::Reset(HWND hWnd, unsigned width, unsigned height, bool fullScreen, bool vsync, unsigned fsaa)
 {
-    // Still missing: when the main window is meant, the device reset follows.
-    return CRenderSystem::Reset(hWnd, width, height, fullScreen, vsync, fsaa);
+    // The engine brings the window that owns the handle up to date; a further
+    // window has rebuilt its own swap chain by then.
+    if (!CRenderSystem::Reset(hWnd, width, height, fullScreen, vsync, fsaa))
+        return false;
+    if (!m_pMainWindow || hWnd != m_pMainWindow->m_hWnd)
+        return true;
+    // The main window presents through the device itself: its new size, full
+    // screen flag, vsync or multisampling only take effect through a device reset.
+    return ResetDevice(vsync, fsaa);
 }
 
 bool CD3D9RenderSystem::IsDeviceLost()
 {
-    // Without a device there is nothing to draw on. Still missing: the reset
-    // of a resettable device when no frame is open.
+    // Without a device there is nothing to draw on.
     if (!m_pD3D9Device)
         return true;
-    return m_pD3D9Device->TestCooperativeLevel() != D3D_OK;
+    // The device is the only judge: no flag of our own could notice the driver
+    // giving it back.
+    HRESULT hr = m_pD3D9Device->TestCooperativeLevel();
+    if (hr == D3DERR_DEVICELOST)
+        return true;
+    if (hr == D3DERR_DEVICENOTRESET && m_frameNesting.empty())
+    {
+        // A reset inside an open scene would pull resources out from under the
+        // frame: it waits for the frame's end. Whether the reset worked is the
+        // device's to say afterwards.
+        ResetDevice(m_pMainWindow ? m_pMainWindow->m_bVSync : false, m_pMainWindow ? m_pMainWindow->m_nFSAA : 0);
+        return m_pD3D9Device->TestCooperativeLevel() != D3D_OK;
+    }
+    return hr != D3D_OK;
 }
 
-bool CD3D9RenderSystem::ResetDevice(bool, unsigned)
+bool CD3D9RenderSystem::ResetDevice(bool vsync, unsigned fsaa)
 {
-    // Still missing: the release of device resources, IDirect3DDevice9::Reset
-    // and the rebuild.
-    LogError("ResetDevice: device reset is not built yet");
-    return false;
+    CRenderWindow* window = m_pMainWindow.get();
+    if (!m_pD3D9Device || !window || !m_pResourceManager)
+    {
+        LogError("ResetDevice: there is no device or no main window to reset");
+        return false;
+    }
+
+    // First, so that nothing set while rebuilding is skipped by a stale shadow.
+    _resetStateCaches();
+    LogInfo("Try to ResetDevice, %d, %d", static_cast<int>(window->m_nWidth), static_cast<int>(window->m_nHeight));
+
+    // The device's Reset refuses while any default-pool object or any extra
+    // reference to one of its surfaces lives on: all of them go first.
+    for (auto& entry : m_mapReadbackSurfaces)
+        if (entry.second)
+            entry.second->Release();
+    m_mapReadbackSurfaces.clear();
+    m_pLockedReadbackSurface = nullptr;
+
+    // The GPU timer query manager's frequency query, a default-pool object too,
+    // is dropped here once that manager exists; its next frame makes it again.
+
+    m_pResourceManager->notifyOnDeviceLost();
+
+    m_pActiveDepthBuffer = nullptr;
+    // Forgetting the bound target makes the next _setRenderTarget bind in full.
+    m_activeRenderTarget.assign(nullptr);
+
+    m_d3dpp.hDeviceWindow = window->m_hWnd;
+    m_d3dpp.BackBufferWidth = window->m_nWidth;
+    m_d3dpp.BackBufferHeight = window->m_nHeight;
+    m_d3dpp.Windowed = window->m_bFullScreen ? FALSE : TRUE;
+    // Without vsync the back buffer count stays where it stood: once two, always two.
+    ApplyPresentParameters(vsync, fsaa, m_d3dpp);
+
+    HRESULT hr = m_pD3D9Device->Reset(&m_d3dpp);
+    if (FAILED(hr))
+    {
+        // A warning, not an error: the next IsDeviceAvailable or Present tries again.
+        LogWarning("failed to reset a D3D device, %u, %s, %s, W:%d, H:%d, FullScreen:%s", static_cast<unsigned>(hr),
+                   DXGetErrorString(hr), DXGetErrorDescription(hr), static_cast<int>(window->m_nWidth),
+                   static_cast<int>(window->m_nHeight), window->m_bFullScreen ? "true" : "false");
+        if (window->m_bFullScreen)
+        {
+            // These do not prevent the attempt; they say why a window could not
+            // take the whole screen.
+            HWND hDeviceWindow = m_d3dpp.hDeviceWindow;
+            if (GetParent(hDeviceWindow) != nullptr)
+                LogError("Failed to ResetFullScreen, as window has parent window!");
+            if (GetWindowLongA(hDeviceWindow, GWL_STYLE) & WS_CHILD)
+                // "全屏的窗口必须非WS_CHILD", in the engine's GBK code page.
+                LogError("\xC8\xAB\xC6\xC1\xB5\xC4\xB4\xB0\xBF\xDA\xB1\xD8\xD0\xEB\xB7\xC7"
+                         "WS_CHILD");
+            if (!(GetWindowLongA(hDeviceWindow, GWL_EXSTYLE) & WS_EX_TOPMOST))
+                // "全屏的窗口必须是TOPMOST", in the engine's GBK code page.
+                LogError("\xC8\xAB\xC6\xC1\xB5\xC4\xB4\xB0\xBF\xDA\xB1\xD8\xD0\xEB\xCA\xC7"
+                         "TOPMOST");
+        }
+        return false;
+    }
+
+    m_pResourceManager->notifyOnDeviceReset();
+    _restoreDeviceStates();
+    LogInfo("Success ResetDevice,%d, %d, FullScreen:%s", static_cast<int>(window->m_nWidth),
+            static_cast<int>(window->m_nHeight), window->m_bFullScreen ? "true" : "false");
+    GetRoot()->OnDeviceReset();
+    return true;
 }
 
 bool CD3D9RenderSystem::IsDeviceAvailable()
