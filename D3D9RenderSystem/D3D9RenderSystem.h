@@ -193,6 +193,9 @@ public:
     void _sendSamplerState(DWORD sampler, D3DSAMPLERSTATETYPE type, DWORD value);
     // The native texture that binds for an engine texture (null for none).
     IDirect3DBaseTexture9* NativeTextureOf(CTexture* texture);
+    // The depth format that goes with a colour format on this adapter, found
+    // once and kept for the life of the render system; 0 when none fits.
+    D3DFORMAT _getDepthStencilFormatFor(D3DFORMAT colourFormat);
     // Stream and declaration shadows of the draw path; a repeated value makes no
     // device call. A stream of 2 or more is ignored.
     void _setVertexDeclaration(CVertexDeclaration* declaration);

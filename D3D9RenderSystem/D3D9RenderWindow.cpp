@@ -1,4 +1,5 @@
 #include "D3D9RenderWindow.h"
+#include "D3D9DepthBuffer.h"
 #include "D3D9Mappings.h"
 #include "D3D9RenderSystem.h"
 
@@ -113,12 +114,24 @@ bool CD3D9RenderWindow::BuildMainWindow()
     // A depth buffer of an earlier life goes first.
     detachDepthBuffer();
 
-    // Still missing: the device's automatic depth surface wrapped in a
-    // CD3D9DepthBuffer (pool 1, the surface's format, size and multisampling)
-    // and attached to this window, or a fresh one from _createDepthBufferFor
-    // when the attachment is refused. Until depth buffers exist the window
-    // draws without an attached depth buffer.
-    LogWarning("BuildMainWindow: the main window's depth buffer is not attached yet");
+    // The device's automatic depth surface becomes the window's depth buffer,
+    // which takes over the reference GetDepthStencilSurface added.
+    IDirect3DSurface9* depth = nullptr;
+    D3DSURFACE_DESC desc;
+    ref_ptr<CDepthBuffer> buffer;
+    if (D3D9Verify(m_pD3D9Device->GetDepthStencilSurface(&depth)) && depth)
+    {
+        if (D3D9Verify(depth->GetDesc(&desc)))
+            buffer = new CD3D9DepthBuffer(1, depth, desc.Format, desc.Width, desc.Height, desc.MultiSampleType,
+                                          desc.MultiSampleQuality, false);
+        else
+            depth->Release();
+    }
+    // A surface of another depth format than the one found for this back
+    // buffer is refused; so is no surface at all. Then the window gets a
+    // buffer of its own, which attaches itself.
+    if (!attachDepthBuffer(buffer.get()))
+        rs->_createDepthBufferFor(this);
     return true;
 }
 
@@ -261,9 +274,10 @@ bool CD3D9RenderWindow::CopyToTarget(CRenderTarget* target, const RECT* source, 
 
 bool CD3D9RenderWindow::CopyToTexture(CTexture* texture)
 {
+    if (!texture)
+        return false;
     // Still missing: the copy into the surface of face 0, level 0 of the
     // texture's pixel buffer, which comes with the hardware pixel buffers.
-    (void)texture;
     return false;
 }
 
