@@ -175,7 +175,7 @@ public:
     // Shadowed state setters: the device hears only of a value that differs
     // from the shadow; a failed call is logged and the shadow keeps the value.
     // The comparison is inline at every setter, since most sets repeat what the
-    // device holds; the shadows are empty until the device is made, and then
+    // device holds. Before the device is made the shadows are empty and
     // nothing is set.
     void _setRenderState(D3DRENDERSTATETYPE state, DWORD value)
     {
