@@ -1,0 +1,264 @@
+// What a draw costs on the CPU through the render system against the same draw
+// made straight on the device, on one real device in one process.
+//
+// A frame is N indexed draws (N = 100, 1,000, 10,000) of small meshes, taking
+// turns between two vertex buffers so every draw binds its stream anew:
+//   plugin  SetVertexBuffer, SetIndexBuffer and DrawPrimitive of the render
+//           system, as the engine calls them (shadows, statistics and all);
+//   direct  the device calls those draws need: the declaration and indices once
+//           a frame, then SetStreamSource and DrawIndexedPrimitive per draw.
+// The triangles have no area, so the rasteriser adds nothing; what is timed is
+// the submission loop on the calling thread, the median of several frames, both
+// ways taking turns. Allocations are counted with a replaced global operator
+// new while the plug-in's frames run: the draw path must make none.
+#include "D3D9HardwareIndexBuffer.h"
+#include "D3D9HardwareVertexBuffer.h"
+#include "D3D9RenderSystem.h"
+#include "D3D9VertexDeclaration.h"
+
+#include "engine/Engine.h"
+#include "engine/IndexData.h"
+#include "engine/Log.h"
+#include "engine/Timer.h"
+#include "engine/VertexData.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <vector>
+
+namespace
+{
+std::atomic<bool> g_countAllocations(false);
+std::atomic<uint64_t> g_allocations(0);
+} // namespace
+
+void* operator new(std::size_t size)
+{
+    if (g_countAllocations.load(std::memory_order_relaxed))
+        g_allocations.fetch_add(1, std::memory_order_relaxed);
+    if (void* p = std::malloc(size ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
+
+void* operator new[](std::size_t size)
+{
+    return operator new(size);
+}
+
+void operator delete(void* p) noexcept
+{
+    std::free(p);
+}
+
+void operator delete[](void* p) noexcept
+{
+    std::free(p);
+}
+
+void operator delete(void* p, std::size_t) noexcept
+{
+    std::free(p);
+}
+
+void operator delete[](void* p, std::size_t) noexcept
+{
+    std::free(p);
+}
+
+namespace
+{
+
+using namespace kv;
+
+const unsigned kRounds = 31;
+const unsigned kIndexCount = 6;
+
+struct Vertex
+{
+    float x, y, z;
+    uint32_t colour;
+};
+
+double Seconds(const LARGE_INTEGER& a, const LARGE_INTEGER& b, const LARGE_INTEGER& frequency)
+{
+    return static_cast<double>(b.QuadPart - a.QuadPart) / static_cast<double>(frequency.QuadPart);
+}
+
+// Waits until the device has worked off everything queued, so no frame pays
+// for the one before it.
+void WaitForIdle(IDirect3DQuery9* query)
+{
+    if (!query)
+        return;
+    query->Issue(D3DISSUE_END);
+    while (query->GetData(nullptr, 0, D3DGETDATA_FLUSH) == S_FALSE)
+        SwitchToThread();
+}
+
+double Median(std::vector<double> v)
+{
+    std::sort(v.begin(), v.end());
+    return v[v.size() / 2];
+}
+
+} // namespace
+
+int main()
+{
+    SetLogEcho(false);
+    EngineInit();
+    HWND hWnd = CreateWindowExA(0, "STATIC", "bench_draw_path", WS_OVERLAPPEDWINDOW, 0, 0, 64, 64, nullptr, nullptr,
+                                GetModuleHandleA(nullptr), nullptr);
+    CRenderSystem* rs = CreateRenderSystem();
+    if (!hWnd || !rs || !rs->Init(hWnd, 64, 64, false, false, 0))
+    {
+        std::printf("bench_draw_path: no window or no Direct3D 9 device\n");
+        return 1;
+    }
+    CD3D9RenderSystem* d3d = GetD3D9RenderSystem();
+    IDirect3DDevice9* device = d3d->m_pD3D9Device;
+
+    // Two meshes of four vertices on one point: zero-area triangles.
+    const VertexElement elements[] = {VertexElement(0, 0, VET_FLOAT3, VES_POSITION),
+                                      VertexElement(0, 12, VET_COLOUR, VES_COLOUR)};
+    ref_ptr<CVertexDeclaration> declaration = rs->CreateVertexDeclaration(elements, 2);
+    const Vertex vertices[4] = {};
+    const uint16_t indices[kIndexCount] = {0, 1, 2, 0, 2, 3};
+    ref_ptr<CHardwareVertexBuffer> buffers[2] = {
+        rs->CreateHardwareVertexBuffer(sizeof(Vertex), 4, CHardwareBuffer::USAGE_STATIC, vertices),
+        rs->CreateHardwareVertexBuffer(sizeof(Vertex), 4, CHardwareBuffer::USAGE_STATIC, vertices)};
+    ref_ptr<CHardwareIndexBuffer> indexBuffer =
+        rs->CreateHardwareIndexBuffer(CHardwareIndexBuffer::IT_16BIT, kIndexCount, CHardwareBuffer::USAGE_STATIC,
+                                      indices);
+    ref_ptr<CVertexData> data[2];
+    for (int i = 0; i < 2; ++i)
+    {
+        data[i] = rs->CreateVertexData();
+        data[i]->m_pDeclaration = declaration;
+        data[i]->m_pBuffer = buffers[i];
+        data[i]->m_nVertexCount = 4;
+    }
+    ref_ptr<CIndexData> indexData = rs->CreateIndexData();
+    indexData->m_pBuffer = indexBuffer;
+    indexData->m_nIndexCount = kIndexCount;
+
+    IDirect3DVertexDeclaration9* nativeDeclaration =
+        static_cast<CD3D9VertexDeclaration*>(declaration.get())->m_pD3D9VertexDeclaration;
+    IDirect3DVertexBuffer9* nativeBuffers[2] = {
+        static_cast<CD3D9HardwareVertexBuffer*>(buffers[0].get())->m_pD3D9VertexBuffer,
+        static_cast<CD3D9HardwareVertexBuffer*>(buffers[1].get())->m_pD3D9VertexBuffer};
+    IDirect3DIndexBuffer9* nativeIndices = static_cast<CD3D9HardwareIndexBuffer*>(indexBuffer.get())->m_pD3D9IndexBuffer;
+    if (!nativeDeclaration || !nativeBuffers[0] || !nativeBuffers[1] || !nativeIndices)
+    {
+        std::printf("bench_draw_path: the buffers could not be made\n");
+        return 1;
+    }
+    d3d->_setRenderState(D3DRS_CULLMODE, D3DCULL_NONE);
+    d3d->_setRenderState(D3DRS_LIGHTING, FALSE);
+
+    CVertexData* const dataOf[2] = {data[0].get(), data[1].get()};
+    CIndexData* const indexDataPtr = indexData.get();
+    CHardwareIndexBuffer* const indexBufferPtr = indexBuffer.get();
+
+    auto pluginFrame = [&](unsigned draws) {
+        for (unsigned i = 0; i < draws; ++i)
+        {
+            CVertexData* d = dataOf[i & 1];
+            rs->SetVertexBuffer(d);
+            rs->SetIndexBuffer(indexBufferPtr);
+            rs->DrawPrimitive(PT_TRIANGLE_LIST, d, indexDataPtr, 1, false);
+        }
+    };
+    auto directFrame = [&](unsigned draws) {
+        device->SetVertexDeclaration(nativeDeclaration);
+        device->SetIndices(nativeIndices);
+        for (unsigned i = 0; i < draws; ++i)
+        {
+            device->SetStreamSource(0, nativeBuffers[i & 1], 0, sizeof(Vertex));
+            device->DrawIndexedPrimitive(D3DPT_TRIANGLELIST, 0, 0, 4, 0, 2);
+        }
+    };
+
+    IDirect3DQuery9* idle = nullptr;
+    device->CreateQuery(D3DQUERYTYPE_EVENT, &idle);
+
+    LARGE_INTEGER frequency;
+    QueryPerformanceFrequency(&frequency);
+    const unsigned counts[] = {100, 1000, 10000};
+    uint64_t pluginAllocations = 0;
+    uint64_t pluginFrames = 0;
+    bool drawsCounted = true;
+    for (unsigned draws : counts)
+    {
+        std::vector<double> plugin, direct;
+        for (unsigned round = 0; round < kRounds + 2; ++round)
+        {
+            // Odd rounds run the direct way first.
+            for (int turn = 0; turn < 2; ++turn)
+            {
+                const int way = turn ^ static_cast<int>(round & 1);
+                // Each frame starts from a device that knows nothing the other
+                // way left behind.
+                d3d->_resetStateCaches();
+                d3d->_setRenderState(D3DRS_CULLMODE, D3DCULL_NONE);
+                d3d->_setRenderState(D3DRS_LIGHTING, FALSE);
+                GetTimer()->Reset();
+                WaitForIdle(idle);
+                rs->_beginFrame();
+                LARGE_INTEGER start, end;
+                if (way == 0)
+                {
+                    g_allocations = 0;
+                    g_countAllocations = true;
+                    QueryPerformanceCounter(&start);
+                    pluginFrame(draws);
+                    QueryPerformanceCounter(&end);
+                    g_countAllocations = false;
+                    pluginAllocations += g_allocations;
+                    ++pluginFrames;
+                    drawsCounted = drawsCounted && GetTimer()->m_nDrawCallCount == draws;
+                }
+                else
+                {
+                    QueryPerformanceCounter(&start);
+                    directFrame(draws);
+                    QueryPerformanceCounter(&end);
+                }
+                rs->_endFrame();
+                device->Present(nullptr, nullptr, nullptr, nullptr);
+                // The first two rounds warm caches and the driver's queues.
+                if (round >= 2)
+                    (way == 0 ? plugin : direct).push_back(Seconds(start, end, frequency) * 1e9 / draws);
+            }
+        }
+        const double p = Median(plugin);
+        const double d = Median(direct);
+        std::printf("BENCH draw_path.plugin_%u %.1f ns/draw\n", draws, p);
+        std::printf("BENCH draw_path.direct_%u %.1f ns/draw\n", draws, d);
+        std::printf("BENCH draw_path.ratio_%u %.3f x\n", draws, p / d);
+    }
+    if (!drawsCounted)
+        std::printf("bench_draw_path: the frame statistics missed draws\n");
+    std::printf("BENCH draw_path.allocations %.2f allocations/frame\n",
+                pluginFrames ? static_cast<double>(pluginAllocations) / pluginFrames : 0.0);
+
+    if (idle)
+        idle->Release();
+    declaration = nullptr;
+    buffers[0] = buffers[1] = nullptr;
+    indexBuffer = nullptr;
+    data[0] = data[1] = nullptr;
+    indexData = nullptr;
+    rs->Destroy();
+    delete rs;
+    EngineShutdown();
+    DestroyWindow(hWnd);
+    return 0;
+}
