@@ -4,6 +4,10 @@
 #include "D3D9ResourceManager.h"
 #include "DrawFixture.h"
 
+#include <d3dx9.h>
+
+#include <cstring>
+
 using namespace kv;
 
 namespace
@@ -219,5 +223,101 @@ TEST_F(Pixels, BuffersOfBothPoolsDrawAfterARealReset)
     EXPECT_EQ(kRed, At(pixels, 16, 32));   // managed: the content came through the reset
     EXPECT_EQ(kGreen, At(pixels, 48, 32)); // default pool: made anew and refilled
     EXPECT_EQ(kClear, At(pixels, 32, 32));
+    EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
+}
+
+namespace
+{
+
+const char kInstancingVertexShader[] = R"(
+struct Input
+{
+    float3 position : POSITION0;
+    float4 colour : COLOR0;
+    float2 offset : TEXCOORD0;
+};
+struct Output
+{
+    float4 position : POSITION;
+    float4 colour : COLOR0;
+};
+Output main(Input input)
+{
+    Output output;
+    output.position = float4(input.position.xy + input.offset, 0.5, 1.0);
+    output.colour = input.colour;
+    return output;
+}
+)";
+
+const char kColourPixelShader[] = R"(
+float4 main(float4 colour : COLOR0) : COLOR
+{
+    return colour;
+}
+)";
+
+// The shader's code, or null with the compiler's words in the failure.
+ID3DXBuffer* Compile(const char* source, const char* profile)
+{
+    ID3DXBuffer* code = nullptr;
+    ID3DXBuffer* errors = nullptr;
+    HRESULT hr = D3DXCompileShader(source, static_cast<UINT>(std::strlen(source)), nullptr, nullptr, "main", profile,
+                                   0, &code, &errors, nullptr);
+    EXPECT_EQ(D3D_OK, hr) << (errors ? static_cast<const char*>(errors->GetBufferPointer()) : "");
+    if (errors)
+        errors->Release();
+    return SUCCEEDED(hr) ? code : nullptr;
+}
+
+} // namespace
+
+TEST_F(Pixels, HardwareInstancingDrawsEveryInstanceWhereItsDataSays)
+{
+    ID3DXBuffer* vsCode = Compile(kInstancingVertexShader, "vs_3_0");
+    ID3DXBuffer* psCode = Compile(kColourPixelShader, "ps_3_0");
+    ASSERT_TRUE(vsCode && psCode);
+    IDirect3DVertexShader9* vs = nullptr;
+    IDirect3DPixelShader9* ps = nullptr;
+    ASSERT_EQ(D3D_OK, device->CreateVertexShader(static_cast<const DWORD*>(vsCode->GetBufferPointer()), &vs));
+    ASSERT_EQ(D3D_OK, device->CreatePixelShader(static_cast<const DWORD*>(psCode->GetBufferPointer()), &ps));
+    vsCode->Release();
+    psCode->Release();
+
+    // One quad around the origin; three instances move it left, right and down.
+    const VertexElement elements[] = {VertexElement(0, 0, VET_FLOAT3, VES_POSITION),
+                                      VertexElement(0, 12, VET_COLOUR, VES_COLOUR),
+                                      VertexElement(1, 0, VET_FLOAT2, VES_TEXTURE_COORDINATES)};
+    ref_ptr<CVertexDeclaration> instanced = rs->CreateVertexDeclaration(elements, 3);
+    ref_ptr<CHardwareVertexBuffer> mesh = VertexBuffer(Quad(-0.15f, -0.15f, 0.15f, 0.15f, kRed));
+    const float offsets[] = {-0.5f, 0.5f, 0.5f, 0.5f, 0.0f, -0.5f};
+    ref_ptr<CHardwareVertexBuffer> perInstance =
+        rs->CreateHardwareVertexBuffer(8, 3, CHardwareBuffer::USAGE_STATIC, offsets);
+    ref_ptr<CHardwareIndexBuffer> ib = IndexBuffer16(kQuadIndices);
+    ref_ptr<CVertexData> meshData = VertexData(instanced.get(), mesh.get(), 0, 4);
+    ref_ptr<CVertexData> instanceData = VertexData(instanced.get(), perInstance.get(), 0, 3);
+
+    BeginFrame();
+    device->SetVertexShader(vs);
+    device->SetPixelShader(ps);
+    rs->SetVertexBuffers(0, meshData.get(), 0);
+    rs->SetVertexBuffers(1, instanceData.get(), 0);
+    rs->SetIndexBuffer(ib.get());
+    rs->DrawPrimitive(PT_TRIANGLE_LIST, meshData.get(), IndexData(ib.get(), 0, 6).get(), 3, true);
+    rs->_endFrame();
+    device->SetVertexShader(nullptr);
+    device->SetPixelShader(nullptr);
+    vs->Release();
+    ps->Release();
+
+    std::vector<uint32_t> pixels = ReadBack();
+    // Clip (-0.5, 0.5) is pixel (16, 16); (0.5, 0.5) is (48, 16); (0, -0.5) is (32, 48).
+    EXPECT_EQ(kRed, At(pixels, 16, 16));
+    EXPECT_EQ(kRed, At(pixels, 48, 16));
+    EXPECT_EQ(kRed, At(pixels, 32, 48));
+    EXPECT_EQ(kClear, At(pixels, 32, 32)); // no instance sits at the origin
+    EXPECT_EQ(kClear, At(pixels, 16, 48));
+    EXPECT_EQ(6u, Timer().m_nPrimitiveCount);
+    EXPECT_EQ(2u, Timer().m_nExtraInstances);
     EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
 }
