@@ -1,17 +1,38 @@
-// A small host that does what the engine does at start: it loads
-// D3D9RenderSystem.dll, asks it for its render system through the one export,
-// opens a real window and runs Init. Then it prints what happened, the log
-// included, and writes the log to out/demo-log.txt when out/ exists.
+// A small host that does what the engine does: it loads D3D9RenderSystem.dll,
+// asks it for its render system through the one export, opens a real window
+// and runs Init. Then it draws frames the engine's way: each frame opens a
+// scene, clears the window through _setViewport (the whole window in a colour
+// that changes from frame to frame, and an inset viewport in its opposite),
+// closes the scene and presents through the window's swapBuffers. The last
+// frame's back buffer goes to out/demo.png through D3DX.
+//
+// Device calls are counted through the recording d3d9.dll when it lies beside
+// the demo (a test build puts it there): the demo loads it before the plug-in,
+// whose import of d3d9.dll then resolves to it. With --no-proxy, or without
+// that file, the demo runs on the system's d3d9 and reports the engine's own
+// frame statistics instead.
+#include "engine/Colour.h"
 #include "engine/DeviceCapabilities.h"
 #include "engine/Engine.h"
 #include "engine/Globals.h"
 #include "engine/Log.h"
 #include "engine/RenderSystem.h"
+#include "engine/RenderWindow.h"
+#include "engine/Timer.h"
+#include "engine/Viewport.h"
 
 #include <windows.h>
 
+#include <d3d9.h>
+#include <d3dx9.h>
+
 #include <cstdio>
+#include <cstring>
+#include <map>
 #include <string>
+#include <vector>
+
+#include "ProxyControl.h"
 
 namespace
 {
@@ -105,14 +126,150 @@ void ReportCapabilities(const kv::CDeviceCapabilities& caps)
                 caps.m_bTimerQuery ? "yes" : "no", caps.m_bSSE2 ? "yes" : "no");
 }
 
+// The recording d3d9.dll in the demo's own folder, or an empty text.
+std::string RecordingD3D9Path()
+{
+    char path[MAX_PATH];
+    DWORD n = GetModuleFileNameA(nullptr, path, MAX_PATH);
+    if (n == 0 || n >= MAX_PATH)
+        return std::string();
+    std::string file(path, n);
+    std::string::size_type slash = file.find_last_of('\\');
+    if (slash == std::string::npos)
+        return std::string();
+    file = file.substr(0, slash + 1) + "d3d9.dll";
+    return GetFileAttributesA(file.c_str()) == INVALID_FILE_ATTRIBUTES ? std::string() : file;
+}
+
+// A copy of the recording d3d9.dll under a name of its own, loaded: Wine
+// gives its own d3d9 to any module named d3d9.dll unless told otherwise before
+// the process starts. The copy goes to the temporary folder; null when there
+// is nothing to load.
+HMODULE LoadRecordingD3D9(std::string* copy)
+{
+    const std::string source = RecordingD3D9Path();
+    char temp[MAX_PATH];
+    DWORD n = GetTempPathA(MAX_PATH, temp);
+    if (source.empty() || n == 0 || n >= MAX_PATH)
+        return nullptr;
+    *copy = std::string(temp) + "kv_demo_recording_d3d9.dll";
+    if (!CopyFileA(source.c_str(), copy->c_str(), FALSE))
+        return nullptr;
+    return LoadLibraryA(copy->c_str());
+}
+
+// Points the imports that module takes from the named DLL at the functions of
+// the same names in target, through the module's import address table. Answers
+// how many were routed.
+int RouteImports(HMODULE module, const char* dllName, HMODULE target)
+{
+    BYTE* base = reinterpret_cast<BYTE*>(module);
+    const IMAGE_DOS_HEADER* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+    if (dos->e_magic != IMAGE_DOS_SIGNATURE)
+        return 0;
+    const IMAGE_NT_HEADERS* nt = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+    if (nt->Signature != IMAGE_NT_SIGNATURE)
+        return 0;
+    const IMAGE_DATA_DIRECTORY& dir = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+    if (dir.VirtualAddress == 0)
+        return 0;
+    int routed = 0;
+    for (const IMAGE_IMPORT_DESCRIPTOR* imp = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + dir.VirtualAddress);
+         imp->Name != 0; ++imp)
+    {
+        if (_stricmp(reinterpret_cast<const char*>(base + imp->Name), dllName) != 0 || imp->OriginalFirstThunk == 0)
+            continue;
+        const IMAGE_THUNK_DATA* names = reinterpret_cast<const IMAGE_THUNK_DATA*>(base + imp->OriginalFirstThunk);
+        IMAGE_THUNK_DATA* slots = reinterpret_cast<IMAGE_THUNK_DATA*>(base + imp->FirstThunk);
+        for (; names->u1.AddressOfData != 0; ++names, ++slots)
+        {
+            if (IMAGE_SNAP_BY_ORDINAL(names->u1.Ordinal))
+                continue;
+            const IMAGE_IMPORT_BY_NAME* byName =
+                reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(base + names->u1.AddressOfData);
+            FARPROC function = GetProcAddress(target, reinterpret_cast<const char*>(byName->Name));
+            DWORD protection = 0;
+            if (!function ||
+                !VirtualProtect(&slots->u1.Function, sizeof(slots->u1.Function), PAGE_READWRITE, &protection))
+                continue;
+            slots->u1.Function = reinterpret_cast<ULONG_PTR>(function);
+            VirtualProtect(&slots->u1.Function, sizeof(slots->u1.Function), protection, &protection);
+            ++routed;
+        }
+    }
+    return routed;
+}
+
+// Device calls of one stretch of the trace, by method name.
+typedef std::map<std::string, unsigned> CallCounts;
+
+void CountDeviceCalls(kvproxy::Mark from, kvproxy::Mark to, CallCounts& counts)
+{
+    for (uint32_t i = from.index; i < to.index; ++i)
+    {
+        const KvProxyCall* c = kvproxy::TraceAt(i);
+        if (c && kvproxy::IsDeviceMethod(kvproxy::MethodOf(*c)))
+            ++counts[kvproxy::MethodName(kvproxy::MethodOf(*c))];
+    }
+}
+
+unsigned Total(const CallCounts& counts)
+{
+    unsigned n = 0;
+    for (const auto& entry : counts)
+        n += entry.second;
+    return n;
+}
+
+std::string Describe(const CallCounts& counts)
+{
+    std::string text;
+    for (const auto& entry : counts)
+    {
+        if (!text.empty())
+            text += ", ";
+        text += entry.first + " " + std::to_string(entry.second);
+    }
+    return text.empty() ? "none" : text;
+}
+
+// A colour that goes once round the hue circle over the frames.
+kv::CColour FrameColour(unsigned frame, unsigned frames)
+{
+    kv::CColour c;
+    c.fromHueSaturationBrightness(static_cast<float>(frame) / static_cast<float>(frames), 0.8f, 0.9f);
+    c.a = 1.0f;
+    return c;
+}
+
+// The back buffer of the main window into a PNG file, through D3DX.
+bool SaveBackBuffer(IDirect3DDevice9* device, const char* path)
+{
+    IDirect3DSurface9* back = nullptr;
+    if (FAILED(device->GetBackBuffer(0, 0, D3DBACKBUFFER_TYPE_MONO, &back)) || !back)
+        return false;
+    HRESULT hr = D3DXSaveSurfaceToFileA(path, D3DXIFF_PNG, back, nullptr, nullptr);
+    back->Release();
+    return SUCCEEDED(hr);
+}
+
 } // namespace
 
-int main()
+int main(int argc, char** argv)
 {
     const unsigned width = 640, height = 480;
+    const unsigned frames = 120;
+    bool wantProxy = true;
+    for (int i = 1; i < argc; ++i)
+        if (std::strcmp(argv[i], "--no-proxy") == 0)
+            wantProxy = false;
+
     // The demo prints the log itself, in order, at the end.
     kv::SetLogEcho(false);
     kv::EngineInit();
+
+    std::string recordingCopy;
+    HMODULE recording = wantProxy ? LoadRecordingD3D9(&recordingCopy) : nullptr;
 
     HMODULE plugin = LoadLibraryA("D3D9RenderSystem.dll");
     if (!plugin)
@@ -129,6 +286,10 @@ int main()
         return 1;
     }
     std::printf("demo: loaded D3D9RenderSystem.dll, CreateRenderSystem found\n");
+    // Before the render system exists: its constructor already calls Direct3DCreate9.
+    if (recording)
+        std::printf("demo: %d imports of the plug-in from d3d9.dll routed to the recording d3d9.dll\n",
+                    RouteImports(plugin, "d3d9.dll", recording));
 
     kv::CRenderSystem* rs = create();
     if (!rs)
@@ -139,6 +300,15 @@ int main()
     }
     std::printf("demo: render system made; the engine finds it again: %s\n",
                 kv::GetRenderSystem() == rs ? "yes" : "NO");
+    // Counting needs the recording d3d9.dll to be the one the plug-in talks
+    // to: it then has seen the Direct3DCreate9 of the render system's constructor.
+    const bool counting = recording && kvproxy::Available() && kvproxy::CallCount(kvproxy::Method::Direct3DCreate9) > 0;
+    if (counting)
+        std::printf("demo: device calls are counted by the recording d3d9.dll, which forwards them to Wine's\n");
+    else
+        std::printf("demo: device calls are not counted (%s); only the engine's frame statistics are shown\n",
+                    !wantProxy ? "--no-proxy" : recording ? "the plug-in did not bind to the recording d3d9.dll"
+                                                          : "no recording d3d9.dll beside the demo");
 
     HWND hWnd = MakeWindow(width, height);
     if (!hWnd)
@@ -151,14 +321,77 @@ int main()
                 rs->IsDeviceAvailable() ? "yes" : "no");
     if (ok)
         ReportCapabilities(*rs->m_pCapabilities);
-    if (ok && rs->_beginFrame())
+
+    // The frames. Each clears the whole window (colour, depth and stencil) and
+    // then an inset viewport (colour only) in the opposite colour, then presents.
+    unsigned drawn = 0, scenesRefused = 0;
+    CallCounts firstFrame, secondFrame, allFrames;
+    bool saved = false;
+    kv::GetTimer()->Reset();
+    kv::CRenderWindow* window = rs->m_pMainWindow.get();
+    if (ok && window)
     {
-        rs->_endFrame();
-        std::printf("demo: one empty frame opened and closed\n");
+        const kv::CViewport whole(window, 0.0f, 0.0f, 1.0f, 1.0f);
+        const kv::CViewport inset(window, 0.25f, 0.25f, 0.5f, 0.5f);
+        for (unsigned frame = 0; frame < frames; ++frame)
+        {
+            PumpMessages();
+            const kv::CColour outer = FrameColour(frame, frames);
+            const kv::CColour inner(1.0f - outer.r, 1.0f - outer.g, 1.0f - outer.b, 1.0f);
+            // What the render system asks of the device in this frame; the
+            // D3DX save of the last frame is left out.
+            CallCounts counts;
+            kvproxy::Mark start = kvproxy::Here();
+            if (!window->_beginUpdate())
+            {
+                ++scenesRefused;
+                continue;
+            }
+            rs->_setViewport(whole, 7, &outer, 1.0f, 0);
+            rs->_setViewport(inset, 1, &inner, 1.0f, 0);
+            window->_endUpdate();
+            if (frame + 1 == frames)
+            {
+                // The picture before it is presented: a discarding swap chain
+                // promises nothing of the back buffer afterwards.
+                if (counting)
+                    CountDeviceCalls(start, kvproxy::Here(), counts);
+                saved = SaveBackBuffer(rs->GetD3D9Device(), "out/demo.png");
+                start = kvproxy::Here();
+            }
+            window->swapBuffers();
+            ++drawn;
+            if (counting)
+            {
+                CountDeviceCalls(start, kvproxy::Here(), counts);
+                for (const auto& entry : counts)
+                {
+                    allFrames[entry.first] += entry.second;
+                    if (frame == 0)
+                        firstFrame[entry.first] += entry.second;
+                    else if (frame == 1)
+                        secondFrame[entry.first] += entry.second;
+                }
+            }
+        }
     }
+    std::printf("demo: %u frames drawn through _beginUpdate, _setViewport (whole window and inset), _endUpdate and "
+                "swapBuffers; %u scenes refused\n",
+                drawn, scenesRefused);
+    if (counting && drawn > 0)
+    {
+        std::printf("demo: device calls of frame 1: %u (%s)\n", Total(firstFrame), Describe(firstFrame).c_str());
+        std::printf("demo: device calls of frame 2: %u (%s)\n", Total(secondFrame), Describe(secondFrame).c_str());
+        std::printf("demo: device calls over all %u frames: %u, %.2f a frame (%s)\n", drawn, Total(allFrames),
+                    static_cast<double>(Total(allFrames)) / drawn, Describe(allFrames).c_str());
+    }
+    const kv::CTimer* timer = kv::GetTimer();
+    std::printf("demo: engine statistics over the frames: render target changes %u, draw calls %u\n",
+                timer->m_nRenderTargetChanges, timer->m_nDrawCallCount);
+    std::printf("demo: last frame %s out/demo.png\n", saved ? "written to" : "could NOT be written to");
     PumpMessages();
 
-    std::printf("demo: log of the start-up:\n");
+    std::printf("demo: log:\n");
     ReportLog(stdout);
     if (FILE* f = std::fopen("out/demo-log.txt", "w"))
     {
@@ -177,6 +410,11 @@ int main()
     if (hWnd)
         DestroyWindow(hWnd);
     FreeLibrary(plugin);
-    // The run itself worked when we get here; how far Init got is in the report.
-    return 0;
+    if (recording)
+    {
+        FreeLibrary(recording);
+        DeleteFileA(recordingCopy.c_str());
+    }
+    // The run itself worked when we get here; how far it got is in the report.
+    return ok && saved ? 0 : 1;
 }
