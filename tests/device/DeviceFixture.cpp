@@ -13,7 +13,7 @@ void DeviceTest::SetUp()
     kv::gMainWindowFormat = kv::PF_X8R8G8B8;
     hWnd = CreateWindowExA(0, "STATIC", "device test", WS_OVERLAPPEDWINDOW, 0, 0, kWidth, kHeight, nullptr, nullptr,
                            GetModuleHandleA(nullptr), nullptr);
-    ASSERT_NE(nullptr, hWnd);
+    ASSERT_NE(nullptr, hWnd) << "CreateWindowExA failed, error " << GetLastError();
     NewRenderSystem();
 }
 
