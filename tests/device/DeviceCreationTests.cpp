@@ -91,8 +91,9 @@ TEST_F(DeviceTest, InitMakesTheDeviceOnTheWindowAndReportsTheAdapter)
     EXPECT_NE(nullptr, window->m_pBackBuffer);
 
     // The device's own capabilities replaced the adapter's; the caches stand ready.
-    EXPECT_EQ(1u, kvproxy::CountSince(mark, Method::GetDeviceCaps));
-    EXPECT_EQ(1u, kvproxy::CountSince(mark, Method::GetCreationParameters));
+    EXPECT_TRUE(kvproxy::CalledInOrder(mark, {Method::D3D9_GetDeviceCaps, Method::D3D9_GetAdapterDisplayMode,
+                                              Method::D3D9_CreateDevice, Method::GetDeviceCaps,
+                                              Method::GetCreationParameters}));
     EXPECT_EQ(CD3D9RenderSystem::kRenderStateCount, d3d->m_renderStates.size());
     EXPECT_EQ(1, rs->m_nBuildDeviceCapabilitiesCount);
 }
