@@ -1,10 +1,16 @@
 // A small host that does what the engine does: it loads D3D9RenderSystem.dll,
 // asks it for its render system through the one export, opens a real window
 // and runs Init. Then it draws frames the engine's way: each frame opens a
-// scene, clears the window through _setViewport (the whole window in a colour
-// that changes from frame to frame, and an inset viewport in its opposite),
-// closes the scene and presents through the window's swapBuffers. The last
+// scene, clears the window through _setViewport, draws a grid of turning cubes
+// as one indexed, hardware-instanced draw (the cube in a managed vertex and
+// index buffer, the per-cube data in a dynamic default-pool buffer written
+// again every frame), closes the scene and presents through the window's
+// swapBuffers. Half-way the window grows and the device follows through the
+// render system's Reset, and the drawing goes on at the new size. The last
 // frame's back buffer goes to out/demo.png through D3DX.
+//
+// Instancing needs a vertex shader; until the plug-in's HLSL programs exist
+// the demo compiles its own small pair with D3DX and sets it on the device.
 //
 // Device calls are counted through the recording d3d9.dll when it lies beside
 // the demo (a test build puts it there): the demo loads it before the plug-in,
@@ -15,10 +21,16 @@
 #include "engine/DeviceCapabilities.h"
 #include "engine/Engine.h"
 #include "engine/Globals.h"
+#include "engine/HardwareIndexBuffer.h"
+#include "engine/HardwareVertexBuffer.h"
+#include "engine/IndexData.h"
 #include "engine/Log.h"
 #include "engine/RenderSystem.h"
 #include "engine/RenderWindow.h"
+#include "engine/Root.h"
 #include "engine/Timer.h"
+#include "engine/VertexData.h"
+#include "engine/VertexDeclaration.h"
 #include "engine/Viewport.h"
 
 #include <windows.h>
@@ -26,6 +38,8 @@
 #include <d3d9.h>
 #include <d3dx9.h>
 
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -47,6 +61,15 @@ LRESULT CALLBACK WindowProc(HWND hWnd, UINT msg, WPARAM wParam, LPARAM lParam)
     return DefWindowProcA(hWnd, msg, wParam, lParam);
 }
 
+// The outer size of a window whose client area is width by height.
+SIZE OuterSize(unsigned width, unsigned height)
+{
+    RECT rect = {0, 0, static_cast<LONG>(width), static_cast<LONG>(height)};
+    AdjustWindowRect(&rect, WS_OVERLAPPEDWINDOW, FALSE);
+    SIZE size = {rect.right - rect.left, rect.bottom - rect.top};
+    return size;
+}
+
 HWND MakeWindow(unsigned width, unsigned height)
 {
     WNDCLASSA wc = {};
@@ -56,11 +79,9 @@ HWND MakeWindow(unsigned width, unsigned height)
     wc.lpszClassName = "KorvoDemoWindow";
     if (!RegisterClassA(&wc))
         return nullptr;
-    RECT rect = {0, 0, static_cast<LONG>(width), static_cast<LONG>(height)};
-    AdjustWindowRect(&rect, WS_OVERLAPPEDWINDOW, FALSE);
+    const SIZE size = OuterSize(width, height);
     HWND hWnd = CreateWindowExA(0, wc.lpszClassName, "KorvoEngine D3D9 demo", WS_OVERLAPPEDWINDOW, CW_USEDEFAULT,
-                                CW_USEDEFAULT, rect.right - rect.left, rect.bottom - rect.top, nullptr, nullptr,
-                                wc.hInstance, nullptr);
+                                CW_USEDEFAULT, size.cx, size.cy, nullptr, nullptr, wc.hInstance, nullptr);
     if (hWnd)
         ShowWindow(hWnd, SW_SHOW);
     return hWnd;
@@ -233,15 +254,6 @@ std::string Describe(const CallCounts& counts)
     return text.empty() ? "none" : text;
 }
 
-// A colour that goes once round the hue circle over the frames.
-kv::CColour FrameColour(unsigned frame, unsigned frames)
-{
-    kv::CColour c;
-    c.fromHueSaturationBrightness(static_cast<float>(frame) / static_cast<float>(frames), 0.8f, 0.9f);
-    c.a = 1.0f;
-    return c;
-}
-
 // The back buffer of the main window into a PNG file, through D3DX.
 bool SaveBackBuffer(IDirect3DDevice9* device, const char* path)
 {
@@ -252,6 +264,225 @@ bool SaveBackBuffer(IDirect3DDevice9* device, const char* path)
     back->Release();
     return SUCCEEDED(hr);
 }
+
+// --- The scene: a grid of cubes, one mesh drawn once per cube by instancing.
+
+// Stream 0 carries the cube, stream 1 one record per cube: where it stands, the
+// sine and cosine of its turn (the compiler of this platform has no sin()), and
+// its colour.
+const char kCubeVertexShader[] = R"(
+float4x4 viewProjection;
+struct Input
+{
+    float3 position : POSITION0;
+    float4 shade : COLOR0;
+    float4 placement : TEXCOORD0;
+    float4 colour : COLOR1;
+};
+struct Output
+{
+    float4 position : POSITION;
+    float4 colour : COLOR0;
+};
+Output main(Input input)
+{
+    float s = input.placement.z, c = input.placement.w;
+    float3 p = input.position * 0.32;
+    p = float3(c * p.x + s * p.z, p.y, -s * p.x + c * p.z);
+    p = float3(p.x, 0.8 * p.y - 0.6 * p.z, 0.6 * p.y + 0.8 * p.z);
+    Output output;
+    output.position = mul(float4(p + float3(input.placement.xy, 0.0), 1.0), viewProjection);
+    output.colour = input.shade * input.colour;
+    return output;
+}
+)";
+
+const char kColourPixelShader[] = R"(
+float4 main(float4 colour : COLOR0) : COLOR
+{
+    return colour;
+}
+)";
+
+struct CubeVertex
+{
+    float x, y, z;
+    uint32_t shade;
+};
+
+struct CubeInstance
+{
+    float x, y, sine, cosine;
+    uint32_t colour;
+};
+
+const unsigned kColumns = 8, kRows = 5;
+const unsigned kCubes = kColumns * kRows;
+
+// The shader's code, or null after printing the compiler's words. The
+// constant table, when asked for, says where the compiler put each constant.
+ID3DXBuffer* CompileShader(const char* source, const char* profile, ID3DXConstantTable** constants = nullptr)
+{
+    ID3DXBuffer* code = nullptr;
+    ID3DXBuffer* errors = nullptr;
+    HRESULT hr = D3DXCompileShader(source, static_cast<UINT>(std::strlen(source)), nullptr, nullptr, "main", profile,
+                                   0, &code, &errors, constants);
+    if (FAILED(hr))
+        std::printf("demo: %s shader not compiled: %s\n", profile,
+                    errors ? static_cast<const char*>(errors->GetBufferPointer()) : "no message");
+    if (errors)
+        errors->Release();
+    return SUCCEEDED(hr) ? code : nullptr;
+}
+
+uint32_t Packed(const kv::CColour& c)
+{
+    auto byte = [](float v) { return static_cast<uint32_t>(v < 0.0f ? 0.0f : v > 1.0f ? 255.0f : v * 255.0f); };
+    return 0xFF000000u | byte(c.r) << 16 | byte(c.g) << 8 | byte(c.b);
+}
+
+class CubeGrid
+{
+public:
+    // Everything through the render system's factories, as the engine makes it.
+    bool Make(kv::CRenderSystem* rs, IDirect3DDevice9* device)
+    {
+        ID3DXBuffer* vsCode = CompileShader(kCubeVertexShader, "vs_3_0", &m_vsConstants);
+        ID3DXBuffer* psCode = CompileShader(kColourPixelShader, "ps_3_0");
+        bool ok = vsCode && psCode && m_vsConstants &&
+                  SUCCEEDED(device->CreateVertexShader(static_cast<const DWORD*>(vsCode->GetBufferPointer()), &m_vs)) &&
+                  SUCCEEDED(device->CreatePixelShader(static_cast<const DWORD*>(psCode->GetBufferPointer()), &m_ps));
+        if (vsCode)
+            vsCode->Release();
+        if (psCode)
+            psCode->Release();
+        if (!ok)
+            return false;
+
+        // Each face its own four corners and its own shade, so the cubes show their edges.
+        static const float faces[6][4][3] = {
+            {{-1, -1, -1}, {-1, 1, -1}, {1, 1, -1}, {1, -1, -1}}, {{1, -1, 1}, {1, 1, 1}, {-1, 1, 1}, {-1, -1, 1}},
+            {{-1, -1, 1}, {-1, 1, 1}, {-1, 1, -1}, {-1, -1, -1}}, {{1, -1, -1}, {1, 1, -1}, {1, 1, 1}, {1, -1, 1}},
+            {{-1, 1, -1}, {-1, 1, 1}, {1, 1, 1}, {1, 1, -1}},     {{-1, -1, 1}, {-1, -1, -1}, {1, -1, -1}, {1, -1, 1}}};
+        static const uint32_t shades[6] = {0xFFFFFFFF, 0xFF8C8C8C, 0xFFB4B4B4, 0xFFD2D2D2, 0xFFF0F0F0, 0xFF646464};
+        std::vector<CubeVertex> vertices;
+        std::vector<uint16_t> indices;
+        for (unsigned f = 0; f < 6; ++f)
+        {
+            const uint16_t base = static_cast<uint16_t>(vertices.size());
+            for (const float* corner : faces[f])
+                vertices.push_back({corner[0], corner[1], corner[2], shades[f]});
+            for (uint16_t i : {0, 1, 2, 0, 2, 3})
+                indices.push_back(static_cast<uint16_t>(base + i));
+        }
+
+        const kv::VertexElement elements[] = {
+            kv::VertexElement(0, 0, kv::VET_FLOAT3, kv::VES_POSITION),
+            kv::VertexElement(0, 12, kv::VET_COLOUR, kv::VES_COLOUR),
+            kv::VertexElement(1, 0, kv::VET_FLOAT4, kv::VES_TEXTURE_COORDINATES),
+            kv::VertexElement(1, 16, kv::VET_COLOUR, kv::VES_COLOUR, 1)};
+        m_declaration = rs->CreateVertexDeclaration(elements, 4);
+        m_mesh = rs->CreateHardwareVertexBuffer(sizeof(CubeVertex), static_cast<unsigned>(vertices.size()),
+                                                kv::CHardwareBuffer::USAGE_STATIC, vertices.data());
+        m_indices = rs->CreateHardwareIndexBuffer(kv::CHardwareIndexBuffer::IT_16BIT,
+                                                  static_cast<unsigned>(indices.size()),
+                                                  kv::CHardwareBuffer::USAGE_STATIC, indices.data());
+        // Rewritten every frame: the dynamic, discardable kind, which lives in
+        // the default pool and so is made anew, empty, by a device reset.
+        m_instances = rs->CreateHardwareVertexBuffer(
+            sizeof(CubeInstance), kCubes,
+            static_cast<kv::CHardwareBuffer::Usage>(kv::CHardwareBuffer::USAGE_DYNAMIC |
+                                                    kv::CHardwareBuffer::USAGE_WRITE_ONLY |
+                                                    kv::CHardwareBuffer::USAGE_DISCARDABLE),
+            nullptr);
+        if (!m_declaration || !m_mesh || !m_indices || !m_instances)
+            return false;
+
+        m_meshData = rs->CreateVertexData();
+        m_meshData->m_pDeclaration = m_declaration;
+        m_meshData->m_pBuffer = m_mesh;
+        m_meshData->m_nVertexCount = static_cast<unsigned>(vertices.size());
+        m_instanceData = rs->CreateVertexData();
+        m_instanceData->m_pDeclaration = m_declaration;
+        m_instanceData->m_pBuffer = m_instances;
+        m_instanceData->m_nVertexCount = kCubes;
+        m_indexData = rs->CreateIndexData();
+        m_indexData->m_pBuffer = m_indices;
+        m_indexData->m_nIndexCount = static_cast<unsigned>(indices.size());
+        return true;
+    }
+
+    void Draw(kv::CRenderSystem* rs, IDirect3DDevice9* device, float time, unsigned width, unsigned height)
+    {
+        std::vector<CubeInstance> cubes;
+        for (unsigned row = 0; row < kRows; ++row)
+            for (unsigned column = 0; column < kColumns; ++column)
+            {
+                const unsigned i = row * kColumns + column;
+                kv::CColour colour;
+                colour.fromHueSaturationBrightness(static_cast<float>(i) / kCubes, 0.75f, 1.0f);
+                const float x = static_cast<float>(column) - (kColumns - 1) * 0.5f;
+                const float y = static_cast<float>(row) - (kRows - 1) * 0.5f;
+                const float turn = time + 0.4f * i;
+                cubes.push_back({x, y + 0.15f * std::sin(time * 2.0f + x), std::sin(turn), std::cos(turn),
+                                 Packed(colour)});
+            }
+        m_instances->WriteData(0, static_cast<unsigned>(cubes.size() * sizeof(CubeInstance)), cubes.data(), true);
+
+        D3DXVECTOR3 eye(0.0f, 0.0f, -9.0f), at(0.0f, 0.0f, 0.0f), up(0.0f, 1.0f, 0.0f);
+        D3DXMATRIX view, projection, viewProjection;
+        D3DXMatrixLookAtLH(&view, &eye, &at, &up);
+        D3DXMatrixPerspectiveFovLH(&projection, D3DX_PI / 4.0f, static_cast<float>(width) / height, 0.5f, 50.0f);
+        D3DXMatrixMultiply(&viewProjection, &view, &projection);
+        // Where the compiler put the matrix, and in which order, is the constant table's to say.
+        m_vsConstants->SetMatrix(device, "viewProjection", &viewProjection);
+        device->SetVertexShader(m_vs);
+        device->SetPixelShader(m_ps);
+
+        rs->SetDepthCheckEnabled(true);
+        rs->SetDepthWriteEnabled(true);
+        rs->SetDepthFunction(kv::CMPF_LESS_EQUAL);
+        rs->SetCullingMode(kv::CULL_NONE);
+        rs->SetVertexBuffers(0, m_meshData.get(), 0);
+        rs->SetVertexBuffers(1, m_instanceData.get(), 0);
+        rs->SetIndexBuffer(m_indices.get());
+        rs->DrawPrimitive(kv::PT_TRIANGLE_LIST, m_meshData.get(), m_indexData.get(), kCubes, true);
+        device->SetVertexShader(nullptr);
+        device->SetPixelShader(nullptr);
+    }
+
+    void Release()
+    {
+        m_meshData = nullptr;
+        m_instanceData = nullptr;
+        m_indexData = nullptr;
+        m_declaration = nullptr;
+        m_mesh = nullptr;
+        m_indices = nullptr;
+        m_instances = nullptr;
+        if (m_vsConstants)
+            m_vsConstants->Release();
+        m_vsConstants = nullptr;
+        if (m_vs)
+            m_vs->Release();
+        if (m_ps)
+            m_ps->Release();
+        m_vs = nullptr;
+        m_ps = nullptr;
+    }
+
+private:
+    IDirect3DVertexShader9* m_vs = nullptr;
+    IDirect3DPixelShader9* m_ps = nullptr;
+    ID3DXConstantTable* m_vsConstants = nullptr;
+    ref_ptr<kv::CVertexDeclaration> m_declaration;
+    ref_ptr<kv::CHardwareVertexBuffer> m_mesh;
+    ref_ptr<kv::CHardwareIndexBuffer> m_indices;
+    ref_ptr<kv::CHardwareVertexBuffer> m_instances;
+    ref_ptr<kv::CVertexData> m_meshData;
+    ref_ptr<kv::CVertexData> m_instanceData;
+    ref_ptr<kv::CIndexData> m_indexData;
+};
 
 } // namespace
 
@@ -322,22 +553,48 @@ int main(int argc, char** argv)
     if (ok)
         ReportCapabilities(*rs->m_pCapabilities);
 
-    // The frames. Each clears the whole window (colour, depth and stencil) and
-    // then an inset viewport (colour only) in the opposite colour, then presents.
-    unsigned drawn = 0, scenesRefused = 0;
+    // The frames. Each clears the whole window (colour, depth and stencil),
+    // draws the cubes and presents. Half-way the window grows and the device is
+    // reset to its new size through the render system's Reset.
+    const unsigned newWidth = 800, newHeight = 450;
+    unsigned drawn = 0, scenesRefused = 0, unavailable = 0;
+    unsigned frameWidth = width, frameHeight = height;
     CallCounts firstFrame, secondFrame, allFrames;
-    bool saved = false;
-    kv::GetTimer()->Reset();
+    bool saved = false, sceneMade = false, resetOk = false;
+    kv::CTimer lastFrame = {};
+    unsigned long long totalDraws = 0, totalPrimitives = 0, totalVertices = 0, totalInstances = 0;
     kv::CRenderWindow* window = rs->m_pMainWindow.get();
+    CubeGrid grid;
     if (ok && window)
     {
-        const kv::CViewport whole(window, 0.0f, 0.0f, 1.0f, 1.0f);
-        const kv::CViewport inset(window, 0.25f, 0.25f, 0.5f, 0.5f);
+        sceneMade = grid.Make(rs, rs->GetD3D9Device());
+        std::printf("demo: cube grid of %u cubes %s\n", kCubes, sceneMade ? "made" : "could NOT be made");
+    }
+    const kv::CColour background(0.08f, 0.09f, 0.13f, 1.0f);
+    const int resetsBefore = kv::GetRoot()->m_nDeviceResetCount;
+    if (ok && window && sceneMade)
+    {
         for (unsigned frame = 0; frame < frames; ++frame)
         {
             PumpMessages();
-            const kv::CColour outer = FrameColour(frame, frames);
-            const kv::CColour inner(1.0f - outer.r, 1.0f - outer.g, 1.0f - outer.b, 1.0f);
+            if (frame == frames / 2)
+            {
+                const SIZE outer = OuterSize(newWidth, newHeight);
+                SetWindowPos(hWnd, nullptr, 0, 0, outer.cx, outer.cy, SWP_NOMOVE | SWP_NOZORDER);
+                PumpMessages();
+                resetOk = rs->Reset(hWnd, newWidth, newHeight, false, false, 0);
+                std::printf("demo: frame %u: window resized to %ux%u, Reset %s, engine told of %d device reset(s)\n",
+                            frame, newWidth, newHeight, resetOk ? "succeeded" : "FAILED",
+                            kv::GetRoot()->m_nDeviceResetCount - resetsBefore);
+                frameWidth = window->getWidth();
+                frameHeight = window->getHeight();
+            }
+            if (!rs->IsDeviceAvailable())
+            {
+                ++unavailable;
+                continue;
+            }
+            kv::GetTimer()->Reset();
             // What the render system asks of the device in this frame; the
             // D3DX save of the last frame is left out.
             CallCounts counts;
@@ -347,8 +604,9 @@ int main(int argc, char** argv)
                 ++scenesRefused;
                 continue;
             }
-            rs->_setViewport(whole, 7, &outer, 1.0f, 0);
-            rs->_setViewport(inset, 1, &inner, 1.0f, 0);
+            const kv::CViewport whole(window, 0.0f, 0.0f, 1.0f, 1.0f);
+            rs->_setViewport(whole, 7, &background, 1.0f, 0);
+            grid.Draw(rs, rs->GetD3D9Device(), static_cast<float>(frame) * 0.05f, frameWidth, frameHeight);
             window->_endUpdate();
             if (frame + 1 == frames)
             {
@@ -361,6 +619,11 @@ int main(int argc, char** argv)
             }
             window->swapBuffers();
             ++drawn;
+            lastFrame = *kv::GetTimer();
+            totalDraws += lastFrame.m_nDrawCallCount;
+            totalPrimitives += lastFrame.m_nPrimitiveCount;
+            totalVertices += lastFrame.m_nVertexCount;
+            totalInstances += lastFrame.m_nExtraInstances;
             if (counting)
             {
                 CountDeviceCalls(start, kvproxy::Here(), counts);
@@ -375,9 +638,10 @@ int main(int argc, char** argv)
             }
         }
     }
-    std::printf("demo: %u frames drawn through _beginUpdate, _setViewport (whole window and inset), _endUpdate and "
-                "swapBuffers; %u scenes refused\n",
-                drawn, scenesRefused);
+    grid.Release();
+    std::printf("demo: %u frames drawn through _beginUpdate, _setViewport, one instanced DrawPrimitive, _endUpdate and "
+                "swapBuffers; %u scenes refused, %u frames skipped on an unavailable device\n",
+                drawn, scenesRefused, unavailable);
     if (counting && drawn > 0)
     {
         std::printf("demo: device calls of frame 1: %u (%s)\n", Total(firstFrame), Describe(firstFrame).c_str());
@@ -385,10 +649,17 @@ int main(int argc, char** argv)
         std::printf("demo: device calls over all %u frames: %u, %.2f a frame (%s)\n", drawn, Total(allFrames),
                     static_cast<double>(Total(allFrames)) / drawn, Describe(allFrames).c_str());
     }
-    const kv::CTimer* timer = kv::GetTimer();
-    std::printf("demo: engine statistics over the frames: render target changes %u, draw calls %u\n",
-                timer->m_nRenderTargetChanges, timer->m_nDrawCallCount);
-    std::printf("demo: last frame %s out/demo.png\n", saved ? "written to" : "could NOT be written to");
+    std::printf("demo: frame statistics of the last frame: draw calls %u, primitives %u, vertices %u, extra "
+                "instances %u, vertex buffer binds %u (%u bytes), index buffer binds %u (%u bytes), render target "
+                "changes %u\n",
+                lastFrame.m_nDrawCallCount, lastFrame.m_nPrimitiveCount, lastFrame.m_nVertexCount,
+                lastFrame.m_nExtraInstances, lastFrame.m_nVBBinds, lastFrame.m_nVBBytes, lastFrame.m_nIBBinds,
+                lastFrame.m_nIBBytes, lastFrame.m_nRenderTargetChanges);
+    std::printf("demo: frame statistics over all frames: draw calls %llu, primitives %llu, vertices %llu, extra "
+                "instances %llu\n",
+                totalDraws, totalPrimitives, totalVertices, totalInstances);
+    std::printf("demo: last frame (%ux%u) %s out/demo.png\n", frameWidth, frameHeight,
+                saved ? "written to" : "could NOT be written to");
     PumpMessages();
 
     std::printf("demo: log:\n");
@@ -416,5 +687,5 @@ int main(int argc, char** argv)
         DeleteFileA(recordingCopy.c_str());
     }
     // The run itself worked when we get here; how far it got is in the report.
-    return ok && saved ? 0 : 1;
+    return ok && saved && resetOk ? 0 : 1;
 }
