@@ -16,6 +16,47 @@ std::vector<std::vector<uint64_t>> FormatQueries(kvproxy::Mark mark)
     return out;
 }
 
+// A surface that cannot describe itself; nothing else of it is used.
+class MuteSurface : public IDirect3DSurface9
+{
+public:
+    STDMETHOD(QueryInterface)(REFIID, void** out) override
+    {
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
+    STDMETHOD_(ULONG, AddRef)() override { return 1; }
+    STDMETHOD_(ULONG, Release)() override { return 1; }
+    STDMETHOD(GetDevice)(IDirect3DDevice9** out) override
+    {
+        *out = nullptr;
+        return D3DERR_INVALIDCALL;
+    }
+    STDMETHOD(SetPrivateData)(REFGUID, const void*, DWORD, DWORD) override { return D3DERR_INVALIDCALL; }
+    STDMETHOD(GetPrivateData)(REFGUID, void*, DWORD*) override { return D3DERR_INVALIDCALL; }
+    STDMETHOD(FreePrivateData)(REFGUID) override { return D3DERR_INVALIDCALL; }
+    STDMETHOD_(DWORD, SetPriority)(DWORD) override { return 0; }
+    STDMETHOD_(DWORD, GetPriority)() override { return 0; }
+    STDMETHOD_(void, PreLoad)() override {}
+    STDMETHOD_(D3DRESOURCETYPE, GetType)() override { return D3DRTYPE_SURFACE; }
+    STDMETHOD(GetContainer)(REFIID, void** out) override
+    {
+        *out = nullptr;
+        return D3DERR_INVALIDCALL;
+    }
+    STDMETHOD(GetDesc)(D3DSURFACE_DESC*) override
+    {
+        ++descs;
+        return D3DERR_INVALIDCALL;
+    }
+    STDMETHOD(LockRect)(D3DLOCKED_RECT*, const RECT*, DWORD) override { return D3DERR_INVALIDCALL; }
+    STDMETHOD(UnlockRect)() override { return D3DERR_INVALIDCALL; }
+    STDMETHOD(GetDC)(HDC*) override { return D3DERR_INVALIDCALL; }
+    STDMETHOD(ReleaseDC)(HDC) override { return D3DERR_INVALIDCALL; }
+
+    int descs = 0;
+};
+
 std::vector<uint64_t> DepthQuery(D3DFORMAT f)
 {
     return {D3DUSAGE_DEPTHSTENCIL, D3DRTYPE_SURFACE, static_cast<uint64_t>(f)};
@@ -231,4 +272,24 @@ TEST_F(TargetsTest, DetachNotifiesTheBufferAndDropDoesNot)
     w->detachDepthBuffer();
     w->dropDepthBuffer();
     EXPECT_EQ(nullptr, w->m_pDepthBuffer.get());
+}
+
+TEST_F(TargetsTest, ASurfaceThatCannotBeDescribedGetsNoDepthBuffer)
+{
+    MuteSurface mute;
+    ref_ptr<SurfaceTarget> t(new SurfaceTarget({&mute}, 64, 64));
+    kvproxy::Mark mark = kvproxy::Here();
+    EXPECT_EQ(nullptr, rs->_createDepthBufferFor(t.get()).get());
+    EXPECT_EQ((std::vector<std::string>{
+                  "Failed to retrieve Surface Description from BackBuffer. D3D9RenderSystem::_createDepthBufferFor"}),
+              Errors());
+    EXPECT_EQ(0u, kvproxy::CountSince(mark, Method::CreateDepthStencilSurface));
+    EXPECT_EQ(nullptr, t->m_pDepthBuffer.get());
+
+    // Nor does the window's buffer fit it, and that is no error.
+    kv::ClearLog();
+    EXPECT_FALSE(rs->m_pMainWindow->m_pDepthBuffer->isCompatible(t.get()));
+    EXPECT_TRUE(kv::GetLogLines().empty());
+    EXPECT_EQ(2, mute.descs);
+    t->m_surfaces.clear(); // not a real surface: nothing to release
 }
