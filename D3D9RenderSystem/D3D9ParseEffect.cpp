@@ -608,27 +608,37 @@ uint32_t ParseParameter(Reader& r, EffectParameter* p, Cursor& c)
     return EFFECT_OK;
 }
 
-uint32_t ParsePass(Reader& r, EffectPass* pass, Cursor& c)
+// A technique and a pass open alike: name, annotation count, the count of the records
+// they hold, then the annotations. Both counts are checked against the bytes left
+// before anything is allocated for them.
+template <typename Record>
+uint32_t ParseNamedHead(Reader& r, Record* record, Cursor& c, uint32_t childRecordBytes, const char* childName,
+                        uint32_t& childCount)
 {
-    uint32_t nameOffset = 0, annotationCount = 0, stateCount = 0;
+    uint32_t nameOffset = 0, annotationCount = 0;
     uint32_t result = ReadWord(r, c, nameOffset);
     if (result != EFFECT_OK)
         return result;
-    if ((result = ReadString(r, nameOffset, &pass->name)) != EFFECT_OK)
+    if ((result = ReadString(r, nameOffset, &record->name)) != EFFECT_OK)
     {
         EffectLogWarning("Failed to parse name\n");
         return result;
     }
-    if ((result = ReadWord(r, c, annotationCount)) != EFFECT_OK || (result = ReadWord(r, c, stateCount)) != EFFECT_OK)
+    if ((result = ReadWord(r, c, annotationCount)) != EFFECT_OK || (result = ReadWord(r, c, childCount)) != EFFECT_OK)
         return result;
-    if ((result = CheckRecords(r, c, static_cast<uint64_t>(annotationCount) * kAnnotationRecordBytes, "Annotation",
-                               annotationCount)) != EFFECT_OK ||
-        (result = CheckRecords(r, c,
-                               static_cast<uint64_t>(annotationCount) * kAnnotationRecordBytes +
-                                   static_cast<uint64_t>(stateCount) * kStateRecordBytes,
-                               "State", stateCount)) != EFFECT_OK)
+    const uint64_t annotationBytes = static_cast<uint64_t>(annotationCount) * kAnnotationRecordBytes;
+    if ((result = CheckRecords(r, c, annotationBytes, "Annotation", annotationCount)) != EFFECT_OK ||
+        (result = CheckRecords(r, c, annotationBytes + static_cast<uint64_t>(childCount) * childRecordBytes, childName,
+                               childCount)) != EFFECT_OK)
         return result;
-    if ((result = ParseAnnotations(r, &pass->annotations, &pass->annotation_count, annotationCount, c)) != EFFECT_OK)
+    return ParseAnnotations(r, &record->annotations, &record->annotation_count, annotationCount, c);
+}
+
+uint32_t ParsePass(Reader& r, EffectPass* pass, Cursor& c)
+{
+    uint32_t stateCount = 0;
+    uint32_t result = ParseNamedHead(r, pass, c, kStateRecordBytes, "State", stateCount);
+    if (result != EFFECT_OK)
         return result;
     if (stateCount == 0)
         return EFFECT_OK;
@@ -648,26 +658,9 @@ uint32_t ParsePass(Reader& r, EffectPass* pass, Cursor& c)
 
 uint32_t ParseTechnique(Reader& r, EffectTechnique* technique, Cursor& c)
 {
-    uint32_t nameOffset = 0, annotationCount = 0, passCount = 0;
-    uint32_t result = ReadWord(r, c, nameOffset);
+    uint32_t passCount = 0;
+    uint32_t result = ParseNamedHead(r, technique, c, kPassRecordBytes, "Pass", passCount);
     if (result != EFFECT_OK)
-        return result;
-    if ((result = ReadString(r, nameOffset, &technique->name)) != EFFECT_OK)
-    {
-        EffectLogWarning("Failed to parse name\n");
-        return result;
-    }
-    if ((result = ReadWord(r, c, annotationCount)) != EFFECT_OK || (result = ReadWord(r, c, passCount)) != EFFECT_OK)
-        return result;
-    if ((result = CheckRecords(r, c, static_cast<uint64_t>(annotationCount) * kAnnotationRecordBytes, "Annotation",
-                               annotationCount)) != EFFECT_OK ||
-        (result = CheckRecords(r, c,
-                               static_cast<uint64_t>(annotationCount) * kAnnotationRecordBytes +
-                                   static_cast<uint64_t>(passCount) * kPassRecordBytes,
-                               "Pass", passCount)) != EFFECT_OK)
-        return result;
-    if ((result = ParseAnnotations(r, &technique->annotations, &technique->annotation_count, annotationCount, c)) !=
-        EFFECT_OK)
         return result;
     if (passCount == 0)
         return EFFECT_OK;
