@@ -256,32 +256,11 @@ std::string CStaticFunc::ToString(const float (&minimum)[3], const float (&maxim
     return JoinFloats(corners, 6);
 }
 
-std::string CStaticFunc::ToString(int32_t value, unsigned short width, char fill, std::ios::fmtflags flags)
-{
-    std::ostringstream stream;
-    stream.imbue(CurrentLocale());
-    stream.width(width);
-    stream.fill(fill);
-    if (flags)
-        stream.setf(flags);
-    stream << value;
-    return stream.str();
-}
-
-std::string CStaticFunc::ToString(uint32_t value, unsigned short width, char fill, std::ios::fmtflags flags)
-{
-    std::ostringstream stream;
-    stream.imbue(CurrentLocale());
-    stream.width(width);
-    stream.fill(fill);
-    if (flags)
-        stream.setf(flags);
-    stream << value;
-    return stream.str();
-}
-
-std::string CStaticFunc::ToString(float value, unsigned short precision, unsigned short width, char fill,
-                                  std::ios::fmtflags flags)
+// One number in the global locale, padded; flags are added to the stream's own, not
+// put in their place. Precision only matters to floats.
+template <typename T>
+static std::string FormatNumber(T value, std::streamsize precision, unsigned short width, char fill,
+                                std::ios::fmtflags flags)
 {
     std::ostringstream stream;
     stream.imbue(CurrentLocale());
@@ -292,6 +271,22 @@ std::string CStaticFunc::ToString(float value, unsigned short precision, unsigne
         stream.setf(flags);
     stream << value;
     return stream.str();
+}
+
+std::string CStaticFunc::ToString(int32_t value, unsigned short width, char fill, std::ios::fmtflags flags)
+{
+    return FormatNumber(value, 6, width, fill, flags);
+}
+
+std::string CStaticFunc::ToString(uint32_t value, unsigned short width, char fill, std::ios::fmtflags flags)
+{
+    return FormatNumber(value, 6, width, fill, flags);
+}
+
+std::string CStaticFunc::ToString(float value, unsigned short precision, unsigned short width, char fill,
+                                  std::ios::fmtflags flags)
+{
+    return FormatNumber(value, precision, width, fill, flags);
 }
 
 std::string CStaticFunc::ToString(const std::vector<int>& values)
