@@ -188,9 +188,11 @@ public:
             m_samplerStates[sampler][type] != value)
             _sendSamplerState(sampler, type, value);
     }
-    // The device call behind a shadow that differs; a failure is logged.
-    void _sendRenderState(D3DRENDERSTATETYPE state, DWORD value);
-    void _sendSamplerState(DWORD sampler, D3DSAMPLERSTATETYPE type, DWORD value);
+    // The device call behind a shadow that differs; a failure is logged. Kept
+    // out of line so that each setter stays a few instructions long: the
+    // setters run between draws, whose work pushes them out of the caches.
+    __attribute__((noinline)) void _sendRenderState(D3DRENDERSTATETYPE state, DWORD value);
+    __attribute__((noinline)) void _sendSamplerState(DWORD sampler, D3DSAMPLERSTATETYPE type, DWORD value);
     // The native texture that binds for an engine texture (null for none).
     IDirect3DBaseTexture9* NativeTextureOf(CTexture* texture);
     // The depth format that goes with a colour format on this adapter, found
