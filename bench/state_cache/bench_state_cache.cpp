@@ -10,7 +10,8 @@
 //   minimal  a call list deduplicated beforehand: only the states that differ
 //            from what the device holds.
 // Device calls are counted at the device's own method table, so whoever makes
-// them is counted the same way. Times are of state setting alone (no draws).
+// them is counted the same way. Times are taken twice: of whole frames, each
+// material followed by its draw, and of state setting alone.
 #include "D3D9RenderSystem.h"
 
 #include "engine/DeviceCapabilities.h"
@@ -21,6 +22,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <random>
 #include <vector>
 
@@ -47,6 +49,7 @@ typedef HRESULT(STDMETHODCALLTYPE* SetSamplerStateFn)(IDirect3DDevice9*, DWORD, 
 SetRenderStateFn g_setRenderState = nullptr;
 SetSamplerStateFn g_setSamplerState = nullptr;
 uint64_t g_deviceCalls = 0;
+uint64_t g_failedDraws = 0; // a refused draw would make its frame look cheap
 
 HRESULT STDMETHODCALLTYPE CountingSetRenderState(IDirect3DDevice9* device, D3DRENDERSTATETYPE state, DWORD value)
 {
@@ -241,15 +244,81 @@ CallList MinimalList(const CallList& naive, unsigned* equalStates)
     return list;
 }
 
-void RunList(IDirect3DDevice9* device, const CallList& list)
+// The calls of one draw of a list.
+void RunDraw(IDirect3DDevice9* device, const CallList& list, size_t draw)
 {
-    for (const Call& c : list.calls)
+    const Call* c = list.calls.data() + list.first[draw];
+    const Call* const end = list.calls.data() + list.first[draw + 1];
+    for (; c != end; ++c)
     {
-        if (c.sampler == kRender)
-            device->SetRenderState(static_cast<D3DRENDERSTATETYPE>(c.type), c.value);
+        if (c->sampler == kRender)
+            device->SetRenderState(static_cast<D3DRENDERSTATETYPE>(c->type), c->value);
         else
-            device->SetSamplerState(c.sampler, static_cast<D3DSAMPLERSTATETYPE>(c.type), c.value);
+            device->SetSamplerState(c->sampler, static_cast<D3DSAMPLERSTATETYPE>(c->type), c->value);
     }
+}
+
+enum Way
+{
+    PLUGIN,
+    NAIVE,
+    MINIMAL,
+    WAYS
+};
+
+// One frame of the script, its states set one way; with draws, each material
+// is followed by its draw as in an engine's frame.
+void RunFrame(Way way, CRenderSystem* rs, IDirect3DDevice9* device, const std::vector<Material>& script,
+              const CallList& naive, const CallList& minimal, bool withDraws)
+{
+    if (withDraws)
+        device->BeginScene();
+    const CallList& list = way == NAIVE ? naive : minimal;
+    for (size_t d = 0; d < script.size(); ++d)
+    {
+        if (way == PLUGIN)
+            Apply(rs, script[d]);
+        else
+            RunDraw(device, list, d);
+        if (withDraws && FAILED(device->DrawPrimitive(D3DPT_TRIANGLELIST, 0, 1)))
+            ++g_failedDraws;
+    }
+    if (withDraws)
+        device->EndScene();
+}
+
+struct Vertex
+{
+    float x, y, z, rhw;
+    DWORD colour;
+};
+
+// A pre-transformed triangle of a few pixels, bound as the only stream.
+bool MakeTriangle(IDirect3DDevice9* device, IDirect3DVertexBuffer9** buffer)
+{
+    const Vertex vertices[3] = {
+        {4.0f, 4.0f, 0.5f, 1.0f, 0xFF40C040u}, {12.0f, 4.0f, 0.5f, 1.0f, 0xFF40C040u},
+        {4.0f, 12.0f, 0.5f, 1.0f, 0xFF40C040u}};
+    const DWORD fvf = D3DFVF_XYZRHW | D3DFVF_DIFFUSE;
+    if (FAILED(device->CreateVertexBuffer(sizeof(vertices), D3DUSAGE_WRITEONLY, fvf, D3DPOOL_MANAGED, buffer, nullptr)))
+        return false;
+    void* data = nullptr;
+    if (FAILED((*buffer)->Lock(0, 0, &data, 0)))
+        return false;
+    std::memcpy(data, vertices, sizeof(vertices));
+    (*buffer)->Unlock();
+    device->SetFVF(fvf);
+    device->SetStreamSource(0, *buffer, 0, sizeof(Vertex));
+    return true;
+}
+
+// Until the device has carried out everything asked of it so far.
+void WaitIdle(IDirect3DQuery9* query)
+{
+    if (!query || FAILED(query->Issue(D3DISSUE_END)))
+        return;
+    while (query->GetData(nullptr, 0, D3DGETDATA_FLUSH) == S_FALSE)
+        Sleep(0);
 }
 
 double Seconds(const LARGE_INTEGER& from, const LARGE_INTEGER& to, const LARGE_INTEGER& frequency)
@@ -323,46 +392,55 @@ int main()
     d3d->m_bStencilEnabled = !script.back().stencil;
     Apply(rs, script.back());
 
+    // A small triangle a draw, the same device calls in every way, so that the
+    // ways differ only in how their states reach the device. The runtime takes
+    // a state at its call and applies what changed at the next draw: that part
+    // of a state's cost is seen only in a frame with draws.
+    IDirect3DVertexBuffer9* triangle = nullptr;
+    if (!MakeTriangle(device, &triangle))
+    {
+        std::printf("bench_state_cache: cannot make the triangle's vertex buffer\n");
+        return 1;
+    }
+    IDirect3DQuery9* idle = nullptr;
+    device->CreateQuery(D3DQUERYTYPE_EVENT, &idle);
+
     LARGE_INTEGER frequency;
     QueryPerformanceFrequency(&frequency);
-    enum
-    {
-        PLUGIN,
-        NAIVE,
-        MINIMAL,
-        WAYS
-    };
     const char* const names[WAYS] = {"plugin", "naive", "minimal"};
-    std::vector<double> times[WAYS];
-    uint64_t calls[WAYS] = {};
+    std::vector<double> times[WAYS], frameTimes[WAYS];
+    uint64_t calls[WAYS] = {}, frameCalls[WAYS] = {};
     bool steadyCalls = true;
-    for (unsigned round = 0; round < kWarmFrames + kRounds; ++round)
+    for (int withDraws = 0; withDraws < 2; ++withDraws)
     {
-        for (unsigned k = 0; k < WAYS; ++k)
+        for (unsigned round = 0; round < kWarmFrames + kRounds; ++round)
         {
-            const unsigned way = (round + k) % WAYS; // each way takes each place in turn
-            const uint64_t callsBefore = g_deviceCalls;
-            LARGE_INTEGER start, end;
-            QueryPerformanceCounter(&start);
-            if (way == PLUGIN)
+            for (unsigned k = 0; k < WAYS; ++k)
             {
-                for (const Material& m : script)
-                    Apply(rs, m);
+                const Way way = static_cast<Way>((round + k) % WAYS); // each way takes each place in turn
+                // Each timed frame starts on an idle device: no frame pays for
+                // the rendering of the one before.
+                WaitIdle(idle);
+                const uint64_t callsBefore = g_deviceCalls;
+                LARGE_INTEGER start, end;
+                QueryPerformanceCounter(&start);
+                RunFrame(way, rs, device, script, naive, minimal, withDraws != 0);
+                QueryPerformanceCounter(&end);
+                const uint64_t callsMade = g_deviceCalls - callsBefore;
+                if (round < kWarmFrames)
+                    continue;
+                uint64_t& known = withDraws ? frameCalls[way] : calls[way];
+                if (round > kWarmFrames && callsMade != known)
+                    steadyCalls = false;
+                known = callsMade;
+                (withDraws ? frameTimes : times)[way].push_back(Seconds(start, end, frequency) * 1e6);
             }
-            else
-            {
-                RunList(device, way == NAIVE ? naive : minimal);
-            }
-            QueryPerformanceCounter(&end);
-            const uint64_t frameCalls = g_deviceCalls - callsBefore;
-            if (round < kWarmFrames)
-                continue;
-            if (round > kWarmFrames && frameCalls != calls[way])
-                steadyCalls = false;
-            calls[way] = frameCalls;
-            times[way].push_back(Seconds(start, end, frequency) * 1e6);
         }
     }
+    WaitIdle(idle);
+    if (idle)
+        idle->Release();
+    triangle->Release();
 
     // The filter alone: the same material again and again costs no device call,
     // only the setters and their comparisons.
@@ -380,15 +458,20 @@ int main()
     }
     const uint64_t repeatCalls = g_deviceCalls - firstCalls;
 
-    double median[WAYS];
+    double median[WAYS], frameMedian[WAYS];
     for (unsigned way = 0; way < WAYS; ++way)
     {
         median[way] = Median(times[way]);
+        frameMedian[way] = Median(frameTimes[way]);
         std::printf("BENCH state_cache.calls_%s %llu calls/frame\n", names[way],
                     static_cast<unsigned long long>(calls[way]));
+        if (frameCalls[way] != calls[way])
+            steadyCalls = false;
     }
     for (unsigned way = 0; way < WAYS; ++way)
-        std::printf("BENCH state_cache.time_%s %.1f us/frame\n", names[way], median[way]);
+        std::printf("BENCH state_cache.time_%s %.1f us/frame\n", names[way], frameMedian[way]);
+    for (unsigned way = 0; way < WAYS; ++way)
+        std::printf("BENCH state_cache.states_alone_time_%s %.1f us/frame\n", names[way], median[way]);
     const double statesPerDraw = static_cast<double>(naive.calls.size()) / kDraws;
     std::printf("BENCH state_cache.states_per_draw %.1f states\n", statesPerDraw);
     std::printf("BENCH state_cache.states_equal_to_previous %.1f %%\n",
@@ -400,17 +483,27 @@ int main()
     std::printf("BENCH state_cache.filter_cost %.1f ns/state\n", repeatMedian * 1000.0 / naive.calls.size());
     std::printf("BENCH state_cache.device_call_cost %.1f ns/call\n",
                 median[MINIMAL] * 1000.0 / static_cast<double>(calls[MINIMAL]));
+    std::printf("BENCH state_cache.draw_cost %.1f ns/draw\n",
+                (frameMedian[MINIMAL] - median[MINIMAL]) * 1000.0 / kDraws);
     std::printf("BENCH state_cache.calls_vs_minimal %.2f x\n",
                 static_cast<double>(calls[PLUGIN]) / static_cast<double>(calls[MINIMAL]));
     std::printf("BENCH state_cache.calls_vs_naive %.2f x\n",
                 static_cast<double>(calls[PLUGIN]) / static_cast<double>(calls[NAIVE]));
-    std::printf("BENCH state_cache.time_vs_minimal %.2f x\n", median[PLUGIN] / median[MINIMAL]);
-    std::printf("BENCH state_cache.time_vs_naive %.2f x\n", median[PLUGIN] / median[NAIVE]);
+    std::printf("BENCH state_cache.time_vs_minimal %.2f x\n", frameMedian[PLUGIN] / frameMedian[MINIMAL]);
+    std::printf("BENCH state_cache.time_vs_naive %.2f x\n", frameMedian[PLUGIN] / frameMedian[NAIVE]);
+    std::printf("BENCH state_cache.states_alone_time_vs_minimal %.2f x\n", median[PLUGIN] / median[MINIMAL]);
+    std::printf("BENCH state_cache.states_alone_time_vs_naive %.2f x\n", median[PLUGIN] / median[NAIVE]);
 
     int status = 0;
     if (!steadyCalls)
     {
         std::printf("bench_state_cache: the device calls changed from frame to frame\n");
+        status = 1;
+    }
+    if (g_failedDraws != 0)
+    {
+        std::printf("bench_state_cache: the device refused %llu draw(s)\n",
+                    static_cast<unsigned long long>(g_failedDraws));
         status = 1;
     }
     if (GetLogLineCount() != 0)
