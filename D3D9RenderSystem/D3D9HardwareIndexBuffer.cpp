@@ -1,8 +1,7 @@
 #include "D3D9HardwareIndexBuffer.h"
 #include "D3D9Mappings.h"
+#include "D3D9NativeBuffer.h"
 #include "D3D9RenderSystem.h"
-
-#include <cstring>
 
 namespace kv
 {
@@ -11,24 +10,8 @@ CD3D9HardwareIndexBuffer::CD3D9HardwareIndexBuffer(IndexType type, unsigned coun
                                                    const void* initialData)
     : CHardwareIndexBuffer(type, count, usage, useSystemMemory), m_pD3D9IndexBuffer(nullptr), m_d3dDesc()
 {
-    D3DPOOL pool = D3DPOOL_MANAGED;
-    if (useSystemMemory)
-        pool = D3DPOOL_SYSTEMMEM;
-    else if (usage & USAGE_DISCARDABLE)
-        pool = D3DPOOL_DEFAULT;
-    CreateBuffer(pool);
-
-    // Filled straight through the native buffer: the engine's locked flag is
-    // the caller's business and stays untouched.
-    if (m_pD3D9IndexBuffer && initialData)
-    {
-        void* data = nullptr;
-        if (SUCCEEDED(m_pD3D9IndexBuffer->Lock(0, mSizeInBytes, &data, 0)) && data)
-        {
-            std::memcpy(data, initialData, mSizeInBytes);
-            m_pD3D9IndexBuffer->Unlock();
-        }
-    }
+    CreateBuffer(D3D9NativeBuffer::PoolFor(usage, useSystemMemory));
+    D3D9NativeBuffer::Fill(m_pD3D9IndexBuffer, mSizeInBytes, initialData);
 }
 
 CD3D9HardwareIndexBuffer::~CD3D9HardwareIndexBuffer()
@@ -57,28 +40,14 @@ bool CD3D9HardwareIndexBuffer::CreateBuffer(D3DPOOL pool)
 
 void CD3D9HardwareIndexBuffer::ReleaseBuffer()
 {
-    if (m_pD3D9IndexBuffer)
-    {
-        m_pD3D9IndexBuffer->Release();
-        m_pD3D9IndexBuffer = nullptr;
-    }
+    D3D9NativeBuffer::Release(m_pD3D9IndexBuffer);
 }
 
 void* CD3D9HardwareIndexBuffer::LockImpl(unsigned offset, unsigned length, LockOptions options)
 {
-    if (!m_pD3D9IndexBuffer)
-    {
-        LogError("Failed to CD3D9HardwareIndexBuffer::LockImpl, as m_pD3D9IndexBuffer is NULL");
-        return nullptr;
-    }
-    void* data = nullptr;
-    HRESULT hr = m_pD3D9IndexBuffer->Lock(offset, length, &data, D3D9Mappings::toD3DLockFlags(options, mUsage));
-    if (FAILED(hr))
-    {
-        LogError("Cannot lock index buffer, %s", DXGetErrorDescription(hr));
-        return nullptr;
-    }
-    return data;
+    return D3D9NativeBuffer::Lock(m_pD3D9IndexBuffer, offset, length, D3D9Mappings::toD3DLockFlags(options, mUsage),
+                                   "Failed to CD3D9HardwareIndexBuffer::LockImpl, as m_pD3D9IndexBuffer is NULL",
+                                   "Cannot lock index buffer");
 }
 
 void CD3D9HardwareIndexBuffer::UnlockImpl()
@@ -90,29 +59,14 @@ void CD3D9HardwareIndexBuffer::UnlockImpl()
 
 void CD3D9HardwareIndexBuffer::ReadData(unsigned offset, unsigned length, void* dest)
 {
-    const void* data = Lock(offset, length, LOCK_READ_ONLY);
-    if (!data)
-    {
-        LogError("Failed to CD3D9HardwareIndexBuffer::ReadData");
-        return;
-    }
-    if (dest)
-        std::memcpy(dest, data, length);
-    Unlock();
+    D3D9NativeBuffer::Read(*this, offset, length, dest, "Failed to CD3D9HardwareIndexBuffer::ReadData");
 }
 
 void CD3D9HardwareIndexBuffer::WriteData(unsigned offset, unsigned length, const void* source,
                                           bool discardWholeBuffer)
 {
-    void* data = Lock(offset, length, discardWholeBuffer ? LOCK_DISCARD : LOCK_NORMAL);
-    if (!data)
-    {
-        LogError("Failed to CD3D9HardwareIndexBuffer::WriteData");
-        return;
-    }
-    if (source)
-        std::memcpy(data, source, length);
-    Unlock();
+    D3D9NativeBuffer::Write(*this, offset, length, source, discardWholeBuffer,
+                            "Failed to CD3D9HardwareIndexBuffer::WriteData");
 }
 
 void CD3D9HardwareIndexBuffer::notifyOnDeviceDestroy()

@@ -1,8 +1,7 @@
 #include "D3D9HardwareVertexBuffer.h"
 #include "D3D9Mappings.h"
+#include "D3D9NativeBuffer.h"
 #include "D3D9RenderSystem.h"
-
-#include <cstring>
 
 namespace kv
 {
@@ -12,24 +11,8 @@ CD3D9HardwareVertexBuffer::CD3D9HardwareVertexBuffer(unsigned vertexSize, unsign
     : CHardwareVertexBuffer(vertexSize, numVertices, usage, useSystemMemory), m_pD3D9VertexBuffer(nullptr),
       m_d3dDesc()
 {
-    D3DPOOL pool = D3DPOOL_MANAGED;
-    if (useSystemMemory)
-        pool = D3DPOOL_SYSTEMMEM;
-    else if (usage & USAGE_DISCARDABLE)
-        pool = D3DPOOL_DEFAULT;
-    CreateBuffer(pool);
-
-    // Filled straight through the native buffer: the engine's locked flag is
-    // the caller's business and stays untouched.
-    if (m_pD3D9VertexBuffer && initialData)
-    {
-        void* data = nullptr;
-        if (SUCCEEDED(m_pD3D9VertexBuffer->Lock(0, mSizeInBytes, &data, 0)) && data)
-        {
-            std::memcpy(data, initialData, mSizeInBytes);
-            m_pD3D9VertexBuffer->Unlock();
-        }
-    }
+    CreateBuffer(D3D9NativeBuffer::PoolFor(usage, useSystemMemory));
+    D3D9NativeBuffer::Fill(m_pD3D9VertexBuffer, mSizeInBytes, initialData);
 }
 
 CD3D9HardwareVertexBuffer::~CD3D9HardwareVertexBuffer()
@@ -57,28 +40,14 @@ bool CD3D9HardwareVertexBuffer::CreateBuffer(D3DPOOL pool)
 
 void CD3D9HardwareVertexBuffer::ReleaseBuffer()
 {
-    if (m_pD3D9VertexBuffer)
-    {
-        m_pD3D9VertexBuffer->Release();
-        m_pD3D9VertexBuffer = nullptr;
-    }
+    D3D9NativeBuffer::Release(m_pD3D9VertexBuffer);
 }
 
 void* CD3D9HardwareVertexBuffer::LockImpl(unsigned offset, unsigned length, LockOptions options)
 {
-    if (!m_pD3D9VertexBuffer)
-    {
-        LogError("Failed to CD3D9HardwareVertexBuffer::LockImpl, as m_pD3D9VertexBuffer is NULL");
-        return nullptr;
-    }
-    void* data = nullptr;
-    HRESULT hr = m_pD3D9VertexBuffer->Lock(offset, length, &data, D3D9Mappings::toD3DLockFlags(options, mUsage));
-    if (FAILED(hr))
-    {
-        LogError("Cannot lock vertexbuffer, %s", DXGetErrorDescription(hr));
-        return nullptr;
-    }
-    return data;
+    return D3D9NativeBuffer::Lock(m_pD3D9VertexBuffer, offset, length, D3D9Mappings::toD3DLockFlags(options, mUsage),
+                                   "Failed to CD3D9HardwareVertexBuffer::LockImpl, as m_pD3D9VertexBuffer is NULL",
+                                   "Cannot lock vertexbuffer");
 }
 
 void CD3D9HardwareVertexBuffer::UnlockImpl()
@@ -89,29 +58,14 @@ void CD3D9HardwareVertexBuffer::UnlockImpl()
 
 void CD3D9HardwareVertexBuffer::ReadData(unsigned offset, unsigned length, void* dest)
 {
-    const void* data = Lock(offset, length, LOCK_READ_ONLY);
-    if (!data)
-    {
-        LogError("Failed to CD3D9HardwareVertexBuffer::ReadData");
-        return;
-    }
-    if (dest)
-        std::memcpy(dest, data, length);
-    Unlock();
+    D3D9NativeBuffer::Read(*this, offset, length, dest, "Failed to CD3D9HardwareVertexBuffer::ReadData");
 }
 
 void CD3D9HardwareVertexBuffer::WriteData(unsigned offset, unsigned length, const void* source,
                                           bool discardWholeBuffer)
 {
-    void* data = Lock(offset, length, discardWholeBuffer ? LOCK_DISCARD : LOCK_NORMAL);
-    if (!data)
-    {
-        LogError("Failed to CD3D9HardwareVertexBuffer::WriteData");
-        return;
-    }
-    if (source)
-        std::memcpy(data, source, length);
-    Unlock();
+    D3D9NativeBuffer::Write(*this, offset, length, source, discardWholeBuffer,
+                            "Failed to CD3D9HardwareVertexBuffer::WriteData");
 }
 
 void CD3D9HardwareVertexBuffer::notifyOnDeviceDestroy()

@@ -1,8 +1,8 @@
 #pragma once
-// A vertex buffer on the device. Only a buffer that is both dynamic and
-// discardable lives in the default pool, where it is dropped with a lost device
-// and made anew (with undefined content) after the reset; every other buffer is
-// managed by the runtime and keeps its content through a reset.
+// A vertex buffer on the device. A discardable buffer lives in the default
+// pool, where it is dropped with a lost device and made anew (with undefined
+// content) after the reset; a buffer in system memory or managed by the
+// runtime keeps its content through a reset.
 #include "D3D9Prerequisites.h"
 #include "D3D9Resource.h"
 
