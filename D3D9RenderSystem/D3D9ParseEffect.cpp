@@ -634,26 +634,37 @@ uint32_t ParseNamedHead(Reader& r, Record* record, Cursor& c, uint32_t childReco
     return ParseAnnotations(r, &record->annotations, &record->annotation_count, annotationCount, c);
 }
 
+// The children that a head announced: allocated, counted, then parsed in
+// order; failure names the child that failed (a format with one %u).
+template <typename Child>
+uint32_t ParseChildren(Reader& r, Child** children, uint32_t* childCount, uint32_t count, Cursor& c,
+                       uint32_t (*parseChild)(Reader&, Child*, Cursor&), const char* failure)
+{
+    if (count == 0)
+        return EFFECT_OK;
+    uint32_t result = AllocateRecords(r, children, count);
+    if (result != EFFECT_OK)
+        return result;
+    *childCount = count;
+    for (uint32_t i = 0; i < count; ++i)
+    {
+        if ((result = parseChild(r, &(*children)[i], c)) != EFFECT_OK)
+        {
+            EffectLogWarning(failure, i);
+            return result;
+        }
+    }
+    return EFFECT_OK;
+}
+
 uint32_t ParsePass(Reader& r, EffectPass* pass, Cursor& c)
 {
     uint32_t stateCount = 0;
     uint32_t result = ParseNamedHead(r, pass, c, kStateRecordBytes, "State", stateCount);
     if (result != EFFECT_OK)
         return result;
-    if (stateCount == 0)
-        return EFFECT_OK;
-    if ((result = AllocateRecords(r, &pass->states, stateCount)) != EFFECT_OK)
-        return result;
-    pass->state_count = stateCount;
-    for (uint32_t i = 0; i < stateCount; ++i)
-    {
-        if ((result = ParseState(r, &pass->states[i], c)) != EFFECT_OK)
-        {
-            EffectLogWarning("Failed to parse state %u\n", i);
-            return result;
-        }
-    }
-    return EFFECT_OK;
+    return ParseChildren(r, &pass->states, &pass->state_count, stateCount, c, ParseState,
+                         "Failed to parse state %u\n");
 }
 
 uint32_t ParseTechnique(Reader& r, EffectTechnique* technique, Cursor& c)
@@ -662,20 +673,8 @@ uint32_t ParseTechnique(Reader& r, EffectTechnique* technique, Cursor& c)
     uint32_t result = ParseNamedHead(r, technique, c, kPassRecordBytes, "Pass", passCount);
     if (result != EFFECT_OK)
         return result;
-    if (passCount == 0)
-        return EFFECT_OK;
-    if ((result = AllocateRecords(r, &technique->passes, passCount)) != EFFECT_OK)
-        return result;
-    technique->pass_count = passCount;
-    for (uint32_t i = 0; i < passCount; ++i)
-    {
-        if ((result = ParsePass(r, &technique->passes[i], c)) != EFFECT_OK)
-        {
-            EffectLogWarning("Failed to parse pass %u\n", i);
-            return result;
-        }
-    }
-    return EFFECT_OK;
+    return ParseChildren(r, &technique->passes, &technique->pass_count, passCount, c, ParsePass,
+                         "Failed to parse pass %u\n");
 }
 
 // Size (4), size bytes, then padding up to a multiple of 4.
