@@ -140,13 +140,13 @@ inline D3DTEXTUREFILTERTYPE toD3DTextureFilter(FilterType type, FilterOptions op
 {
     // Direct3D has no anisotropic mip filter; devices may also lack it for one
     // of minification and magnification. Linear is the next best.
+    static constexpr D3DTEXTUREFILTERTYPE kFilters[2][4] = {
+        {D3DTEXF_NONE, D3DTEXF_POINT, D3DTEXF_LINEAR, D3DTEXF_LINEAR},
+        {D3DTEXF_NONE, D3DTEXF_POINT, D3DTEXF_LINEAR, D3DTEXF_ANISOTROPIC}};
     const DWORD anisotropicCap = type == FT_MAG   ? DWORD(D3DPTFILTERCAPS_MAGFANISOTROPIC)
                                  : type == FT_MIN ? DWORD(D3DPTFILTERCAPS_MINFANISOTROPIC)
                                                   : 0u;
-    const D3DTEXTUREFILTERTYPE filters[] = {D3DTEXF_NONE, D3DTEXF_POINT, D3DTEXF_LINEAR,
-                                            (caps.TextureFilterCaps & anisotropicCap) ? D3DTEXF_ANISOTROPIC
-                                                                                      : D3DTEXF_LINEAR};
-    return Lookup(filters, options, D3DTEXF_NONE);
+    return Lookup(kFilters[(caps.TextureFilterCaps & anisotropicCap) ? 1 : 0], options, D3DTEXF_NONE);
 }
 
 // Border addressing falls back to clamp on devices without it.
@@ -154,10 +154,11 @@ inline D3DTEXTUREADDRESS toD3DTextureAddress(TextureAddressMode mode, const D3DC
 {
     // Clamp keeps the edge texels, which is closer to a border than wrapping
     // around would be.
-    const D3DTEXTUREADDRESS addresses[] = {
-        D3DTADDRESS_WRAP, D3DTADDRESS_MIRROR, D3DTADDRESS_CLAMP,
-        (caps.TextureAddressCaps & D3DPTADDRESSCAPS_BORDER) ? D3DTADDRESS_BORDER : D3DTADDRESS_CLAMP};
-    return Lookup(addresses, mode, D3DTADDRESS_FORCE_DWORD);
+    static constexpr D3DTEXTUREADDRESS kAddresses[2][4] = {
+        {D3DTADDRESS_WRAP, D3DTADDRESS_MIRROR, D3DTADDRESS_CLAMP, D3DTADDRESS_CLAMP},
+        {D3DTADDRESS_WRAP, D3DTADDRESS_MIRROR, D3DTADDRESS_CLAMP, D3DTADDRESS_BORDER}};
+    return Lookup(kAddresses[(caps.TextureAddressCaps & D3DPTADDRESSCAPS_BORDER) ? 1 : 0], mode,
+                  D3DTADDRESS_FORCE_DWORD);
 }
 
 // D3DUSAGE_DYNAMIC needs both USAGE_DYNAMIC and USAGE_DISCARDABLE.
