@@ -1,21 +1,14 @@
 // The render system's state shadows on a real device (Wine's Direct3D 9) seen
 // through the recording d3d9.dll: which calls reach the device, in which order,
 // with which values, and which are spared.
-#include "D3D9RenderSystem.h"
+#include "KvDeviceTest.h"
 
-#include "engine/DeviceCapabilities.h"
-#include "engine/Log.h"
 #include "engine/Texture.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
-#include <string>
-#include <vector>
-
-#include "ProxyExpect.h"
 
 using namespace kv;
+using namespace kvtest;
 using kvproxy::Method;
 using kvproxy::Order;
 
@@ -46,48 +39,19 @@ public:
     bool createInternalResources() override { return false; }
 };
 
-struct StateCache : public ::testing::Test
+// The device as Init leaves it, its shadows unknown, with the capabilities
+// that hold states back granted.
+struct StateCache : KvDeviceTest
 {
     void SetUp() override
     {
-        ASSERT_TRUE(kvproxy::Available()) << "this suite must run with the recording d3d9.dll";
-        kvproxy::ResetAll();
-        ClearLog();
-        hWnd = CreateWindowExA(0, "STATIC", "state cache", WS_OVERLAPPEDWINDOW, 0, 0, 64, 64, nullptr, nullptr,
-                               GetModuleHandleA(nullptr), nullptr);
-        ASSERT_NE(nullptr, hWnd);
-        rs = CreateRenderSystem();
-        ASSERT_NE(nullptr, rs);
-        d3d = GetD3D9RenderSystem();
-        ASSERT_NE(nullptr, d3d->m_pD3D9);
-
-        // The device as BuildDevice leaves it: made on the runtime the object
-        // holds, capabilities read from it, shadows unknown.
-        D3DPRESENT_PARAMETERS pp = {};
-        pp.BackBufferWidth = 64;
-        pp.BackBufferHeight = 64;
-        pp.BackBufferFormat = D3DFMT_X8R8G8B8;
-        pp.BackBufferCount = 1;
-        pp.SwapEffect = D3DSWAPEFFECT_DISCARD;
-        pp.hDeviceWindow = hWnd;
-        pp.Windowed = TRUE;
-        pp.PresentationInterval = D3DPRESENT_INTERVAL_IMMEDIATE;
-        ASSERT_EQ(D3D_OK, d3d->m_pD3D9->CreateDevice(D3DADAPTER_DEFAULT, D3DDEVTYPE_HAL, hWnd,
-                                                     D3DCREATE_SOFTWARE_VERTEXPROCESSING, &pp,
-                                                     &d3d->m_pD3D9Device));
-        device = d3d->m_pD3D9Device;
-        ReadCaps();
+        KvDeviceTest::SetUp();
+        if (HasFatalFailure())
+            return;
         rs->m_pCapabilities->SetSRGBReadWrite(true);
         rs->m_pCapabilities->SetMipBiasSupported(true);
         d3d->_resetStateCaches();
-    }
-
-    void TearDown() override
-    {
-        delete rs;
-        if (hWnd)
-            DestroyWindow(hWnd);
-        kvproxy::ResetAll();
+        rs->m_nAddUsedTextureCount = 0;
     }
 
     // The capabilities again, as the device answers them under the proxy's overrides.
@@ -99,13 +63,6 @@ struct StateCache : public ::testing::Test
         EXPECT_EQ(D3D_OK, device->GetRenderState(state, &value));
         return value;
     }
-
-    static std::vector<std::string> Errors() { return GetLogTexts(LOG_ERROR); }
-
-    HWND hWnd = nullptr;
-    CRenderSystem* rs = nullptr;
-    CD3D9RenderSystem* d3d = nullptr;
-    IDirect3DDevice9* device = nullptr;
 };
 
 TEST_F(StateCache, FirstSetsReachTheDeviceAndRepeatsMakeNoCall)
@@ -128,16 +85,11 @@ TEST_F(StateCache, FirstSetsReachTheDeviceAndRepeatsMakeNoCall)
     };
     kvproxy::Mark mark = kvproxy::Here();
     setAll();
-    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_ZENABLE, 1},
-                                                {D3DRS_ZWRITEENABLE, 1},
-                                                {D3DRS_ZFUNC, D3DCMP_LESSEQUAL},
-                                                {D3DRS_FILLMODE, D3DFILL_WIREFRAME},
-                                                {D3DRS_CULLMODE, D3DCULL_NONE},
-                                                {D3DRS_MULTISAMPLEANTIALIAS, 1},
-                                                {D3DRS_SCISSORTESTENABLE, 1},
-                                                {D3DRS_POINTSPRITEENABLE, 1},
-                                                {D3DRS_BLENDFACTOR, 0xFFFF7F00u},
-                                                {D3DRS_SRGBWRITEENABLE, 1}}));
+    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_ZENABLE, 1}, {D3DRS_ZWRITEENABLE, 1},
+                                                {D3DRS_ZFUNC, D3DCMP_LESSEQUAL}, {D3DRS_FILLMODE, D3DFILL_WIREFRAME},
+                                                {D3DRS_CULLMODE, D3DCULL_NONE}, {D3DRS_MULTISAMPLEANTIALIAS, 1},
+                                                {D3DRS_SCISSORTESTENABLE, 1}, {D3DRS_POINTSPRITEENABLE, 1},
+                                                {D3DRS_BLENDFACTOR, 0xFFFF7F00u}, {D3DRS_SRGBWRITEENABLE, 1}}));
     EXPECT_TRUE(kvproxy::SamplerStatesSet(mark, {{3, D3DSAMP_ADDRESSU, D3DTADDRESS_WRAP},
                                                  {3, D3DSAMP_ADDRESSV, D3DTADDRESS_MIRROR},
                                                  {3, D3DSAMP_ADDRESSW, D3DTADDRESS_CLAMP},
@@ -189,17 +141,13 @@ TEST_F(StateCache, ColourWriteMaskGoesToAllFourTargets)
 {
     kvproxy::Mark mark = kvproxy::Here();
     rs->SetColourWriteEnabled(true, false, true, false);
-    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_COLORWRITEENABLE, 5},
-                                                {D3DRS_COLORWRITEENABLE1, 5},
-                                                {D3DRS_COLORWRITEENABLE2, 5},
-                                                {D3DRS_COLORWRITEENABLE3, 5}}));
+    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_COLORWRITEENABLE, 5}, {D3DRS_COLORWRITEENABLE1, 5},
+                                                {D3DRS_COLORWRITEENABLE2, 5}, {D3DRS_COLORWRITEENABLE3, 5}}));
     mark = kvproxy::Here();
     rs->SetColourWriteEnabled(false, true, false, true);
     rs->SetColourWriteEnabled(false, true, false, true);
-    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_COLORWRITEENABLE, 10},
-                                                {D3DRS_COLORWRITEENABLE1, 10},
-                                                {D3DRS_COLORWRITEENABLE2, 10},
-                                                {D3DRS_COLORWRITEENABLE3, 10}}));
+    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_COLORWRITEENABLE, 10}, {D3DRS_COLORWRITEENABLE1, 10},
+                                                {D3DRS_COLORWRITEENABLE2, 10}, {D3DRS_COLORWRITEENABLE3, 10}}));
 }
 
 TEST_F(StateCache, StencilSidesTakeOppositeIncrements)
@@ -208,10 +156,8 @@ TEST_F(StateCache, StencilSidesTakeOppositeIncrements)
     rs->SetInvertVertexWinding(true);
     kvproxy::Mark mark = kvproxy::Here();
     rs->SetStencilState(CMPF_EQUAL, 7, 0xF0, 0x0F, SOP_INCREMENT, SOP_DECREMENT_WRAP, SOP_REPLACE, false);
-    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_TWOSIDEDSTENCILMODE, 0},
-                                                {D3DRS_STENCILFUNC, D3DCMP_EQUAL},
-                                                {D3DRS_STENCILREF, 7},
-                                                {D3DRS_STENCILMASK, 0xF0},
+    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_TWOSIDEDSTENCILMODE, 0}, {D3DRS_STENCILFUNC, D3DCMP_EQUAL},
+                                                {D3DRS_STENCILREF, 7}, {D3DRS_STENCILMASK, 0xF0},
                                                 {D3DRS_STENCILWRITEMASK, 0x0F},
                                                 {D3DRS_STENCILFAIL, D3DSTENCILOP_INCRSAT},
                                                 {D3DRS_STENCILZFAIL, D3DSTENCILOP_DECR},
@@ -226,10 +172,8 @@ TEST_F(StateCache, StencilSidesTakeOppositeIncrements)
                                                 {D3DRS_CCW_STENCILFAIL, D3DSTENCILOP_INCRSAT},
                                                 {D3DRS_CCW_STENCILZFAIL, D3DSTENCILOP_DECR},
                                                 {D3DRS_CCW_STENCILPASS, D3DSTENCILOP_INCR},
-                                                {D3DRS_STENCILFUNC, D3DCMP_GREATER},
-                                                {D3DRS_STENCILREF, 1},
-                                                {D3DRS_STENCILMASK, 2},
-                                                {D3DRS_STENCILWRITEMASK, 3},
+                                                {D3DRS_STENCILFUNC, D3DCMP_GREATER}, {D3DRS_STENCILREF, 1},
+                                                {D3DRS_STENCILMASK, 2}, {D3DRS_STENCILWRITEMASK, 3},
                                                 {D3DRS_STENCILFAIL, D3DSTENCILOP_DECRSAT},
                                                 {D3DRS_STENCILZFAIL, D3DSTENCILOP_INCR},
                                                 {D3DRS_STENCILPASS, D3DSTENCILOP_DECR}}));
@@ -272,10 +216,8 @@ TEST_F(StateCache, ViewingModesOverrideBlendingAndDepthWrites)
     EXPECT_EQ(FILL_OVERDRAW, rs->GetFillMode());
     mark = kvproxy::Here();
     rs->SetSceneBlending(SBF_ONE, SBF_ZERO, SBO_SUBTRACT);
-    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_ALPHABLENDENABLE, 1},
-                                                {D3DRS_SEPARATEALPHABLENDENABLE, 0},
-                                                {D3DRS_SRCBLEND, D3DBLEND_SRCALPHA},
-                                                {D3DRS_DESTBLEND, D3DBLEND_ONE},
+    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_ALPHABLENDENABLE, 1}, {D3DRS_SEPARATEALPHABLENDENABLE, 0},
+                                                {D3DRS_SRCBLEND, D3DBLEND_SRCALPHA}, {D3DRS_DESTBLEND, D3DBLEND_ONE},
                                                 {D3DRS_BLENDOP, D3DBLENDOP_ADD},
                                                 {D3DRS_BLENDOPALPHA, D3DBLENDOP_ADD}}));
     mark = kvproxy::Here();
@@ -322,8 +264,7 @@ TEST_F(StateCache, SolidBlendingDisablesOnlyForPlainReplace)
 
     mark = kvproxy::Here();
     rs->SetSceneBlending(SBF_SOURCE_ALPHA, SBF_ONE_MINUS_SOURCE_ALPHA, SBO_REVERSE_SUBTRACT);
-    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_ALPHABLENDENABLE, 1},
-                                                {D3DRS_SEPARATEALPHABLENDENABLE, 0},
+    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_ALPHABLENDENABLE, 1}, {D3DRS_SEPARATEALPHABLENDENABLE, 0},
                                                 {D3DRS_SRCBLEND, D3DBLEND_SRCALPHA},
                                                 {D3DRS_DESTBLEND, D3DBLEND_INVSRCALPHA},
                                                 {D3DRS_BLENDOP, D3DBLENDOP_REVSUBTRACT},
@@ -332,8 +273,7 @@ TEST_F(StateCache, SolidBlendingDisablesOnlyForPlainReplace)
     // Colour replace with an alpha blend is still a blend.
     mark = kvproxy::Here();
     rs->SetSeparateSceneBlending(SBF_ONE, SBF_ZERO, SBF_BLEND_FACTOR, SBF_ONE_MINUS_BLEND_FACTOR, SBO_ADD, SBO_MIN);
-    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_SEPARATEALPHABLENDENABLE, 1},
-                                                {D3DRS_SRCBLEND, D3DBLEND_ONE},
+    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_SEPARATEALPHABLENDENABLE, 1}, {D3DRS_SRCBLEND, D3DBLEND_ONE},
                                                 {D3DRS_DESTBLEND, D3DBLEND_ZERO},
                                                 {D3DRS_SRCBLENDALPHA, D3DBLEND_BLENDFACTOR},
                                                 {D3DRS_DESTBLENDALPHA, D3DBLEND_INVBLENDFACTOR},
@@ -505,8 +445,7 @@ TEST_F(StateCache, TextureBindingSetsItsSamplerStatesThroughTheShadow)
     state.sRGB = true;
     kvproxy::Mark mark = kvproxy::Here();
     rs->SetTexture(4, texture.get(), state);
-    EXPECT_TRUE(kvproxy::SamplerStatesSet(mark, {{4, D3DSAMP_SRGBTEXTURE, 1},
-                                                 {4, D3DSAMP_MINFILTER, D3DTEXF_POINT},
+    EXPECT_TRUE(kvproxy::SamplerStatesSet(mark, {{4, D3DSAMP_SRGBTEXTURE, 1}, {4, D3DSAMP_MINFILTER, D3DTEXF_POINT},
                                                  {4, D3DSAMP_MAGFILTER, D3DTEXF_LINEAR},
                                                  {4, D3DSAMP_MIPFILTER, D3DTEXF_LINEAR},
                                                  {4, D3DSAMP_ADDRESSU, D3DTADDRESS_WRAP},
@@ -536,14 +475,9 @@ TEST_F(StateCache, AFailedSetIsLoggedAndNotRetried)
     kvproxy::Mark mark = kvproxy::Here();
     rs->SetDepthCheckEnabled(true);
     rs->_setTextureLayerAnisotropy(0, 1);
-    const std::vector<std::string> errors = Errors();
-    ASSERT_EQ(2u, errors.size());
-    const std::string prefix = "D3D9Verify:" + std::to_string(static_cast<int>(D3DERR_INVALIDCALL)) + ", ";
-    EXPECT_EQ(0u, errors[0].rfind(prefix, 0)) << errors[0];
-    EXPECT_NE(std::string::npos, errors[0].find(", Failed to SetRenderState")) << errors[0];
-    EXPECT_EQ(0u, errors[1].rfind(prefix, 0)) << errors[1];
-    EXPECT_NE(std::string::npos, errors[1].find(", Failed to SetSamplerState")) << errors[1];
-
+    EXPECT_EQ((std::vector<std::string>{VerifyLine(D3DERR_INVALIDCALL, "Failed to SetRenderState"),
+                                        VerifyLine(D3DERR_INVALIDCALL, "Failed to SetSamplerState")}),
+              Errors());
     // The shadow took the value: the same set is not repeated.
     EXPECT_TRUE(rs->GetDepthCheckEnabled());
     mark = kvproxy::Here();
@@ -604,27 +538,8 @@ struct StateCachePixels : public StateCache
 
     D3DCOLOR CentrePixel()
     {
-        IDirect3DSurface9* back = nullptr;
-        IDirect3DSurface9* copy = nullptr;
-        D3DCOLOR pixel = 0xDEADBEEF;
-        if (SUCCEEDED(device->GetBackBuffer(0, 0, D3DBACKBUFFER_TYPE_MONO, &back)) &&
-            SUCCEEDED(device->CreateOffscreenPlainSurface(64, 64, D3DFMT_X8R8G8B8, D3DPOOL_SYSTEMMEM, &copy,
-                                                          nullptr)) &&
-            SUCCEEDED(device->GetRenderTargetData(back, copy)))
-        {
-            D3DLOCKED_RECT locked;
-            if (SUCCEEDED(copy->LockRect(&locked, nullptr, D3DLOCK_READONLY)))
-            {
-                const unsigned char* row = static_cast<const unsigned char*>(locked.pBits) + 32 * locked.Pitch;
-                std::memcpy(&pixel, row + 32 * 4, sizeof(pixel));
-                copy->UnlockRect();
-            }
-        }
-        if (copy)
-            copy->Release();
-        if (back)
-            back->Release();
-        return pixel & 0x00FFFFFFu;
+        std::vector<uint32_t> pixels = ReadBackBuffer();
+        return pixels.size() == 64 * 64 ? pixels[32 * 64 + 32] & 0x00FFFFFFu : 0xDEADBEEF;
     }
 };
 

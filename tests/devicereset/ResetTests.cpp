@@ -1,0 +1,409 @@
+// When a lost device is reset and when it waits, what the resources and the
+// engine are told, the roads that reach a reset, the present parameters it
+// asks for, the shadows that forget, and the explanations of a refused switch
+// to full screen. A probe resource in the registry notes what a reset tells it,
+// and two quads show whether buffers of both pools came through.
+#include "KvDeviceTest.h"
+
+#include "D3D9Resource.h"
+
+#include "engine/Root.h"
+
+using namespace kv;
+using namespace kvtest;
+using kvproxy::Method;
+
+namespace
+{
+
+// Counts the registry's notifications and notes, at each, how far the device's
+// trace and the log had got: that tells the order of a reset's steps.
+struct ProbeResource : CD3D9Resource
+{
+    void notifyOnDeviceLost() override
+    {
+        ++lost;
+        traceAtLost = kvproxy::Here().index;
+        logAtLost = GetLogLineCount();
+        zShadowAtLost = GetD3D9RenderSystem()->m_renderStates.at(D3DRS_ZENABLE);
+    }
+    void notifyOnDeviceReset() override
+    {
+        ++reset;
+        traceAtReset = kvproxy::Here().index;
+        logAtReset = GetLogLineCount();
+        engineResetsAtReset = GetRoot()->m_nDeviceResetCount;
+    }
+
+    int lost = 0, reset = 0, engineResetsAtReset = 0;
+    uint32_t traceAtLost = 0, traceAtReset = 0, zShadowAtLost = 0;
+    size_t logAtLost = 0, logAtReset = 0;
+};
+
+// The two texts the engine's GBK code page gives to a window that cannot take the whole screen.
+const char kNotChild[] = "\xC8\xAB\xC6\xC1\xB5\xC4\xB4\xB0\xBF\xDA\xB1\xD8\xD0\xEB\xB7\xC7"
+                         "WS_CHILD";
+const char kNotTopmost[] = "\xC8\xAB\xC6\xC1\xB5\xC4\xB4\xB0\xBF\xDA\xB1\xD8\xD0\xEB\xCA\xC7"
+                           "TOPMOST";
+const char kHasParent[] = "Failed to ResetFullScreen, as window has parent window!";
+
+struct ResetTest : KvDeviceTest
+{
+    void SetUp() override { Restart(false, 0); }
+    void TearDown() override
+    {
+        declaration = nullptr;
+        managed = dynamic = nullptr;
+        indices = nullptr;
+        delete probe;
+        probe = nullptr;
+        KvDeviceTest::TearDown();
+    }
+
+    // A window of this style, a render system and Init with these settings, the probe in the registry.
+    void Restart(bool vsync, unsigned fsaa, DWORD style = WS_OVERLAPPEDWINDOW)
+    {
+        TearDown();
+        Open(style);
+        ASSERT_FALSE(HasFatalFailure());
+        Start(vsync, fsaa);
+        ASSERT_FALSE(HasFatalFailure());
+        probe = new ProbeResource;
+        ASSERT_GE(probe->m_nResourceIndex, 0) << "the probe did not enter the registry";
+        engineResetsAtStart = GetRoot()->m_nDeviceResetCount;
+    }
+
+    bool ResetMain(unsigned width, unsigned height, bool fullScreen = false, bool vsync = false, unsigned fsaa = 0)
+    {
+        return rs->Reset(hWnd, width, height, fullScreen, vsync, fsaa);
+    }
+    int EngineResets() const { return GetRoot()->m_nDeviceResetCount - engineResetsAtStart; }
+    // The default-pool buffer of the scene.
+    IDirect3DVertexBuffer9* DynamicNative() { return D3D(dynamic.get())->m_pD3D9VertexBuffer; }
+
+    // The quads: red on the left from a managed buffer, green on the right from
+    // a dynamic, discardable one in the default pool.
+    void MakeScene()
+    {
+        declaration = ColourDeclaration();
+        greenQuad = Quad(0.25f, -0.5f, 0.75f, 0.5f, kGreen);
+        managed = VertexBuffer(Quad(-0.75f, -0.5f, -0.25f, 0.5f, kRed));
+        dynamic = VertexBuffer(greenQuad, CHardwareBuffer::USAGE_DYNAMIC | CHardwareBuffer::USAGE_WRITE_ONLY |
+                                              CHardwareBuffer::USAGE_DISCARDABLE);
+        indices = IndexBuffer16(kQuadIndices);
+        ASSERT_TRUE(declaration && managed && dynamic && indices);
+        ASSERT_EQ(D3DPOOL_MANAGED, D3D(managed.get())->m_d3dDesc.Pool);
+        ASSERT_EQ(D3DPOOL_DEFAULT, D3D(dynamic.get())->m_d3dDesc.Pool);
+    }
+
+    // The default-pool buffer's content does not outlive a reset: its owner
+    // writes it again; then both quads are drawn and checked on a back buffer
+    // of this size: red left, green right, the clear colour between.
+    void RefillDrawAndCheckScene(unsigned width, unsigned height)
+    {
+        dynamic->WriteData(0, dynamic->mSizeInBytes, greenQuad.data(), true);
+        FixedFunctionColour();
+        BeginClearedFrame();
+        ref_ptr<CIndexData> quad = IndexData(indices.get(), 0, 6);
+        for (CHardwareVertexBuffer* buffer : {managed.get(), dynamic.get()})
+        {
+            ref_ptr<CVertexData> data = VertexData(declaration.get(), buffer, 0, 4);
+            rs->SetVertexBuffer(data.get());
+            rs->SetIndexBuffer(indices.get());
+            rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), quad.get(), 1, false);
+        }
+        rs->_endFrame();
+
+        unsigned w = 0, h = 0;
+        std::vector<uint32_t> pixels = ReadBackBuffer(&w, &h);
+        ASSERT_EQ(width, w);
+        ASSERT_EQ(height, h);
+        auto at = [&](double fx, double fy) { return pixels[unsigned(fy * h) * w + unsigned(fx * w)]; };
+        // Clip x -0.75..-0.25 is an eighth to three eighths across, 0.25..0.75
+        // five to seven eighths; y -0.5..0.5 the middle half.
+        EXPECT_EQ(kRed, at(0.25, 0.5)) << "the managed buffer";
+        EXPECT_EQ(kRed, at(0.17, 0.3)) << "the managed buffer";
+        EXPECT_EQ(kGreen, at(0.75, 0.5)) << "the default-pool buffer";
+        EXPECT_EQ(kGreen, at(0.82, 0.7)) << "the default-pool buffer";
+        EXPECT_EQ(kClear, at(0.5, 0.5));
+        EXPECT_EQ(kClear, at(0.25, 0.1));
+        EXPECT_EQ(kClear, at(0.75, 0.9));
+    }
+
+    // The warning of a refused device reset.
+    static std::string ResetWarning(HRESULT hr, unsigned width, unsigned height, bool fullScreen)
+    {
+        return "failed to reset a D3D device, " + std::to_string(static_cast<unsigned>(hr)) + ", " +
+               DXGetErrorString(hr) + ", " + DXGetErrorDescription(hr) + ", W:" + std::to_string(width) +
+               ", H:" + std::to_string(height) + ", FullScreen:" + (fullScreen ? "true" : "false");
+    }
+    // The present parameters of the one device Reset since `from`.
+    static D3DPRESENT_PARAMETERS ResetWith(kvproxy::Mark from)
+    {
+        D3DPRESENT_PARAMETERS pp = {};
+        std::vector<KvProxyCall> resets = kvproxy::CallsSince(from, Method::Reset);
+        EXPECT_EQ(1u, resets.size()) << "one device Reset";
+        EXPECT_TRUE(!resets.empty() && kvproxy::PresentParametersOf(resets.back(), &pp));
+        return pp;
+    }
+
+    ProbeResource* probe = nullptr;
+    int engineResetsAtStart = 0;
+    ref_ptr<CVertexDeclaration> declaration;
+    ref_ptr<CHardwareVertexBuffer> managed, dynamic;
+    ref_ptr<CHardwareIndexBuffer> indices;
+    std::vector<ColourVertex> greenQuad;
+};
+
+} // namespace
+
+TEST_F(ResetTest, LostDeviceWaitsAndAResettableOneWaitsForTheFrameToEnd)
+{
+    ASSERT_NO_FATAL_FAILURE(MakeScene());
+    // Any answer but a loss counts as lost for the moment, without a reset.
+    kvproxy::FailMethod(Method::TestCooperativeLevel, E_FAIL, 1);
+    auto from = kvproxy::Here();
+    EXPECT_FALSE(rs->IsDeviceAvailable());
+    EXPECT_TRUE(rs->IsDeviceAvailable());
+
+    // Lost: nothing is reset, released or told; samplers stay alone.
+    kvproxy::LoseDevice();
+    EXPECT_FALSE(rs->IsDeviceAvailable());
+    EXPECT_FALSE(rs->IsDeviceAvailable());
+    d3d->SetAnisotropy(true, 4);
+    rs->ApplyTextureAnisotropy();
+    EXPECT_TRUE(kvproxy::NoCallsOf(from, {Method::Reset, Method::SetSamplerState}));
+    EXPECT_EQ(0, probe->lost);
+    EXPECT_EQ(0, EngineResets());
+
+    // Resettable inside a frame: still waiting until the frame ends.
+    kvproxy::AllowDeviceReset();
+    ASSERT_TRUE(rs->_beginFrame());
+    EXPECT_FALSE(rs->IsDeviceAvailable());
+    EXPECT_EQ(0u, kvproxy::CountSince(from, Method::Reset));
+    EXPECT_EQ(0, probe->lost);
+    rs->_endFrame();
+
+    EXPECT_TRUE(rs->IsDeviceAvailable());
+    EXPECT_TRUE(rs->IsDeviceAvailable()) << "once working, asking again resets nothing";
+    EXPECT_EQ(1u, kvproxy::CountSince(from, Method::Reset));
+    EXPECT_EQ(static_cast<uint32_t>(KV_PROXY_LOSS_NONE), kvproxy::DeviceLossState());
+    EXPECT_EQ(1, probe->lost);
+    EXPECT_EQ(1, probe->reset);
+    EXPECT_EQ(1, EngineResets());
+    EXPECT_TRUE(Logged("Try to ResetDevice, 64, 64", LOG_INFO));
+    EXPECT_TRUE(Logged("Success ResetDevice,64, 64, FullScreen:false", LOG_INFO));
+    EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
+    // The default-pool buffer was made anew in the reset.
+    EXPECT_NE(nullptr, DynamicNative());
+    RefillDrawAndCheckScene(kWidth, kHeight);
+}
+
+TEST_F(ResetTest, TwoRefusedResetsThenAGoodOne)
+{
+    ASSERT_NO_FATAL_FAILURE(MakeScene());
+    kvproxy::LoseDevice();
+    kvproxy::AllowDeviceReset();
+    kvproxy::FailMethod(Method::Reset, D3DERR_DEVICELOST, 2);
+    auto from = kvproxy::Here();
+
+    EXPECT_FALSE(rs->IsDeviceAvailable());
+    EXPECT_FALSE(rs->IsDeviceAvailable());
+    EXPECT_EQ(2, probe->lost);
+    EXPECT_EQ(0, probe->reset);
+    EXPECT_EQ(0, EngineResets());
+    EXPECT_EQ(nullptr, DynamicNative()) << "a refused reset leaves every default-pool object released";
+    // A windowed reset that fails explains nothing beyond its warning.
+    EXPECT_EQ(2u, CountOf(Texts(LOG_WARNING), ResetWarning(D3DERR_DEVICELOST, kWidth, kHeight, false)));
+    EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
+
+    EXPECT_TRUE(rs->IsDeviceAvailable());
+    EXPECT_TRUE(kvproxy::ResultsAre(from, Method::Reset, {D3DERR_DEVICELOST, D3DERR_DEVICELOST, D3D_OK}));
+    EXPECT_EQ(3, probe->lost);
+    EXPECT_EQ(1, probe->reset);
+    EXPECT_EQ(1, EngineResets());
+    RefillDrawAndCheckScene(kWidth, kHeight);
+}
+
+TEST_F(ResetTest, StepsRunInOrder)
+{
+    ASSERT_NO_FATAL_FAILURE(MakeScene());
+    d3d->SetDepthCheckEnabled(true);
+    d3d->_setRenderState(D3DRS_LIGHTING, FALSE);
+    // A read-back surface of an earlier screenshot holds a reference the reset must give up.
+    IDirect3DSurface9* readback = nullptr;
+    ASSERT_EQ(D3D_OK, device->CreateOffscreenPlainSurface(16, 16, D3DFMT_X8R8G8B8, D3DPOOL_SYSTEMMEM, &readback,
+                                                          nullptr));
+    readback->AddRef();
+    d3d->m_mapReadbackSurfaces[CD3D9RenderSystem::ReadbackKey(16, 16, D3DFMT_X8R8G8B8)] = readback;
+    d3d->m_pLockedReadbackSurface = readback;
+    rs->m_activeRenderTarget = rs->m_pMainWindow.get();
+    d3d->m_pActiveDepthBuffer = rs->m_pMainWindow->m_pDepthBuffer;
+    ASSERT_NE(nullptr, d3d->m_pActiveDepthBuffer.get());
+
+    ClearLog();
+    auto from = kvproxy::Here();
+    ASSERT_TRUE(ResetMain(kWidth, kHeight));
+    ASSERT_EQ(1u, kvproxy::CountSince(from, Method::Reset));
+    uint32_t resetAt = from.index;
+    while (kvproxy::MethodOf(*kvproxy::TraceAt(resetAt)) != Method::Reset)
+        ++resetAt;
+    // Shadows unknown and the attempt announced before the resources hear of the
+    // loss, all of that before the device's Reset; the rebuild after it, the engine told last.
+    EXPECT_EQ(CD3D9RenderSystem::kUnknownState, probe->zShadowAtLost);
+    EXPECT_LE(probe->traceAtLost, resetAt); // the trace's next index when told
+    EXPECT_GT(probe->traceAtReset, resetAt);
+    EXPECT_EQ(0, probe->engineResetsAtReset - engineResetsAtStart);
+    EXPECT_EQ(1, EngineResets());
+    std::vector<LogLine> lines = GetLogLines();
+    ASSERT_GE(lines.size(), 2u);
+    EXPECT_EQ(1u, probe->logAtLost);
+    EXPECT_EQ("Try to ResetDevice, 64, 64", lines[0].text);
+    EXPECT_EQ(1u, probe->logAtReset) << "the success line comes after the resources are rebuilt";
+    EXPECT_EQ("Success ResetDevice,64, 64, FullScreen:false", lines.back().text);
+
+    // The read-back surfaces went, and the bound target and depth buffer were forgotten.
+    EXPECT_TRUE(d3d->m_mapReadbackSurfaces.empty());
+    EXPECT_EQ(nullptr, d3d->m_pLockedReadbackSurface);
+    EXPECT_EQ(0u, readback->Release()) << "the reset left the map's reference";
+    EXPECT_EQ(nullptr, rs->_getRenderTarget());
+    EXPECT_EQ(nullptr, d3d->m_pActiveDepthBuffer.get());
+    // The engine's stored states go back to the device after the Reset.
+    EXPECT_TRUE(kvproxy::CalledInOrder(from, {Method::Reset, Method::GetScissorRect, Method::SetRenderState}));
+    // The shadows forgot: the first state after the reset reaches the device.
+    from = kvproxy::Here();
+    d3d->SetDepthCheckEnabled(true);
+    d3d->_setRenderState(D3DRS_LIGHTING, FALSE);
+    EXPECT_TRUE(kvproxy::RenderStatesSet(from, {{D3DRS_ZENABLE, 1}, {D3DRS_LIGHTING, FALSE}}));
+
+    RefillDrawAndCheckScene(kWidth, kHeight);
+}
+
+TEST_F(ResetTest, MainWindowPresentResetsALostDevice)
+{
+    ASSERT_NO_FATAL_FAILURE(MakeScene());
+    kvproxy::LoseDevice();
+    kvproxy::AllowDeviceReset();
+    auto from = kvproxy::Here();
+    rs->m_pMainWindow->swapBuffers();
+    EXPECT_EQ(1u, kvproxy::CountSince(from, Method::Reset));
+    EXPECT_EQ(1, probe->reset);
+    EXPECT_EQ(1, EngineResets());
+    RefillDrawAndCheckScene(kWidth, kHeight);
+}
+
+TEST_F(ResetTest, SecondaryWindowResetLeavesTheDeviceAlone)
+{
+    HWND other = MakeWindow(32, 32);
+    ASSERT_NE(nullptr, other);
+    auto from = kvproxy::Here();
+    {
+        ref_ptr<CRenderWindow> second = rs->CreateRenderWindow(other, 32, 32, false);
+        ASSERT_TRUE(second);
+        EXPECT_TRUE(rs->Reset(other, 48, 40, false, true, 4));
+        EXPECT_EQ(48u, second->getWidth());
+        // The main window and the device's parameters stay as they were.
+        EXPECT_EQ(kWidth, d3d->m_d3dpp.BackBufferWidth);
+        EXPECT_EQ(static_cast<UINT>(D3DPRESENT_INTERVAL_IMMEDIATE), d3d->m_d3dpp.PresentationInterval);
+    }
+    // A handle no window owns is refused before the device is looked at; so is
+    // a size the engine's window turns down.
+    EXPECT_FALSE(rs->Reset(reinterpret_cast<HWND>(static_cast<uintptr_t>(0x1234)), 32, 32, false, false, 0));
+    EXPECT_FALSE(ResetMain(0, 32));
+    EXPECT_EQ(0u, kvproxy::CountSince(from, Method::Reset));
+    EXPECT_EQ(0, probe->lost);
+    EXPECT_EQ(0, EngineResets());
+}
+
+TEST_F(ResetTest, VsyncOffKeepsTwoBackBuffers)
+{
+    ASSERT_NO_FATAL_FAILURE(Restart(true, 0));
+    ASSERT_EQ(2u, d3d->m_d3dpp.BackBufferCount);
+    auto from = kvproxy::Here();
+    ASSERT_TRUE(ResetMain(kWidth, kHeight, false, false, 0));
+    D3DPRESENT_PARAMETERS pp = ResetWith(from);
+    EXPECT_EQ(static_cast<UINT>(D3DPRESENT_INTERVAL_IMMEDIATE), pp.PresentationInterval);
+    EXPECT_EQ(2u, pp.BackBufferCount);
+    EXPECT_EQ(0u, pp.FullScreen_RefreshRateInHz);
+    EXPECT_TRUE(pp.Windowed);
+    EXPECT_EQ(hWnd, pp.hDeviceWindow);
+
+    // And back on: one interval, still two.
+    from = kvproxy::Here();
+    ASSERT_TRUE(ResetMain(kWidth, kHeight, false, true, 0));
+    pp = ResetWith(from);
+    EXPECT_EQ(static_cast<UINT>(D3DPRESENT_INTERVAL_ONE), pp.PresentationInterval);
+    EXPECT_EQ(2u, pp.BackBufferCount);
+}
+
+TEST_F(ResetTest, NewSizeWithoutMultisamplingReachesTheBackBuffer)
+{
+    ASSERT_NO_FATAL_FAILURE(Restart(false, 4));
+    ASSERT_EQ(D3DMULTISAMPLE_4_SAMPLES, d3d->m_d3dpp.MultiSampleType);
+    ASSERT_NO_FATAL_FAILURE(MakeScene());
+    auto from = kvproxy::Here();
+    ASSERT_TRUE(ResetMain(96, 48, false, false, 0));
+    D3DPRESENT_PARAMETERS pp = ResetWith(from);
+    EXPECT_EQ(D3DMULTISAMPLE_NONE, pp.MultiSampleType);
+    EXPECT_EQ(0u, pp.MultiSampleQuality);
+    EXPECT_EQ(96u, pp.BackBufferWidth);
+    EXPECT_EQ(48u, pp.BackBufferHeight);
+    IDirect3DSurface9* back = nullptr;
+    ASSERT_EQ(D3D_OK, device->GetBackBuffer(0, 0, D3DBACKBUFFER_TYPE_MONO, &back));
+    D3DSURFACE_DESC desc = {};
+    EXPECT_EQ(D3D_OK, back->GetDesc(&desc));
+    back->Release();
+    EXPECT_EQ(D3DMULTISAMPLE_NONE, desc.MultiSampleType);
+    EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
+    EXPECT_EQ("Success ResetDevice,96, 48, FullScreen:false", Texts(LOG_INFO).back());
+    RefillDrawAndCheckScene(96, 48); // the back buffer's size is read there
+
+    // Multisampling asked for again at the next reset.
+    from = kvproxy::Here();
+    ASSERT_TRUE(ResetMain(96, 48, false, false, 4));
+    EXPECT_EQ(D3DMULTISAMPLE_4_SAMPLES, ResetWith(from).MultiSampleType);
+}
+
+// The switches to full screen below are refused through the recording d3d9, so
+// the real device never takes the shared display.
+TEST_F(ResetTest, ChildWindowCannotGoFullScreen)
+{
+    ASSERT_NO_FATAL_FAILURE(Restart(false, 0, WS_CHILD | WS_VISIBLE));
+    // A child window cannot be topmost either (Wine drops the bit even when set
+    // by hand), so all three reasons hold.
+    ASSERT_FALSE(GetWindowLongA(hWnd, GWL_EXSTYLE) & WS_EX_TOPMOST);
+    kvproxy::FailMethod(Method::Reset, D3DERR_INVALIDCALL, 1);
+    auto from = kvproxy::Here();
+    EXPECT_FALSE(ResetMain(kWidth, kHeight, true));
+    EXPECT_FALSE(ResetWith(from).Windowed);
+    EXPECT_EQ(std::vector<std::string>{ResetWarning(D3DERR_INVALIDCALL, kWidth, kHeight, true)},
+              Texts(LOG_WARNING));
+    EXPECT_EQ((std::vector<std::string>{kHasParent, kNotChild, kNotTopmost}), Errors());
+    EXPECT_EQ(1, probe->lost);
+    EXPECT_EQ(0, probe->reset);
+    EXPECT_EQ(0, EngineResets());
+
+    // Back to a window, the same device takes it and everything comes back.
+    ClearLog();
+    ASSERT_TRUE(ResetMain(kWidth, kHeight, false));
+    EXPECT_EQ(1, probe->reset);
+    EXPECT_EQ(1, EngineResets());
+    EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
+}
+
+TEST_F(ResetTest, TopLevelWindowFullScreenNeedsTopmost)
+{
+    kvproxy::FailMethod(Method::Reset, D3DERR_INVALIDCALL, 2);
+    EXPECT_FALSE(ResetMain(kWidth, kHeight, true));
+    EXPECT_EQ(std::vector<std::string>{ResetWarning(D3DERR_INVALIDCALL, kWidth, kHeight, true)},
+              Texts(LOG_WARNING));
+    EXPECT_EQ(std::vector<std::string>{kNotTopmost}, Errors());
+
+    // A topmost top-level window has nothing to explain beyond the warning.
+    ClearLog();
+    SetWindowPos(hWnd, HWND_TOPMOST, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
+    ASSERT_TRUE(GetWindowLongA(hWnd, GWL_EXSTYLE) & WS_EX_TOPMOST);
+    EXPECT_FALSE(ResetMain(kWidth, kHeight, true));
+    EXPECT_EQ(1u, Texts(LOG_WARNING).size());
+    EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
+}

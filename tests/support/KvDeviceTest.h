@@ -1,0 +1,127 @@
+// The start every device suite shares: the recording d3d9.dll back to plain
+// forwarding, the engine's log and globals as a process starts them, a window
+// and a render system on it (Init run by SetUp unless a suite starts it itself),
+// and what a test reads back: log texts, pixels, the engine's geometry objects.
+#pragma once
+
+#include "D3D9HardwareIndexBuffer.h"
+#include "D3D9HardwareVertexBuffer.h"
+#include "D3D9RenderSystem.h"
+#include "D3D9RenderWindow.h"
+#include "D3D9VertexDeclaration.h"
+
+#include "engine/DeviceCapabilities.h"
+#include "engine/Globals.h"
+#include "engine/IndexData.h"
+#include "engine/Log.h"
+#include "engine/Timer.h"
+#include "engine/VertexData.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ProxyExpect.h"
+
+namespace kvtest
+{
+
+// Position in clip space and a colour: the layout of ColourDeclaration.
+struct ColourVertex
+{
+    float x, y, z;
+    uint32_t colour;
+};
+
+constexpr uint32_t kClear = 0xFF000080;
+constexpr uint32_t kRed = 0xFFFF0000;
+constexpr uint32_t kGreen = 0xFF00FF00;
+
+// A quad from (x0, y0) to (x1, y1), two triangles by kQuadIndices.
+std::vector<ColourVertex> Quad(float x0, float y0, float x1, float y1, uint32_t colour);
+extern const std::vector<uint16_t> kQuadIndices;
+
+// "<hr>, <name>, <description>", as the render system writes a failure.
+std::string HrText(HRESULT hr);
+// "D3D9Verify:<hr>, <name>, <description>[, <what>]".
+std::string VerifyLine(HRESULT hr, const char* what = nullptr);
+inline std::vector<std::string> Texts(kv::LogLevel level) { return kv::GetLogTexts(level); }
+inline std::vector<std::string> Errors() { return kv::GetLogTexts(kv::LOG_ERROR); }
+size_t CountOf(const std::vector<std::string>& lines, const std::string& text);
+inline bool Logged(const std::string& text, kv::LogLevel level = kv::LOG_ERROR)
+{
+    return CountOf(Texts(level), text) > 0;
+}
+
+} // namespace kvtest
+
+class KvDeviceTest : public ::testing::Test
+{
+protected:
+    explicit KvDeviceTest(unsigned width = 64, unsigned height = 64) : kWidth(width), kHeight(height) {}
+
+    void SetUp() override;
+    void TearDown() override;
+
+    // Everything up to Init: the proxy, the log, the globals, the main window
+    // (a child of a window of its own when the style says WS_CHILD), a render system.
+    void Open(DWORD style = WS_OVERLAPPEDWINDOW, DWORD exStyle = 0);
+    // Init on the main window, windowed; the trace is marked just before.
+    bool Init(bool vsync = false, unsigned fsaa = 0);
+    // Init that must succeed; then the device is at hand and the log empty.
+    void Start(bool vsync = false, unsigned fsaa = 0);
+    void NewRenderSystem();
+    void EndRenderSystem();
+
+    // A top-level window of this client size, destroyed by TearDown.
+    HWND MakeWindow(unsigned width, unsigned height, DWORD style = WS_OVERLAPPEDWINDOW, HWND parent = nullptr,
+                    DWORD exStyle = 0);
+    kv::CD3D9RenderWindow* MainWindow() const;
+    // The calls of one method since the mark.
+    std::vector<KvProxyCall> Calls(kvproxy::Method m) const { return kvproxy::CallsSince(mark, m); }
+
+    // A render target's pixels through a system-memory copy, the top byte set.
+    std::vector<uint32_t> ReadPixels(IDirect3DSurface9* surface, unsigned* width = nullptr,
+                                     unsigned* height = nullptr);
+    std::vector<uint32_t> ReadBackBuffer(unsigned* width = nullptr, unsigned* height = nullptr);
+
+    // The engine's geometry, made through the render system's factories.
+    ref_ptr<kv::CVertexDeclaration> ColourDeclaration();
+    ref_ptr<kv::CHardwareVertexBuffer> VertexBuffer(const std::vector<kvtest::ColourVertex>& vertices,
+                                                    unsigned usage = kv::CHardwareBuffer::USAGE_STATIC);
+    ref_ptr<kv::CHardwareIndexBuffer> IndexBuffer16(const std::vector<uint16_t>& indices,
+                                                    unsigned usage = kv::CHardwareBuffer::USAGE_STATIC);
+    ref_ptr<kv::CVertexData> VertexData(kv::CVertexDeclaration* declaration, kv::CHardwareVertexBuffer* buffer,
+                                        unsigned start, unsigned count);
+    ref_ptr<kv::CIndexData> IndexData(kv::CHardwareIndexBuffer* buffer, unsigned start, unsigned count);
+    // Untransformed vertices coloured by their diffuse colour alone, as after a reset.
+    void FixedFunctionColour();
+    // A frame begun on a back buffer cleared to kClear.
+    void BeginClearedFrame();
+
+    static kv::CD3D9HardwareVertexBuffer* D3D(kv::CHardwareVertexBuffer* b)
+    {
+        return static_cast<kv::CD3D9HardwareVertexBuffer*>(b);
+    }
+    static kv::CD3D9HardwareIndexBuffer* D3D(kv::CHardwareIndexBuffer* b)
+    {
+        return static_cast<kv::CD3D9HardwareIndexBuffer*>(b);
+    }
+    static IDirect3DVertexDeclaration9* Native(kv::CVertexDeclaration* d)
+    {
+        return static_cast<kv::CD3D9VertexDeclaration*>(d)->m_pD3D9VertexDeclaration;
+    }
+    kv::CTimer& Timer() { return *kv::GetTimer(); }
+
+    const unsigned kWidth;
+    const unsigned kHeight;
+    HWND hWnd = nullptr;
+    std::vector<HWND> windows;
+    std::vector<kv::LogLine> initLog; // what Init logged, for Start
+    kv::CRenderSystem* rs = nullptr;
+    kv::CD3D9RenderSystem* d3d = nullptr;
+    IDirect3DDevice9* device = nullptr;
+    kvproxy::Mark mark{0};
+};
