@@ -1,26 +1,15 @@
-// A render system started through Init on a real window of Wine's Direct3D 9,
-// loaded through the recording d3d9.dll, and a stand-in render target over
-// surfaces that a test makes itself: the render texture and multiple render
-// target classes are other code's, and the binding only asks a target for its
-// surfaces by name.
+// The render system started on a 320 by 240 window, and a stand-in render
+// target over surfaces that a test makes itself: the render texture and
+// multiple render target classes are other code's, and the binding only asks a
+// target for its surfaces by name.
 #pragma once
 
+#include "KvDeviceTest.h"
+
 #include "D3D9DepthBuffer.h"
-#include "D3D9RenderSystem.h"
-#include "D3D9RenderWindow.h"
 
-#include "engine/DeviceCapabilities.h"
-#include "engine/Globals.h"
-#include "engine/Log.h"
 #include "engine/RenderTarget.h"
-#include "engine/Timer.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
-#include "ProxyExpect.h"
+#include "engine/Texture.h"
 
 // Draws into up to eight surfaces that it holds a reference to each of.
 class SurfaceTarget : public kv::CRenderTarget
@@ -52,14 +41,26 @@ public:
     int m_nAttributeQueries = 0;
 };
 
-class TargetsTest : public ::testing::Test
+// An engine texture with nothing native behind it, to stand as a depth texture.
+class BareTexture : public kv::CTexture
+{
+public:
+    void freeInternalResources() override {}
+    void _autogenerateMipmaps() override {}
+    unsigned char getFSAA() override { return 0; }
+    kv::CHardwarePixelBuffer* getBuffer(unsigned, unsigned) override { return nullptr; }
+    bool SaveToFile(const char*) override { return false; }
+    bool SaveToMemory(void**, unsigned*) override { return false; }
+    void copyToTexture(kv::CTexture*) override {}
+    int TextureReserved7(int, int, int, int, int, int, int) override { return 0; }
+    bool TextureReserved3(int, int, int) override { return false; }
+    bool createInternalResources() override { return false; }
+};
+
+class TargetsTest : public KvDeviceTest
 {
 protected:
-    static constexpr unsigned kWidth = 320;
-    static constexpr unsigned kHeight = 240;
-
-    void SetUp() override;
-    void TearDown() override;
+    TargetsTest() : KvDeviceTest(320, 240) {}
 
     // A colour surface of the device; the caller owns the reference.
     IDirect3DSurface9* MakeSurface(unsigned width, unsigned height,
@@ -67,23 +68,7 @@ protected:
                                    D3DFORMAT format = D3DFMT_X8R8G8B8);
     // A stand-in target over new surfaces of one size, one per count.
     ref_ptr<SurfaceTarget> MakeTarget(unsigned width, unsigned height, unsigned count = 1,
-                                          D3DMULTISAMPLE_TYPE samples = D3DMULTISAMPLE_NONE);
-    kv::CD3D9RenderWindow* MainWindow() const;
-    // A second top-level window of the given client size; destroyed in TearDown.
-    HWND MakeWindow(unsigned width, unsigned height);
-
-    // The pixels of a render target surface, read through a system-memory copy.
-    std::vector<uint32_t> ReadPixels(IDirect3DSurface9* surface, unsigned* width = nullptr,
-                                     unsigned* height = nullptr);
-
-    static std::vector<std::string> Errors() { return kv::GetLogTexts(kv::LOG_ERROR); }
-    // "D3D9Verify:<hr>, <name>, <description>[, <what>]".
-    static std::string VerifyLine(HRESULT hr, const char* what = nullptr);
-
-    HWND hWnd = nullptr;
-    std::vector<HWND> extraWindows;
-    std::vector<kv::LogLine> initLog; // what Init logged
-    kv::CRenderSystem* rs = nullptr;
-    kv::CD3D9RenderSystem* d3d = nullptr;
-    IDirect3DDevice9* device = nullptr;
+                                      D3DMULTISAMPLE_TYPE samples = D3DMULTISAMPLE_NONE);
 };
+
+inline uint64_t P(const void* p) { return kvproxy::PtrArg(p); }
