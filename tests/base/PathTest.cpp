@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #ifdef _WIN32
@@ -16,38 +17,32 @@
 
 using S = CStaticFunc;
 
-TEST(Path, FileTitleAndName)
+TEST(Path, PartsOfAPath)
 {
-    EXPECT_EQ("water", S::GetFileTitle("shader\\effects\\water.fx"));
-    EXPECT_EQ("water", S::GetFileTitle("shader/effects/water.fx"));
-    // The last '\' wins over a later '/'.
-    EXPECT_EQ("b/c", S::GetFileTitle("a\\b/c.fx"));
-    EXPECT_EQ("archive.tar", S::GetFileTitle("dir/archive.tar.gz"));
-    EXPECT_EQ("noext", S::GetFileTitle("noext"));
-    // A dot in the directory is not the extension.
-    EXPECT_EQ("file", S::GetFileTitle("dir.v2\\file"));
-    EXPECT_EQ("", S::GetFileTitle("dir/"));
-    EXPECT_EQ("", S::GetFileTitle("dir\\"));
-    EXPECT_EQ("", S::GetFileTitle(""));
-
-    EXPECT_EQ("water.fx", S::GetFileName("shader\\effects\\water.fx"));
-    EXPECT_EQ("water.fx", S::GetFileName("water.fx"));
-    EXPECT_EQ("", S::GetFileName("dir/"));
-}
-
-TEST(Path, ExtensionAndDirectories)
-{
-    EXPECT_EQ(".gz", S::GetExtension("archive.tar.gz"));
-    EXPECT_EQ("", S::GetExtension("README"));
-    EXPECT_EQ(".", S::GetExtension("name."));
-
-    EXPECT_EQ("a\\b/", S::GetDirectory("a\\b/c.fx"));
-    EXPECT_EQ("a/b\\", S::GetDirectory("a/b\\c.fx"));
-    EXPECT_EQ("", S::GetDirectory("c.fx"));
-
-    EXPECT_EQ("a/b", S::GetParentDir("a\\b\\c.fx"));
-    EXPECT_EQ("a/b", S::GetParentDir("a/b/"));
-    EXPECT_EQ("", S::GetParentDir("c.fx"));
+    const struct
+    {
+        const char* what;
+        std::string (*form)(const std::string&);
+        std::vector<std::pair<const char*, const char*>> rows; // path, answer
+    } forms[] = {
+        // The last '\' wins over a later '/'; a dot in the directory is no extension.
+        {"GetFileTitle", &S::GetFileTitle,
+         {{"shader\\effects\\water.fx", "water"}, {"shader/effects/water.fx", "water"}, {"a\\b/c.fx", "b/c"},
+          {"dir/archive.tar.gz", "archive.tar"}, {"noext", "noext"}, {"dir.v2\\file", "file"}, {"dir/", ""},
+          {"dir\\", ""}, {"", ""}}},
+        {"GetFileName", &S::GetFileName, {{"shader\\effects\\water.fx", "water.fx"}, {"water.fx", "water.fx"}, {"dir/", ""}}},
+        {"GetExtension", &S::GetExtension, {{"archive.tar.gz", ".gz"}, {"README", ""}, {"name.", "."}}},
+        {"GetDirectory", &S::GetDirectory, {{"a\\b/c.fx", "a\\b/"}, {"a/b\\c.fx", "a/b\\"}, {"c.fx", ""}}},
+        {"GetParentDir", &S::GetParentDir, {{"a\\b\\c.fx", "a/b"}, {"a/b/", "a/b"}, {"c.fx", ""}}},
+        {"StandardisePath", &S::StandardisePath, {{"a\\b", "a/b/"}, {"a/b/", "a/b/"}, {"", ""}}},
+        {"NormalisePath forward", [](const std::string& p) { return S::NormalisePath(p, true); },
+         {{"a\\\\b//c\\/", "a/b/c/"}, {"abc", "abc"}}},
+        {"NormalisePath back", [](const std::string& p) { return S::NormalisePath(p, false); }, {{"a//b\\/c", "a\\b\\c"}}},
+        {"AppendSlash", &S::AppendSlash, {{"a", "a/"}, {"a\\", "a\\"}, {"a/", "a/"}, {"", ""}}},
+    };
+    for (const auto& f : forms)
+        for (const auto& r : f.rows)
+            EXPECT_EQ(r.second, f.form(r.first)) << f.what << " of \"" << r.first << "\"";
 }
 
 TEST(Path, SplitForms)
@@ -71,22 +66,6 @@ TEST(Path, SplitForms)
     EXPECT_EQ("stone", base);
     EXPECT_EQ("dds", ext);
     EXPECT_EQ("media/tex/", dir);
-}
-
-TEST(Path, Standardise)
-{
-    EXPECT_EQ("a/b/", S::StandardisePath("a\\b"));
-    EXPECT_EQ("a/b/", S::StandardisePath("a/b/"));
-    EXPECT_EQ("", S::StandardisePath(""));
-
-    EXPECT_EQ("a/b/c/", S::NormalisePath("a\\\\b//c\\/", true));
-    EXPECT_EQ("a\\b\\c", S::NormalisePath("a//b\\/c", false));
-    EXPECT_EQ("abc", S::NormalisePath("abc", true));
-
-    EXPECT_EQ("a/", S::AppendSlash("a"));
-    EXPECT_EQ("a\\", S::AppendSlash("a\\"));
-    EXPECT_EQ("a/", S::AppendSlash("a/"));
-    EXPECT_EQ("", S::AppendSlash(""));
 }
 
 TEST(Files, CreateDirectoriesAndFileHelpers)

@@ -8,55 +8,57 @@
 using S = CStaticFunc;
 using Pieces = std::vector<std::string>;
 
-TEST(StringCompare, EqualsAndCase)
+namespace
 {
-    EXPECT_TRUE(S::Equals("Shader", "Shader", false));
-    EXPECT_FALSE(S::Equals("Shader", "shader", false));
-    EXPECT_TRUE(S::Equals("Shader", "sHADER", true));
-    EXPECT_FALSE(S::Equals("Shader", "Shaders", true));
-    // Bytes above 127 must not upset the case folding.
-    EXPECT_TRUE(S::Equals("\xE9t\xE9", "\xE9T\xE9", true));
-}
-
-TEST(StringCompare, EndsWithAndStartsWith)
+// A text changed in place, and what it must become.
+struct ChangeRow
 {
-    EXPECT_FALSE(S::EndsWith("file.png", "", false));
-    EXPECT_FALSE(S::EndsWith("png", ".png", false));
-    EXPECT_TRUE(S::EndsWith("FILE.PNG", ".png", true));
-    EXPECT_FALSE(S::EndsWith("FILE.PNG", ".png", false));
-    // Only the tail is lowered; a suffix in capitals never matches when lowering.
-    EXPECT_FALSE(S::EndsWith("file.png", ".PNG", true));
-    EXPECT_TRUE(S::StartsWith("Shader/x.fx", "shader/", true));
-    EXPECT_FALSE(S::StartsWith("Shader/x.fx", "shader/", false));
-    EXPECT_FALSE(S::StartsWith("ab", "", false));
-    EXPECT_FALSE(S::StartsWith("ab", "abc", false));
+    const char* what;
+    void (*change)(std::string&);
+    const char *in, *out;
+};
+} // namespace
 
-    EXPECT_TRUE(S::EndsWithCase("abc", "", true));
-    EXPECT_TRUE(S::EndsWithCase("file.DDS", ".dds", false));
-    EXPECT_FALSE(S::EndsWithCase("file.DDS", ".dds", true));
-    EXPECT_FALSE(S::EndsWithCase("s", "longer", false));
-}
-
-TEST(StringCompare, Wildcards)
+TEST(StringCompare, EqualsAffixesAndWildcards)
 {
-    EXPECT_TRUE(S::WildcardMatch("texture.dds", "*.dds", true));
-    EXPECT_FALSE(S::WildcardMatch("texture.dds", "*.png", true));
-    EXPECT_TRUE(S::WildcardMatch("Texture.DDS", "t*.dds", false));
-    EXPECT_FALSE(S::WildcardMatch("Texture.DDS", "t*.dds", true));
-    EXPECT_TRUE(S::WildcardMatch("abc", "a*", true));
-    EXPECT_TRUE(S::WildcardMatch("", "*", true));
-    EXPECT_TRUE(S::WildcardMatch("", "", true));
-    EXPECT_FALSE(S::WildcardMatch("a", "", true));
-    // The first candidate behind '*' fails; the match must fall back and try a later one.
-    EXPECT_TRUE(S::WildcardMatch("abcbcd", "a*bcd", true));
-    EXPECT_TRUE(S::WildcardMatch("mississippi", "m*iss*ppi", true));
-    EXPECT_FALSE(S::WildcardMatch("mississippi", "m*iss*ppx", true));
-    EXPECT_TRUE(S::WildcardMatch("a.b.c", "*.*.*", true));
-    EXPECT_FALSE(S::WildcardMatch("abc", "abcd", true));
-}
+    struct Row
+    {
+        const char *s, *t;
+        bool flag, expected;
+    };
+    const struct
+    {
+        const char* what;
+        bool (*compare)(const std::string&, const std::string&, bool);
+        std::vector<Row> rows;
+    } forms[] = {
+        // Bytes above 127 must not upset the case folding.
+        {"Equals", &S::Equals,
+         {{"Shader", "Shader", false, true}, {"Shader", "shader", false, false}, {"Shader", "sHADER", true, true},
+          {"Shader", "Shaders", true, false}, {"\xE9t\xE9", "\xE9T\xE9", true, true}}},
+        // Only the tail is lowered; a suffix in capitals never matches when lowering.
+        {"EndsWith", &S::EndsWith,
+         {{"file.png", "", false, false}, {"png", ".png", false, false}, {"FILE.PNG", ".png", true, true},
+          {"FILE.PNG", ".png", false, false}, {"file.png", ".PNG", true, false}}},
+        {"StartsWith", &S::StartsWith,
+         {{"Shader/x.fx", "shader/", true, true}, {"Shader/x.fx", "shader/", false, false}, {"ab", "", false, false},
+          {"ab", "abc", false, false}}},
+        {"EndsWithCase", &S::EndsWithCase,
+         {{"abc", "", true, true}, {"file.DDS", ".dds", false, true}, {"file.DDS", ".dds", true, false},
+          {"s", "longer", false, false}}},
+        // "abcbcd": the first candidate behind '*' fails; the match must fall back and try a later one.
+        {"WildcardMatch", &S::WildcardMatch,
+         {{"texture.dds", "*.dds", true, true}, {"texture.dds", "*.png", true, false},
+          {"Texture.DDS", "t*.dds", false, true}, {"Texture.DDS", "t*.dds", true, false}, {"abc", "a*", true, true},
+          {"", "*", true, true}, {"", "", true, true}, {"a", "", true, false}, {"abcbcd", "a*bcd", true, true},
+          {"mississippi", "m*iss*ppi", true, true}, {"mississippi", "m*iss*ppx", true, false},
+          {"a.b.c", "*.*.*", true, true}, {"abc", "abcd", true, false}}},
+    };
+    for (const auto& f : forms)
+        for (const Row& r : f.rows)
+            EXPECT_EQ(r.expected, f.compare(r.s, r.t, r.flag))
+                << f.what << "(\"" << r.s << "\", \"" << r.t << "\", " << r.flag << ")";
 
-TEST(StringCompare, Searches)
-{
     EXPECT_EQ(3, S::FindFirstOf("abc,d", ",;"));
     EXPECT_EQ(-1, S::FindFirstOf("abcd", ",;"));
     EXPECT_EQ(-1, S::FindFirstOf("a,b", ",", 10));
@@ -66,83 +68,60 @@ TEST(StringCompare, Searches)
     EXPECT_EQ(-1, S::FindLastNotOf("", " "));
 }
 
-TEST(StringChange, CaseAndSlashes)
+TEST(StringChange, CaseTrimAndExtension)
 {
-    std::string s = "Shader\\Editor\\X.FX";
-    S::LowerAndForwardSlashes(s);
-    EXPECT_EQ("shader/editor/x.fx", s);
-    std::string t = "mIxEd 1";
-    S::ToUpper(t);
-    EXPECT_EQ("MIXED 1", t);
-    S::ToLower(t);
-    EXPECT_EQ("mixed 1", t);
-}
-
-TEST(StringChange, Trim)
-{
-    std::string s = " \t\r value \r\t ";
-    std::string kept = s;
-    S::Trim(kept, false, false);
-    EXPECT_EQ(s, kept);
-    std::string left = s;
-    S::Trim(left, true, false);
-    EXPECT_EQ("value \r\t ", left);
-    std::string right = s;
-    S::Trim(right, false, true);
-    EXPECT_EQ(" \t\r value", right);
-    S::Trim(s);
-    EXPECT_EQ("value", s);
-    std::string blank = " \t\r";
-    S::Trim(blank);
-    EXPECT_EQ("", blank);
-    // A line feed is not one of the trimmed characters.
-    std::string lf = "\nx\n";
-    S::Trim(lf);
-    EXPECT_EQ("\nx\n", lf);
-
-    std::string c = "--a-b--";
-    S::TrimChar(c, '-');
-    EXPECT_EQ("a-b", c);
-    std::string blanks = "  a b  ";
-    S::TrimBlanks(blanks);
-    EXPECT_EQ("a b", blanks);
+    const ChangeRow rows[] = {
+        {"LowerAndForwardSlashes", &S::LowerAndForwardSlashes, "Shader\\Editor\\X.FX", "shader/editor/x.fx"},
+        {"ToUpper", &S::ToUpper, "mIxEd 1", "MIXED 1"},
+        {"ToLower", &S::ToLower, "mIxEd 1", "mixed 1"},
+        {"Trim neither", [](std::string& s) { S::Trim(s, false, false); }, " \t\r value \r\t ", " \t\r value \r\t "},
+        {"Trim left", [](std::string& s) { S::Trim(s, true, false); }, " \t\r value \r\t ", "value \r\t "},
+        {"Trim right", [](std::string& s) { S::Trim(s, false, true); }, " \t\r value \r\t ", " \t\r value"},
+        {"Trim", [](std::string& s) { S::Trim(s); }, " \t\r value \r\t ", "value"},
+        {"Trim", [](std::string& s) { S::Trim(s); }, " \t\r", ""},
+        // A line feed is not one of the trimmed characters.
+        {"Trim", [](std::string& s) { S::Trim(s); }, "\nx\n", "\nx\n"},
+        {"TrimChar", [](std::string& s) { S::TrimChar(s, '-'); }, "--a-b--", "a-b"},
+        {"TrimBlanks", &S::TrimBlanks, "  a b  ", "a b"},
+        {"SetExtension", [](std::string& s) { S::SetExtension(s, "dds"); }, "dir.v2/file.png", "dir.v2/file.dds"},
+        {"SetExtension", [](std::string& s) { S::SetExtension(s, "txt"); }, "README", "README"},
+        {"SetExtension", [](std::string& s) { S::SetExtension(s, "x"); }, "name.", "name.x"},
+    };
+    for (const ChangeRow& r : rows)
+    {
+        std::string s = r.in;
+        r.change(s);
+        EXPECT_EQ(r.out, s) << r.what << " of \"" << r.in << "\"";
+    }
 }
 
 TEST(StringChange, ReplaceAll)
 {
-    std::string s = "a.b.c";
-    S::ReplaceAll(s, ".", "::");
-    EXPECT_EQ("a::b::c", s);
-
-    // The replacement holds the searched text: the search must not go on for ever.
-    std::string grow = "xax";
-    S::ReplaceAll(grow, "a", "aa");
-    EXPECT_EQ("xaax", grow);
-    std::string wrap = "ab";
-    S::ReplaceAll(wrap, "b", "bb");
-    EXPECT_EQ("abb", wrap);
-
-    // A shorter replacement looks again at what it formed, as a search from the start would.
-    std::string collapse = "a////b//c";
-    S::ReplaceAll(collapse, "//", "/");
-    EXPECT_EQ("a/b/c", collapse);
-    std::string nested = "aaab";
-    S::ReplaceAll(nested, "ab", "b");
-    EXPECT_EQ("b", nested);
-
-    std::string ci = "One ONE one";
-    S::ReplaceAll(ci, "one", "1", true);
-    EXPECT_EQ("1 1 1", ci);
-    std::string cs = "One ONE one";
-    S::ReplaceAll(cs, "one", "1", false);
-    EXPECT_EQ("One ONE 1", cs);
-
-    std::string untouched = "abc";
-    S::ReplaceAll(untouched, nullptr, "x");
-    S::ReplaceAll(untouched, "a", nullptr);
-    S::ReplaceAll(untouched, "", "x");
-    EXPECT_EQ("abc", untouched);
-
+    const struct
+    {
+        const char *in, *from, *to;
+        bool ignoreCase;
+        const char* out;
+    } rows[] = {
+        {"a.b.c", ".", "::", false, "a::b::c"},
+        // The replacement holds the searched text: the search must not go on for ever.
+        {"xax", "a", "aa", false, "xaax"},
+        {"ab", "b", "bb", false, "abb"},
+        // A shorter replacement looks again at what it formed, as a search from the start would.
+        {"a////b//c", "//", "/", false, "a/b/c"},
+        {"aaab", "ab", "b", false, "b"},
+        {"One ONE one", "one", "1", true, "1 1 1"},
+        {"One ONE one", "one", "1", false, "One ONE 1"},
+        {"abc", nullptr, "x", false, "abc"},
+        {"abc", "a", nullptr, false, "abc"},
+        {"abc", "", "x", false, "abc"},
+    };
+    for (const auto& r : rows)
+    {
+        std::string s = r.in;
+        S::ReplaceAll(s, r.from, r.to, r.ignoreCase);
+        EXPECT_EQ(r.out, s) << "\"" << r.in << "\" " << (r.from ? r.from : "null") << " -> " << (r.to ? r.to : "null");
+    }
     EXPECT_EQ("xaax", S::ReplaceAllCopy("xax", "a", "aa"));
     EXPECT_EQ("a/b", S::ReplaceAllCopy("a\\b", "\\", "/"));
     // The copy goes on behind each replacement and does not look back.
@@ -150,20 +129,7 @@ TEST(StringChange, ReplaceAll)
     EXPECT_EQ("same", S::ReplaceAllCopy("same", "", "x"));
 }
 
-TEST(StringChange, SetExtension)
-{
-    std::string p = "dir.v2/file.png";
-    S::SetExtension(p, "dds");
-    EXPECT_EQ("dir.v2/file.dds", p);
-    std::string none = "README";
-    S::SetExtension(none, "txt");
-    EXPECT_EQ("README", none);
-    std::string dotEnd = "name.";
-    S::SetExtension(dotEnd, "x");
-    EXPECT_EQ("name.x", dotEnd);
-}
-
-TEST(StringSplit, Split)
+TEST(StringSplit, SplitSplitAtAndTokenise)
 {
     EXPECT_EQ((Pieces{"a", "b", "c"}), S::Split("a b c"));
     // Runs of delimiters, leading and trailing ones yield no empty pieces.
@@ -176,10 +142,7 @@ TEST(StringSplit, Split)
     EXPECT_EQ((Pieces{"a", "b  c d"}), S::Split("a b  c d", " ", 1));
     EXPECT_EQ((Pieces{"a", "b", "c d"}), S::Split("a b c d", " ", 2));
     EXPECT_EQ((Pieces{"VS+PS", "A=1"}), S::Split("VS+PS A=1", " "));
-}
 
-TEST(StringSplit, SplitAt)
-{
     Pieces out{"kept"};
     S::SplitAt("a::b::::c::", "::", out);
     EXPECT_EQ((Pieces{"kept", "a", "b", "c"}), out);
@@ -189,10 +152,7 @@ TEST(StringSplit, SplitAt)
     Pieces none;
     S::SplitAt("", "::", none);
     EXPECT_TRUE(none.empty());
-}
 
-TEST(StringSplit, Tokenise)
-{
     EXPECT_EQ((Pieces{"a", "b c", "d"}), S::Tokenise("a \"b c\" d"));
     EXPECT_EQ((Pieces{"x", "q r"}), S::Tokenise("x  'q r'", " ", "'\""));
     // Inside quotes delimiters are text; a quote of the other kind is text too.

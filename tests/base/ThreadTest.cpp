@@ -50,10 +50,22 @@ private:
     std::function<uint32_t(FunctionThread&)> m_body;
 };
 
-// The exit code of a thread by its id, read through a handle of our own.
+// A handle of our own on a thread, by its id.
 HANDLE OpenThreadById(uint32_t id)
 {
     return OpenThread(SYNCHRONIZE | THREAD_QUERY_INFORMATION, FALSE, id);
+}
+
+// Waits for the thread behind our own handle to end, closes the handle, and answers its exit
+// code; 0xDEAD if it did not end.
+DWORD ExitCodeOf(HANDLE own)
+{
+    DWORD code = 0xDEAD;
+    if (own && WaitForSingleObject(own, 10000) == WAIT_OBJECT_0)
+        GetExitCodeThread(own, &code);
+    if (own)
+        CloseHandle(own);
+    return code;
 }
 } // namespace
 
@@ -67,13 +79,7 @@ TEST(Thread, StartRunsMainOnANewThread)
     ASSERT_TRUE(WaitFor([&] { return t.finished.load(); }));
     EXPECT_EQ(t.GetThreadId(), t.osThreadId.load());
     EXPECT_NE(GetCurrentThreadId(), t.osThreadId.load());
-    HANDLE own = OpenThreadById(t.GetThreadId());
-    ASSERT_NE(nullptr, own);
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(own, 10000));
-    DWORD code = 0;
-    GetExitCodeThread(own, &code);
-    EXPECT_EQ(5u, code);
-    CloseHandle(own);
+    EXPECT_EQ(5u, ExitCodeOf(OpenThreadById(t.GetThreadId())));
     // The flag stays up after main returns; Stop still takes the thread down.
     EXPECT_TRUE(t.IsRunning());
     t.Stop();
@@ -245,11 +251,7 @@ TEST(Thread, TerminateEndsAStuckThreadOnly)
     ASSERT_NE(nullptr, own);
     stuck.Terminate(7);
     EXPECT_FALSE(stuck.IsRunning());
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(own, 10000));
-    DWORD code = 0;
-    GetExitCodeThread(own, &code);
-    EXPECT_EQ(7u, code);
-    CloseHandle(own);
+    EXPECT_EQ(7u, ExitCodeOf(own));
     EXPECT_FALSE(stuck.finished.load());
 
     FunctionThread done("done", [](FunctionThread&) { return 3u; });
@@ -260,9 +262,7 @@ TEST(Thread, TerminateEndsAStuckThreadOnly)
     // main has returned: the exit code is main's, not the one given here.
     done.Terminate(9);
     EXPECT_FALSE(done.IsRunning());
-    GetExitCodeThread(doneHandle, &code);
-    EXPECT_EQ(3u, code);
-    CloseHandle(doneHandle);
+    EXPECT_EQ(3u, ExitCodeOf(doneHandle));
 }
 
 TEST(Thread, ProducersAndConsumerThroughEventAndLock)
