@@ -3,6 +3,7 @@
 // and values go into the area behind the head, at offsets counted from byte 8 of
 // the file; the body follows once Body() is called.
 
+#include "D3D9RenderSystem/D3D9ParseEffect.h"
 #include "D3D9RenderSystem/EffectTypes.h"
 
 #include <cstdint>
@@ -15,6 +16,32 @@ namespace fxtest
 
 using Words = std::vector<uint32_t>;
 using Bytes = std::vector<uint8_t>;
+using Lines = std::vector<std::string>;
+
+inline bool Parse(CD3D9ParseEffect& fx, const Bytes& bytes)
+{
+    return fx.Parse(bytes.data(), static_cast<uint32_t>(bytes.size()));
+}
+
+// The parameter behind a handle.
+inline const EffectParameter* Param(EffectHandle handle)
+{
+    return handle ? *static_cast<EffectParameter* const*>(handle) : nullptr;
+}
+
+// The little-endian word or float at byte offset at.
+inline uint32_t WordAt(const void* p, size_t at = 0)
+{
+    uint32_t w;
+    std::memcpy(&w, static_cast<const uint8_t*>(p) + at, 4);
+    return w;
+}
+inline float FloatAt(const void* p, size_t index = 0)
+{
+    float f;
+    std::memcpy(&f, static_cast<const uint8_t*>(p) + 4 * index, 4);
+    return f;
+}
 
 inline uint32_t FloatBits(float f)
 {

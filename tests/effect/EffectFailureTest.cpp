@@ -13,19 +13,22 @@
 #include <chrono>
 
 using namespace fxtest;
-using Lines = std::vector<std::string>;
 
 namespace
 {
 
-bool Parse(CD3D9ParseEffect& fx, const Bytes& bytes)
-{
-    return fx.Parse(bytes.data(), static_cast<uint32_t>(bytes.size()));
-}
-
 bool StartsWith(const std::string& text, const std::string& start)
 {
     return text.compare(0, start.size(), start) == 0;
+}
+
+// Reads bytes with a fresh reader, expecting ok, and answers what it said.
+Lines Read(const Bytes& bytes, bool ok = false)
+{
+    CD3D9ParseEffect fx;
+    EffectLogCapture log;
+    EXPECT_EQ(ok, Parse(fx, bytes));
+    return log.Texts();
 }
 
 // One technique, one pass, one state of the given type and value.
@@ -49,12 +52,6 @@ Bytes OneStateEffect(uint32_t stateType, uint32_t stateValueWord, uint32_t objec
             b.Block(resourceBlock.data(), static_cast<uint32_t>(resourceBlock.size()));
     }
     return b.Finish();
-}
-
-uint32_t WordAt(const Bytes& bytes, size_t at)
-{
-    return static_cast<uint32_t>(bytes[at]) | static_cast<uint32_t>(bytes[at + 1]) << 8 |
-           static_cast<uint32_t>(bytes[at + 2]) << 16 | static_cast<uint32_t>(bytes[at + 3]) << 24;
 }
 
 } // namespace
@@ -100,7 +97,7 @@ TEST(EffectFailures, ResourceRecordsOutOfBounds)
     };
     FullEffectLayout layout;
     const Bytes full = BuildFullEffect(&layout);
-    ASSERT_EQ(WordAt(full, 8 + layout.recordCounts + 4), 6u);
+    ASSERT_EQ(WordAt(full.data(), 8 + layout.recordCounts + 4), 6u);
     for (const Case& c : cases)
     {
         // The full effect with its six resource records replaced by this one.
@@ -112,27 +109,19 @@ TEST(EffectFailures, ResourceRecordsOutOfBounds)
         const Bytes extra = tail.Finish();
         bytes.insert(bytes.end(), extra.begin() + 8, extra.end());
 
-        EffectLogCapture log;
-        CD3D9ParseEffect fx;
-        EXPECT_FALSE(Parse(fx, bytes)) << c.message;
-        EXPECT_EQ(log.Texts(), (Lines{c.message, "Failed to parse resource 0\n", "Failed to parse effect.\n"}));
+        EXPECT_EQ(Read(bytes), (Lines{c.message, "Failed to parse resource 0\n", "Failed to parse effect.\n"}));
     }
 }
 
 TEST(EffectFailures, MissingReferencedParameter)
 {
-    EffectLogCapture log;
-    const std::string text = "Nope";
-    CD3D9ParseEffect fx;
-    EXPECT_FALSE(Parse(fx, OneStateEffect(D3DXPT_TEXTURE, 0, 1, {{0, 0, 0xFFFFFFFF, 0, 1}},
-                                          Bytes(text.c_str(), text.c_str() + 5))));
-    EXPECT_EQ(log.Texts(), (Lines{"Referenced parameter Nope not found.\n", "Failed to parse resource 0\n",
-                                  "Failed to parse effect.\n"}));
+    EXPECT_EQ(Read(OneStateEffect(D3DXPT_TEXTURE, 0, 1, {{0, 0, 0xFFFFFFFF, 0, 1}}, Bytes{'N', 'o', 'p', 'e', 0})),
+              (Lines{"Referenced parameter Nope not found.\n", "Failed to parse resource 0\n",
+                     "Failed to parse effect.\n"}));
     // A preshader whose block is too short to hold a name.
-    log.Clear();
-    EXPECT_FALSE(Parse(fx, OneStateEffect(D3DXPT_VERTEXSHADER, 0, 1, {{0, 0, 0xFFFFFFFF, 0, 2}}, Bytes{1, 2})));
-    EXPECT_EQ(log.Texts(), (Lines{"Preshader block of 2 bytes holds no parameter name\n",
-                                  "Failed to parse resource 0\n", "Failed to parse effect.\n"}));
+    EXPECT_EQ(Read(OneStateEffect(D3DXPT_VERTEXSHADER, 0, 1, {{0, 0, 0xFFFFFFFF, 0, 2}}, Bytes{1, 2})),
+              (Lines{"Preshader block of 2 bytes holds no parameter name\n", "Failed to parse resource 0\n",
+                     "Failed to parse effect.\n"}));
 }
 
 TEST(EffectFailures, UnhandledClassesAndTypesAreReportedAndPassedOver)
@@ -192,75 +181,57 @@ TEST(EffectFailures, RepeatedObjectDataReplacesTheOldAndSaysSo)
 
 TEST(EffectFailures, OffsetsCountsAndIdsOutsideTheFile)
 {
-    EffectLogCapture log;
-    CD3D9ParseEffect fx;
-    {
-        // The body lies behind the end.
+    // A body of six zero words, with the head's body offset or first words changed.
+    auto body = [](const Words& words, uint32_t bodyAt = 0) {
         EffectBuilder b;
-        b.Put({0, 0, 0, 0, 0, 0});
+        b.Body();
+        b.Put(words);
         Bytes bytes = b.Finish();
-        bytes[4] = 200;
-        EXPECT_FALSE(Parse(fx, bytes));
-        EXPECT_EQ(log.Texts(), (Lines{"Read outside the effect data: 4 bytes at offset 200 of 24\n",
-                                      "Failed to parse effect.\n"}));
-    }
-    log.Clear();
-    {
-        // More parameters than the bytes left could hold.
-        EffectBuilder b;
-        b.Body();
-        b.Put({0x10000000, 0, 0, 0, 0, 0});
-        EXPECT_FALSE(Parse(fx, b.Finish()));
-        EXPECT_EQ(log.Texts(), (Lines{"Parameter count 268435456 does not fit in the 8 bytes left of the effect data\n",
-                                      "Failed to parse effect.\n"}));
-    }
-    log.Clear();
-    {
-        EffectBuilder b;
-        b.Body();
-        b.Put({0, 0, 0, 0x7FFFFFFF, 0, 0});
-        EXPECT_FALSE(Parse(fx, b.Finish()));
-        EXPECT_EQ(log.Texts(), (Lines{"Object count 2147483647 does not fit in the 24 bytes of effect data\n",
-                                      "Failed to parse effect.\n"}));
-    }
-    log.Clear();
+        if (bodyAt)
+            bytes[4] = static_cast<uint8_t>(bodyAt);
+        return bytes;
+    };
+    const Lines failed{"Failed to parse effect.\n"};
+    auto then = [&failed](const std::string& first) { return Lines{first, failed[0]}; };
+    EXPECT_EQ(Read(body({0, 0, 0, 0, 0, 0}, 200)), then("Read outside the effect data: 4 bytes at offset 200 of 24\n"));
+    EXPECT_EQ(Read(body({0x10000000, 0, 0, 0, 0, 0})),
+              then("Parameter count 268435456 does not fit in the 8 bytes left of the effect data\n"));
+    EXPECT_EQ(Read(body({0, 0, 0, 0x7FFFFFFF, 0, 0})),
+              then("Object count 2147483647 does not fit in the 24 bytes of effect data\n"));
     {
         // An object record for an id at the object count.
         EffectBuilder b;
         b.Body();
         b.Put({0, 0, 0, 1, 1, 0, 1});
         b.TextBlock("x");
-        EXPECT_FALSE(Parse(fx, b.Finish()));
-        EXPECT_EQ(log.Texts(), (Lines{"Object id 1 is not below the object count 1\n", "Failed to parse effect.\n"}));
+        EXPECT_EQ(Read(b.Finish()), then("Object id 1 is not below the object count 1\n"));
     }
-    log.Clear();
     {
         // A name whose length runs past the end, and a value that does.
         EffectBuilder b;
         const uint32_t name = b.Word(1000);
         const uint32_t type = b.Put({D3DXPT_FLOAT, D3DXPC_SCALAR, name, name, 0, 1, 1});
-        EXPECT_FALSE(Parse(fx, OneParameter(b, type, 0)));
-        EXPECT_EQ(log.Texts(), (Lines{"String of 1000 bytes at offset 0 runs past the end of the effect data\n",
-                                      "Failed to parse name\n", "Failed to parse type definition\n",
-                                      "Failed to parse parameter 0\n", "Failed to parse effect.\n"}));
+        EXPECT_EQ(Read(OneParameter(b, type, 0)),
+                  (Lines{"String of 1000 bytes at offset 0 runs past the end of the effect data\n",
+                         "Failed to parse name\n", "Failed to parse type definition\n",
+                         "Failed to parse parameter 0\n", "Failed to parse effect.\n"}));
     }
-    log.Clear();
     {
         EffectBuilder b;
         const uint32_t none = b.String(nullptr);
         const uint32_t type = b.Put(NumericType(D3DXPT_FLOAT, D3DXPC_MATRIX_ROWS, none, none, 0, 4, 4));
-        EXPECT_FALSE(Parse(fx, OneParameter(b, type, 40)));
-        ASSERT_FALSE(log.Texts().empty());
-        EXPECT_EQ(log.Texts()[0], "Value of 64 bytes at offset 40 runs past the end of the effect data\n");
-        EXPECT_EQ(log.Texts()[1], "Failed to parse value\n");
+        const Lines texts = Read(OneParameter(b, type, 40));
+        ASSERT_GE(texts.size(), 2u);
+        EXPECT_EQ(texts[0], "Value of 64 bytes at offset 40 runs past the end of the effect data\n");
+        EXPECT_EQ(texts[1], "Failed to parse value\n");
     }
-    log.Clear();
     {
         // A name without its terminator still reads as a text of its own.
         EffectBuilder b;
         const uint32_t name = b.RawString("abc", 3);
         const uint32_t type = b.Put(NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, name, name, 0, 1, 1));
         const uint32_t value = b.Floats({2});
+        CD3D9ParseEffect fx;
         ASSERT_TRUE(Parse(fx, OneParameter(b, type, value)));
         EXPECT_NE(fx.GetParameterByName(nullptr, "abc"), nullptr);
     }
@@ -268,8 +239,6 @@ TEST(EffectFailures, OffsetsCountsAndIdsOutsideTheFile)
 
 TEST(EffectFailures, DepthAndSizeOfWhatAFileDescribesAreBounded)
 {
-    EffectLogCapture log;
-    CD3D9ParseEffect fx;
     auto nested = [](int depth) {
         EffectBuilder b;
         const uint32_t none = b.String(nullptr), name = b.String("s");
@@ -280,38 +249,32 @@ TEST(EffectFailures, DepthAndSizeOfWhatAFileDescribesAreBounded)
         const uint32_t value = b.Floats({1});
         return OneParameter(b, t, value);
     };
-    EXPECT_TRUE(Parse(fx, nested(50)));
-    EXPECT_TRUE(log.lines().empty());
-    EXPECT_FALSE(Parse(fx, nested(100)));
-    ASSERT_FALSE(log.lines().empty());
-    EXPECT_EQ(log.Texts()[0], "Effect nests deeper than 64 levels\n");
-    EXPECT_EQ(log.Texts().back(), "Failed to parse effect.\n");
-
-    // A sampler whose state's value is the sampler record itself.
-    log.Clear();
+    EXPECT_EQ(Read(nested(50), true), Lines{});
+    Lines texts = Read(nested(100));
+    ASSERT_FALSE(texts.empty());
+    EXPECT_EQ(texts[0], "Effect nests deeper than 64 levels\n");
+    EXPECT_EQ(texts.back(), "Failed to parse effect.\n");
     {
+        // A sampler whose state's value is the sampler record itself.
         EffectBuilder b;
         const uint32_t none = b.String(nullptr);
         const uint32_t type = b.Put(ObjectType(D3DXPT_SAMPLER, none, none, 0));
         const uint32_t record = b.Here();
         b.Put({1, 0, 0, type, record});
-        EXPECT_FALSE(Parse(fx, OneParameter(b, type, record)));
-        ASSERT_FALSE(log.lines().empty());
-        EXPECT_EQ(log.Texts()[0], "Effect nests deeper than 64 levels\n");
+        texts = Read(OneParameter(b, type, record));
+        ASSERT_FALSE(texts.empty());
+        EXPECT_EQ(texts[0], "Effect nests deeper than 64 levels\n");
     }
-
     // A few words that describe billions of elements, or arrays of structs of
     // arrays, fail on the memory a file of their size may use.
-    log.Clear();
     {
         EffectBuilder b;
         const uint32_t none = b.String(nullptr);
         const uint32_t type = b.Put(NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, none, none, 0x7FFFFFFF, 0, 0));
-        EXPECT_FALSE(Parse(fx, OneParameter(b, type, 0)));
-        ASSERT_FALSE(log.lines().empty());
-        EXPECT_TRUE(StartsWith(log.Texts()[0], "Effect asks for more memory than a file of")) << log.Texts()[0];
+        texts = Read(OneParameter(b, type, 0));
+        ASSERT_FALSE(texts.empty());
+        EXPECT_TRUE(StartsWith(texts[0], "Effect asks for more memory than a file of")) << texts[0];
     }
-    log.Clear();
     {
         EffectBuilder b;
         const uint32_t none = b.String(nullptr), name = b.String("n");
@@ -320,10 +283,10 @@ TEST(EffectFailures, DepthAndSizeOfWhatAFileDescribesAreBounded)
         const Words mid = StructType(name, none, 200, {leaf, leaf, leaf});
         const uint32_t type = b.Put(StructType(name, none, 200, {mid, mid}));
         const auto start = std::chrono::steady_clock::now();
-        EXPECT_FALSE(Parse(fx, OneParameter(b, type, 0)));
+        texts = Read(OneParameter(b, type, 0));
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
-        ASSERT_FALSE(log.lines().empty());
-        EXPECT_TRUE(StartsWith(log.Texts()[0], "Effect asks for more memory than a file of")) << log.Texts()[0];
+        ASSERT_FALSE(texts.empty());
+        EXPECT_TRUE(StartsWith(texts[0], "Effect asks for more memory than a file of")) << texts[0];
     }
 }
 

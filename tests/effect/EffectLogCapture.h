@@ -39,14 +39,6 @@ public:
             texts.push_back(l.text);
         return texts;
     }
-    std::vector<std::string> Texts(EffectLogLevel level) const
-    {
-        std::vector<std::string> texts;
-        for (const CapturedLine& l : Lines())
-            if (l.level == level)
-                texts.push_back(l.text);
-        return texts;
-    }
     bool Has(const std::string& text) const
     {
         for (const CapturedLine& l : Lines())

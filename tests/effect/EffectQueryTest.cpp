@@ -9,15 +9,9 @@
 #include <gtest/gtest.h>
 
 using namespace fxtest;
-using Lines = std::vector<std::string>;
 
 namespace
 {
-
-const EffectParameter* Param(EffectHandle handle)
-{
-    return handle ? *static_cast<EffectParameter* const*>(handle) : nullptr;
-}
 
 class EffectQuery : public ::testing::Test
 {

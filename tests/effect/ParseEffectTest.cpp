@@ -15,30 +15,6 @@ using namespace fxtest;
 namespace
 {
 
-const EffectParameter* Param(EffectHandle handle)
-{
-    return handle ? *static_cast<EffectParameter* const*>(handle) : nullptr;
-}
-
-float FloatAt(const void* p, size_t index = 0)
-{
-    float f;
-    std::memcpy(&f, static_cast<const uint8_t*>(p) + 4 * index, 4);
-    return f;
-}
-
-uint32_t WordAt(const void* p, size_t index = 0)
-{
-    uint32_t w;
-    std::memcpy(&w, static_cast<const uint8_t*>(p) + 4 * index, 4);
-    return w;
-}
-
-bool Parse(CD3D9ParseEffect& fx, const Bytes& bytes)
-{
-    return fx.Parse(bytes.data(), static_cast<uint32_t>(bytes.size()));
-}
-
 class FullEffectTest : public ::testing::Test
 {
 protected:
