@@ -17,6 +17,17 @@ inline float MaxAbsDiff(const kv::Matrix3& a, const kv::Matrix3& b)
     return e;
 }
 
+inline float MaxAbsDiff(const kv::Vector3& a, const kv::Vector3& b)
+{
+    return std::max(std::fabs(a.x - b.x), std::max(std::fabs(a.y - b.y), std::fabs(a.z - b.z)));
+}
+
+inline float MaxAbsDiff(const kv::Quaternion& a, const kv::Quaternion& b)
+{
+    return std::max(std::max(std::fabs(a.w - b.w), std::fabs(a.x - b.x)),
+                    std::max(std::fabs(a.y - b.y), std::fabs(a.z - b.z)));
+}
+
 inline float FrobeniusNorm(const kv::Matrix3& a)
 {
     float s = 0.0f;

@@ -15,10 +15,8 @@ namespace {
 
 void ExpectQuatNear(const Quaternion& a, const Quaternion& b, float tol)
 {
-    EXPECT_NEAR(a.w, b.w, tol);
-    EXPECT_NEAR(a.x, b.x, tol);
-    EXPECT_NEAR(a.y, b.y, tol);
-    EXPECT_NEAR(a.z, b.z, tol);
+    EXPECT_LE(geomtest::MaxAbsDiff(a, b), tol) << "(" << a.w << ", " << a.x << ", " << a.y << ", " << a.z << ") against ("
+                                               << b.w << ", " << b.x << ", " << b.y << ", " << b.z << ")";
 }
 
 }  // namespace
@@ -63,8 +61,7 @@ TEST(Quaternion, RotateAndAngleAxis)
     q.FromAngleAxis(1.2f, Vector3(0, 0.6f, 0.8f));
     q.ToAngleAxis(angle, axis);
     EXPECT_NEAR(angle, 1.2f, 1e-5f);
-    EXPECT_NEAR(axis.y, 0.6f, 1e-6f);
-    EXPECT_NEAR(axis.z, 0.8f, 1e-6f);
+    EXPECT_LE(geomtest::MaxAbsDiff(axis, Vector3(0, 0.6f, 0.8f)), 1e-6f);
 }
 
 TEST(Quaternion, HalfTurnAboutZFromMatrix)
@@ -91,10 +88,7 @@ TEST(Quaternion, MatrixRoundTripAndAxes)
         back.FromRotationMatrix(m);
         ASSERT_TRUE(back.EqualsWithin(q, 1e-3f)) << n;
         const float sign = Quaternion::Dot(back, q) < 0.0f ? -1.0f : 1.0f;
-        ASSERT_NEAR(back.w * sign, q.w, 2e-6f) << n;
-        ASSERT_NEAR(back.x * sign, q.x, 2e-6f) << n;
-        ASSERT_NEAR(back.y * sign, q.y, 2e-6f) << n;
-        ASSERT_NEAR(back.z * sign, q.z, 2e-6f) << n;
+        ASSERT_LE(geomtest::MaxAbsDiff(back * sign, q), 2e-6f) << n;
 
         Vector3 axes[3];
         q.ToAxes(axes);
@@ -102,10 +96,7 @@ TEST(Quaternion, MatrixRoundTripAndAxes)
         ASSERT_EQ(axes[1], q.YAxis());
         ASSERT_EQ(axes[2], q.ZAxis());
         const Vector3 v(0.5f, -2.0f, 1.0f);
-        const Vector3 rv = q.Rotate(v), mv = m * v;
-        ASSERT_NEAR(rv.x, mv.x, 1e-5f);
-        ASSERT_NEAR(rv.y, mv.y, 1e-5f);
-        ASSERT_NEAR(rv.z, mv.z, 1e-5f);
+        ASSERT_LE(geomtest::MaxAbsDiff(q.Rotate(v), m * v), 1e-5f) << n;
     }
 }
 
