@@ -122,6 +122,14 @@ TEST(Referenced, UnrefAtOneSignalsEachObserverOnceThenDeletes)
     ASSERT_EQ(1u, b.calls.size());
     EXPECT_EQ(static_cast<void*>(obj), a.calls[0]);
     EXPECT_EQ(static_cast<void*>(obj), b.calls[0]);
+
+    // UnrefNoDelete at one leaves the object alive.
+    Tracked* kept = new Tracked(&deaths);
+    kept->Ref();
+    EXPECT_EQ(0, kept->UnrefNoDelete());
+    EXPECT_EQ(1, deaths);
+    delete kept;
+    EXPECT_EQ(2, deaths);
 }
 
 TEST(Referenced, ObserversAreToldInAscendingAddressOrder)
@@ -140,29 +148,22 @@ TEST(Referenced, ObserversAreToldInAscendingAddressOrder)
     EXPECT_EQ(&obs[2], RecordingObserver::order[2]);
 }
 
-TEST(Referenced, AddTwiceKeepsOneAndRemoveUnknownChangesNothing)
+TEST(Referenced, AddTwiceKeepsOneRemovedHearsNothingAndRemoveUnknownChangesNothing)
 {
-    RecordingObserver a, unknown;
+    RecordingObserver a, removed, unknown;
     ref_ptr<Tracked> obj = new Tracked;
     obj->AddObserver(&a);
     obj->AddObserver(&a);
+    obj->AddObserver(&removed);
+    obj->RemoveObserver(&removed);
     ASSERT_NE(nullptr, obj->PeekObserverSet());
     EXPECT_EQ(1u, obj->PeekObserverSet()->GetObservers().size());
     obj->RemoveObserver(&unknown);
     EXPECT_EQ(1u, obj->PeekObserverSet()->GetObservers().size());
     obj = nullptr;
     EXPECT_EQ(1u, a.calls.size());
+    EXPECT_TRUE(removed.calls.empty());
     EXPECT_TRUE(unknown.calls.empty());
-}
-
-TEST(Referenced, RemovedObserverHearsNothing)
-{
-    RecordingObserver a;
-    ref_ptr<Tracked> obj = new Tracked;
-    obj->AddObserver(&a);
-    obj->RemoveObserver(&a);
-    obj = nullptr;
-    EXPECT_TRUE(a.calls.empty());
 }
 
 // Removes another observer (or itself) while it is being told.
@@ -228,17 +229,6 @@ TEST(Referenced, StackObjectTellsObserversWhenItDies)
     EXPECT_EQ(nullptr, weak.get());
 }
 
-TEST(Referenced, UnrefNoDeleteLeavesObjectAlive)
-{
-    int deaths = 0;
-    Tracked* obj = new Tracked(&deaths);
-    obj->Ref();
-    EXPECT_EQ(0, obj->UnrefNoDelete());
-    EXPECT_EQ(0, deaths);
-    delete obj;
-    EXPECT_EQ(1, deaths);
-}
-
 TEST(WeakRefTest, DiesWithItsObjectAndKeepsTheSetAlive)
 {
     int deaths = 0;
@@ -255,6 +245,12 @@ TEST(WeakRefTest, DiesWithItsObjectAndKeepsTheSetAlive)
     EXPECT_EQ(obj, locked);
     EXPECT_EQ(2, obj->GetRefCount());
     locked = nullptr;
+    {
+        ref_ptr<CReferenced> held = set->LockObserved();
+        EXPECT_EQ(obj.get(), held.get());
+        EXPECT_EQ(2, obj->GetRefCount());
+    }
+    EXPECT_EQ(1, obj->GetRefCount());
 
     obj = nullptr;
     EXPECT_EQ(1, deaths);
@@ -320,18 +316,6 @@ TEST(WeakRefTest, LockObservedDuringDestructionAnswersNull)
     EXPECT_EQ(0, lo.countBefore);
     EXPECT_EQ(0, lo.countAfter);
     EXPECT_EQ(1, deaths); // deleted once, not revived nor deleted twice
-}
-
-TEST(WeakRefTest, LockObservedOnLiveObjectAddsOneReference)
-{
-    ref_ptr<Tracked> obj = new Tracked;
-    ObserverSet* set = obj->GetObserverSet();
-    {
-        ref_ptr<CReferenced> held = set->LockObserved();
-        EXPECT_EQ(obj.get(), held.get());
-        EXPECT_EQ(2, obj->GetRefCount());
-    }
-    EXPECT_EQ(1, obj->GetRefCount());
 }
 
 } // namespace
