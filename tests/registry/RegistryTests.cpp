@@ -1,21 +1,55 @@
-// The registry on its own, with members built while no render system exists
-// (so they stay out of every table until a test adds them by hand).
-#include "Probe.h"
-
+// The registry of device-bound objects, on its own with members built while no
+// render system exists (so they stay out of every table until a test adds them
+// by hand), and inside the render system: members join and leave by
+// themselves, hear of the device's end before the runtime goes, and may outlive it.
+#include "D3D9RenderSystem.h"
+#include "D3D9Resource.h"
 #include "D3D9ResourceManager.h"
 
 #include "engine/Globals.h"
 #include "engine/Log.h"
-#include "engine/RenderSystem.h"
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 
 using namespace kv;
 
 namespace
 {
+
+typedef std::vector<std::string> Names;
+
+// A member that writes what it is told into a shared journal, and can run a
+// hook (adding or removing members) from inside a walk.
+struct Probe : public CD3D9Resource
+{
+    Probe(Names* journal, const std::string& name) : m_journal(journal), m_name(name) {}
+    void notifyOnDeviceDestroy() override { Note("destroy"); }
+    void notifyOnDeviceLost() override { Note("lost"); }
+    void notifyOnDeviceReset() override { Note("reset"); }
+    void Note(const char* what)
+    {
+        m_journal->push_back(m_name + " " + what);
+        if (m_hook)
+            m_hook();
+    }
+
+    Names* m_journal;
+    std::string m_name;
+    std::function<void()> m_hook;
+};
+
+// The registry's own error lines.
+std::vector<LogLine> RegistryErrors()
+{
+    std::vector<LogLine> out;
+    for (const LogLine& l : GetLogLines())
+        if (l.level == LOG_ERROR && l.file == "D3D9RenderSystem/D3D9ResourceManager")
+            out.push_back(l);
+    return out;
+}
 
 class Registry : public ::testing::Test
 {
@@ -25,6 +59,7 @@ protected:
         ASSERT_EQ(nullptr, GetRenderSystem());
         ClearLog();
     }
+    void TearDown() override { EXPECT_EQ(nullptr, GetRenderSystem()) << "a test left its render system alive"; }
 
     Probe* Add(const std::string& name)
     {
@@ -33,11 +68,10 @@ protected:
         manager->notifyResourceCreated(probes.back().get());
         return probes.back().get();
     }
-
     // The names in table order; each entry's index must be its position.
-    std::vector<std::string> Table()
+    Names Table()
     {
-        std::vector<std::string> names;
+        Names names;
         for (std::size_t i = 0; i < manager->GetResourceCount(); ++i)
         {
             Probe* p = static_cast<Probe*>(manager->GetResource(i));
@@ -47,9 +81,7 @@ protected:
         return names;
     }
 
-    typedef std::vector<std::string> Names;
-
-    std::vector<std::string> journal;
+    Names journal;
     // Declared before the manager: the members outlive it, as in the plug-in.
     std::vector<std::unique_ptr<Probe>> probes;
     std::unique_ptr<D3D9ResourceManager> manager{new D3D9ResourceManager};
@@ -64,88 +96,67 @@ TEST_F(Registry, RegistersInOrderAndRemovesBySwapping)
     Probe* c = Add("c");
     Probe* d = Add("d");
     EXPECT_EQ((Names{"a", "b", "c", "d"}), Table());
-
     // The last entry goes without moving anything.
     manager->notifyResourceDestroyed(d);
     EXPECT_EQ(-1, d->m_nResourceIndex);
     EXPECT_EQ((Names{"a", "b", "c"}), Table());
-
     // The first entry's place is taken by the last.
     manager->notifyResourceDestroyed(a);
     EXPECT_EQ(-1, a->m_nResourceIndex);
     EXPECT_EQ((Names{"c", "b"}), Table());
-    EXPECT_EQ(0, c->m_nResourceIndex);
-
-    // A second removal finds -1 and changes nothing.
+    // A second removal finds -1, and an index from another table is no place
+    // in this one: neither changes anything.
     manager->notifyResourceDestroyed(a);
-    EXPECT_EQ((Names{"c", "b"}), Table());
-
-    manager->notifyResourceDestroyed(b);
-    manager->notifyResourceDestroyed(c);
-    EXPECT_EQ(0u, manager->GetResourceCount());
-    EXPECT_EQ(0u, GetLogLineCount());
-}
-
-TEST_F(Registry, AnIndexFromAnotherTableRemovesNothing)
-{
-    Add("a");
-    Add("b");
     Probe stranger(&journal, "stranger");
     stranger.m_nResourceIndex = 1;
     manager->notifyResourceDestroyed(&stranger);
-    EXPECT_EQ((Names{"a", "b"}), Table());
+    EXPECT_EQ((Names{"c", "b"}), Table());
+    manager->notifyResourceDestroyed(b);
+    manager->notifyResourceDestroyed(c);
+    EXPECT_EQ(0u, manager->GetResourceCount());
+    // An empty table ends without a log line.
+    manager.reset();
+    EXPECT_EQ(0u, GetLogLineCount());
 }
 
 TEST_F(Registry, EachWalkTellsEveryMemberInTableOrder)
 {
-    Add("a");
+    Probe* a = Add("a");
     Probe* b = Add("b");
-    Add("c");
+    Probe* c = Add("c");
     manager->notifyResourceDestroyed(b);
-    Add("d");
-
+    Probe* d = Add("d");
     manager->notifyOnDeviceLost();
     manager->notifyOnDeviceReset();
     manager->notifyOnDeviceDestroy();
     EXPECT_EQ((Names{"a lost", "c lost", "d lost", "a reset", "c reset", "d reset", "a destroy", "c destroy",
                      "d destroy"}),
               journal);
-}
 
-TEST_F(Registry, AMemberRemovedDuringAWalkIsNotTold)
-{
-    Probe* a = Add("a");
-    Add("b");
-    Probe* c = Add("c");
-    Probe* d = Add("d");
-    // a drops c: d moves into c's place and is still told, c is not.
+    // A member removed during a walk is not told: a drops c, d moves into c's
+    // place and is still told.
+    Probe* e = Add("e");
+    journal.clear();
     a->m_hook = [&] { manager->notifyResourceDestroyed(c); };
     manager->notifyOnDeviceLost();
-    EXPECT_EQ((Names{"a lost", "b lost", "d lost"}), journal);
-    EXPECT_EQ((Names{"a", "b", "d"}), Table());
-
+    EXPECT_EQ((Names{"a lost", "e lost", "d lost"}), journal);
+    EXPECT_EQ((Names{"a", "e", "d"}), Table());
     // Dropping the last member ends the walk early instead of reading past it.
     journal.clear();
     a->m_hook = [&] { manager->notifyResourceDestroyed(d); };
     manager->notifyOnDeviceReset();
-    EXPECT_EQ((Names{"a reset", "b reset"}), journal);
-    EXPECT_EQ((Names{"a", "b"}), Table());
-}
-
-TEST_F(Registry, AMemberAddedDuringAWalkIsToldInTheSameWalk)
-{
-    Probe* a = Add("a");
-    Add("b");
+    EXPECT_EQ((Names{"a reset", "e reset"}), journal);
+    // A member added during a walk is told in the same walk.
+    journal.clear();
     bool added = false;
     a->m_hook = [&] {
         if (!added)
-        {
-            added = true;
-            Add("late");
-        }
+            added = Add("late") != nullptr;
     };
     manager->notifyOnDeviceLost();
-    EXPECT_EQ((Names{"a lost", "b lost", "late lost"}), journal);
+    EXPECT_EQ((Names{"a lost", "e lost", "late lost"}), journal);
+    a->m_hook = nullptr;
+    (void)e;
 }
 
 TEST_F(Registry, ReservesTwentyThousandAndThenGrowsByHalf)
@@ -158,7 +169,6 @@ TEST_F(Registry, ReservesTwentyThousandAndThenGrowsByHalf)
     manager->notifyResourceCreated(&many[20000]);
     EXPECT_EQ(30000u, manager->GetCapacity());
     EXPECT_EQ(20000, many[20000].m_nResourceIndex);
-
     // Removing from the middle of a large table still keeps the invariant.
     manager->notifyResourceDestroyed(&many[5]);
     EXPECT_EQ(&many[20000], manager->GetResource(5));
@@ -167,14 +177,6 @@ TEST_F(Registry, ReservesTwentyThousandAndThenGrowsByHalf)
     for (CD3D9Resource& r : many)
         manager->notifyResourceDestroyed(&r);
     EXPECT_EQ(0u, manager->GetResourceCount());
-}
-
-TEST_F(Registry, AnEmptyTableEndsWithoutALogLine)
-{
-    Probe* a = Add("a");
-    manager->notifyResourceDestroyed(a);
-    manager.reset();
-    EXPECT_EQ(0u, GetLogLineCount());
 }
 
 TEST_F(Registry, LeakReportListsTheEngineCountersAndTheClosingLine)
@@ -194,7 +196,6 @@ TEST_F(Registry, LeakReportListsTheEngineCountersAndTheClosingLine)
         saved[i] = *counters[i];
         *counters[i] = (i + 1) * 10 + (i == 4 ? -60 : 0); // one negative value among them
     }
-
     Probe* a = Add("a");
     manager.reset();
     for (int i = 0; i < 33; ++i)
@@ -214,18 +215,71 @@ TEST_F(Registry, LeakReportListsTheEngineCountersAndTheClosingLine)
                                  0xb6, 0xd4, 0xd3, 0xa6, 0xb5, 0xc4, 0x44, 0x58, 0xd7, 0xca, 0xd4, 0xb4,
                                  0xd3, 0xa6, 0xb8, 0xc3, 0xd2, 0xaa, 0xc8, 0xab, 0xb2, 0xbf, 0xca, 0xcd,
                                  0xb7, 0xc5, 0xb5, 0xf4, 0xa3, 0xa1, 0xa3, 0xa1, 0xa3, 0xa1};
-
-    std::vector<LogLine> lines = GetLogLines();
+    std::vector<LogLine> lines = RegistryErrors();
     ASSERT_EQ(2u, lines.size());
-    for (const LogLine& l : lines)
-    {
-        EXPECT_EQ(LOG_ERROR, l.level);
-        EXPECT_EQ("D3D9RenderSystem/D3D9ResourceManager", l.file);
-    }
+    EXPECT_EQ(2u, GetLogLineCount()) << "both lines errors of the registry's file";
     EXPECT_EQ(expected, lines[0].text);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(gbk), sizeof(gbk)), lines[1].text);
-
     // The member was not touched: alive, untold, its index as it was.
     EXPECT_EQ(0, a->m_nResourceIndex);
     EXPECT_TRUE(journal.empty());
+}
+
+TEST_F(Registry, InTheRenderSystemMembersJoinWhenBuiltAndLeaveWhenDestroyed)
+{
+    // A member built before the render system stays outside.
+    std::unique_ptr<Probe> early(new Probe(&journal, "early"));
+    EXPECT_EQ(-1, early->m_nResourceIndex);
+
+    std::unique_ptr<CD3D9RenderSystem> rs(new CD3D9RenderSystem);
+    D3D9ResourceManager* inside = rs->GetResourceManager();
+    ASSERT_NE(nullptr, inside);
+    const std::size_t before = inside->GetResourceCount();
+    std::unique_ptr<Probe> a(new Probe(&journal, "a"));
+    std::unique_ptr<Probe> b(new Probe(&journal, "b"));
+    ASSERT_EQ(before + 2, inside->GetResourceCount());
+    EXPECT_EQ(static_cast<int>(before), a->m_nResourceIndex);
+    EXPECT_EQ(a.get(), inside->GetResource(before));
+    inside->notifyOnDeviceLost();
+    EXPECT_EQ((Names{"a lost", "b lost"}), journal);
+    // The early one's end removes nothing, in particular not a neighbour of position -1.
+    early.reset();
+    EXPECT_EQ(before + 2, inside->GetResourceCount());
+    a.reset();
+    EXPECT_EQ(before + 1, inside->GetResourceCount());
+    EXPECT_EQ(static_cast<int>(before), b->m_nResourceIndex);
+    b.reset();
+    EXPECT_EQ(before, inside->GetResourceCount());
+    rs.reset();
+    EXPECT_TRUE(RegistryErrors().empty());
+}
+
+TEST_F(Registry, EndingTellsLiveMembersBeforeTheRuntimeGoesAndReportsThem)
+{
+    CD3D9RenderSystem* rs = new CD3D9RenderSystem;
+    std::unique_ptr<Probe> survivor(new Probe(&journal, "survivor"));
+    const int index = survivor->m_nResourceIndex;
+    if (!rs->m_pD3D9 || index < 0)
+    {
+        delete rs;
+        FAIL() << "no Direct3D runtime, or the member did not register (index " << index << ")";
+    }
+    // Told while the render system still holds its Direct3D interface.
+    bool runtimeAlive = false;
+    survivor->m_hook = [&] {
+        CD3D9RenderSystem* current = GetD3D9RenderSystem();
+        runtimeAlive = current == rs && current->m_pD3D9 != nullptr;
+    };
+    delete rs;
+    EXPECT_EQ((Names{"survivor destroy"}), journal);
+    EXPECT_TRUE(runtimeAlive);
+    std::vector<LogLine> errors = RegistryErrors();
+    ASSERT_EQ(2u, errors.size());
+    EXPECT_EQ(0u, errors[0].text.find("g_nNodeAmount:")) << errors[0].text;
+    EXPECT_EQ("DX", errors[1].text.substr(0, 2));
+    // Dying after the render system: nothing to leave, the index stays.
+    EXPECT_EQ(nullptr, GetRenderSystem());
+    EXPECT_EQ(index, survivor->m_nResourceIndex);
+    survivor->m_hook = nullptr;
+    survivor.reset();
 }
