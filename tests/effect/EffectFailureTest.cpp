@@ -191,8 +191,8 @@ TEST(EffectFailures, OffsetsCountsAndIdsOutsideTheFile)
             bytes[4] = static_cast<uint8_t>(bodyAt);
         return bytes;
     };
-    const Lines failed{"Failed to parse effect.\n"};
-    auto then = [&failed](const std::string& first) { return Lines{first, failed[0]}; };
+    auto then = [](const char* first) { return Lines{first, "Failed to parse effect.\n"}; };
+    // The body behind the end; more parameters, or objects, than the bytes could hold.
     EXPECT_EQ(Read(body({0, 0, 0, 0, 0, 0}, 200)), then("Read outside the effect data: 4 bytes at offset 200 of 24\n"));
     EXPECT_EQ(Read(body({0x10000000, 0, 0, 0, 0, 0})),
               then("Parameter count 268435456 does not fit in the 8 bytes left of the effect data\n"));
