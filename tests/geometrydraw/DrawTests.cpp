@@ -28,15 +28,6 @@ struct Streams : KvDeviceTest
     ref_ptr<CVertexData> data;
 };
 
-// The methods called since `from`, by name.
-std::vector<std::string> MethodsSince(kvproxy::Mark from)
-{
-    std::vector<std::string> out;
-    for (const KvProxyCall& c : kvproxy::CallsSince(from))
-        out.push_back(kvproxy::MethodName(kvproxy::MethodOf(c)));
-    return out;
-}
-
 std::vector<uint64_t> Args(const KvProxyCall& c) { return std::vector<uint64_t>(c.args, c.args + c.argCount); }
 
 } // namespace
@@ -46,13 +37,9 @@ TEST_F(Streams, RepeatedBindMakesNoCallAndStreamTwoIsRefused)
     kvproxy::Mark from = kvproxy::Here();
     rs->SetVertexBuffer(data.get());
     rs->SetVertexBuffers(0, data.get(), 0);
-    std::vector<KvProxyCall> calls = kvproxy::CallsSince(from, Method::SetStreamSource);
-    ASSERT_EQ(1u, calls.size());
     const uint64_t native = kvproxy::PtrArg(D3D(buffer.get())->m_pD3D9VertexBuffer);
-    EXPECT_EQ((std::vector<uint64_t>{0, native, 0, sizeof(ColourVertex)}), Args(calls[0]));
-    calls = kvproxy::CallsSince(from, Method::SetVertexDeclaration);
-    ASSERT_EQ(1u, calls.size());
-    EXPECT_EQ(kvproxy::PtrArg(Native(declaration.get())), calls[0].args[0]);
+    EXPECT_EQ((ArgList{{0, native, 0, sizeof(ColourVertex)}}), ArgsOf(from, Method::SetStreamSource, 4));
+    EXPECT_EQ((ArgList{{kvproxy::PtrArg(Native(declaration.get()))}}), ArgsOf(from, Method::SetVertexDeclaration, 1));
     EXPECT_EQ(1u, Timer().m_nVBBinds);
     EXPECT_EQ(4 * sizeof(ColourVertex), Timer().m_nVBBytes);
 
@@ -63,9 +50,7 @@ TEST_F(Streams, RepeatedBindMakesNoCallAndStreamTwoIsRefused)
     EXPECT_TRUE(kvproxy::NoDeviceCalls(same));
     buffer->mElementSize = sizeof(ColourVertex);
     rs->SetVertexBuffers(0, data.get(), 16);
-    calls = kvproxy::CallsSince(from, Method::SetStreamSource);
-    ASSERT_EQ(2u, calls.size());
-    EXPECT_EQ(16u, calls[1].args[2]);
+    EXPECT_EQ((ArgList{{0, native, 0}, {0, native, 16}}), ArgsOf(from, Method::SetStreamSource, 3));
     EXPECT_EQ(2u, Timer().m_nVBBinds);
     EXPECT_EQ(8 * sizeof(ColourVertex), Timer().m_nVBBytes);
 
@@ -107,10 +92,9 @@ TEST_F(Streams, IndexBufferIsShadowedAndCounted)
     rs->SetIndexBuffer(ib.get());
     rs->SetIndexBuffer(ib.get());
     rs->SetIndexBuffer(other.get());
-    std::vector<KvProxyCall> calls = kvproxy::CallsSince(from, Method::SetIndices);
-    ASSERT_EQ(2u, calls.size());
-    EXPECT_EQ(kvproxy::PtrArg(D3D(ib.get())->m_pD3D9IndexBuffer), calls[0].args[0]);
-    EXPECT_EQ(kvproxy::PtrArg(D3D(other.get())->m_pD3D9IndexBuffer), calls[1].args[0]);
+    EXPECT_EQ((ArgList{{kvproxy::PtrArg(D3D(ib.get())->m_pD3D9IndexBuffer)},
+                       {kvproxy::PtrArg(D3D(other.get())->m_pD3D9IndexBuffer)}}),
+              ArgsOf(from, Method::SetIndices, 1));
     EXPECT_EQ(2u, Timer().m_nIBBinds);
     EXPECT_EQ(12u + 6u, Timer().m_nIBBytes);
 
@@ -120,9 +104,7 @@ TEST_F(Streams, IndexBufferIsShadowedAndCounted)
     rs->SetVertexBuffer(rs->CreateVertexData().get());
     rs->SetVertexBuffer(nullptr);
     rs->SetIndexBuffer(nullptr);
-    calls = kvproxy::CallsSince(from, Method::SetStreamSource);
-    ASSERT_EQ(1u, calls.size());
-    EXPECT_EQ(0u, calls[0].args[1]);
+    EXPECT_EQ((ArgList{{0, 0}}), ArgsOf(from, Method::SetStreamSource, 2));
     EXPECT_EQ(nullptr, d3d->m_streamBuffers[0]);
     EXPECT_EQ(1u, kvproxy::CountSince(from, Method::SetIndices));
     EXPECT_EQ(nullptr, d3d->m_pCurrentIndexBuffer);
@@ -220,10 +202,7 @@ TEST_F(Draws, EachFormTakesItsCountFromIndicesOrVertices)
     from = kvproxy::Here();
     rs->DrawPrimitive(PT_TRIANGLE_STRIP, data.get(), nullptr, 1, false);
     rs->DrawPrimitive(PT_POINT_LIST, data.get(), nullptr, 1, false);
-    calls = kvproxy::CallsSince(from, Method::DrawPrimitive);
-    ASSERT_EQ(2u, calls.size());
-    EXPECT_EQ((std::vector<uint64_t>{D3DPT_TRIANGLESTRIP, 2, 2}), Args(calls[0]));
-    EXPECT_EQ(4u, calls[1].args[2]);
+    EXPECT_EQ((ArgList{{D3DPT_TRIANGLESTRIP, 2, 2}, {D3DPT_POINTLIST, 2, 4}}), ArgsOf(from, Method::DrawPrimitive, 3));
     EXPECT_EQ((std::vector<unsigned>{1 + 6, 4 + 8, 3}), Counts());
 
     // From user memory, instances only scale the statistics; stream 0 is
@@ -251,11 +230,9 @@ TEST_F(Draws, IndexedUserMemoryDrawPassesTheIndexFormatAndUnbindsIndices)
     uint32_t wide[6] = {0, 1, 2, 2, 1, 3};
     kvproxy::Mark from = kvproxy::Here();
     DrawIndexedUP(PT_TRIANGLE_LIST, 4, 6, wide, CHardwareIndexBuffer::IT_32BIT);
-    std::vector<KvProxyCall> calls = kvproxy::CallsSince(from, Method::DrawIndexedPrimitiveUP);
-    ASSERT_EQ(1u, calls.size());
-    EXPECT_EQ((std::vector<uint64_t>{D3DPT_TRIANGLELIST, 0, 4, 2, kvproxy::PtrArg(wide), D3DFMT_INDEX32,
-                                     kvproxy::PtrArg(user), sizeof(ColourVertex)}),
-              Args(calls[0]));
+    EXPECT_EQ((ArgList{{D3DPT_TRIANGLELIST, 0, 4, 2, kvproxy::PtrArg(wide), D3DFMT_INDEX32, kvproxy::PtrArg(user),
+                        sizeof(ColourVertex)}}),
+              ArgsOf(from, Method::DrawIndexedPrimitiveUP, 8));
     EXPECT_EQ(1u, Timer().m_nIBBinds);
     EXPECT_EQ(24u, Timer().m_nIBBytes);
     EXPECT_EQ(1u, Timer().m_nVBBinds);

@@ -33,6 +33,22 @@ size_t CountOf(const std::vector<std::string>& lines, const std::string& text)
     return static_cast<size_t>(std::count(lines.begin(), lines.end(), text));
 }
 
+ArgList ArgsOf(kvproxy::Mark from, kvproxy::Method m, unsigned n)
+{
+    ArgList out;
+    for (const KvProxyCall& c : kvproxy::CallsSince(from, m))
+        out.push_back(std::vector<uint64_t>(c.args, c.args + n));
+    return out;
+}
+
+std::vector<std::string> MethodsSince(kvproxy::Mark from)
+{
+    std::vector<std::string> out;
+    for (const KvProxyCall& c : kvproxy::CallsSince(from))
+        out.push_back(kvproxy::MethodName(kvproxy::MethodOf(c)));
+    return out;
+}
+
 } // namespace kvtest
 
 void KvDeviceTest::SetUp()

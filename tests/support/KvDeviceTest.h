@@ -55,6 +55,12 @@ inline bool Logged(const std::string& text, kv::LogLevel level = kv::LOG_ERROR)
     return CountOf(Texts(level), text) > 0;
 }
 
+// The first `n` arguments of each call of `m` since `from`.
+typedef std::vector<std::vector<uint64_t>> ArgList;
+ArgList ArgsOf(kvproxy::Mark from, kvproxy::Method m, unsigned n);
+// The methods called since `from`, by name.
+std::vector<std::string> MethodsSince(kvproxy::Mark from);
+
 } // namespace kvtest
 
 class KvDeviceTest : public ::testing::Test

@@ -13,17 +13,6 @@ const kv::CColour kOrange(1.0f, 0.5f, 0.0f, 1.0f);
 
 std::vector<uint64_t> Args(const KvProxyCall& c, unsigned n) { return std::vector<uint64_t>(c.args, c.args + n); }
 
-// The first `n` arguments of each call of `m` since `from`.
-std::vector<std::vector<uint64_t>> ArgsOf(kvproxy::Mark from, Method m, unsigned n)
-{
-    std::vector<std::vector<uint64_t>> out;
-    for (const KvProxyCall& c : kvproxy::CallsSince(from, m))
-        out.push_back(Args(c, n));
-    return out;
-}
-
-typedef std::vector<std::vector<uint64_t>> ArgList;
-
 std::vector<uint64_t> DepthBindings(kvproxy::Mark from)
 {
     std::vector<uint64_t> out;
