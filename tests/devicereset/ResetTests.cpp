@@ -82,26 +82,30 @@ struct ResetTest : KvDeviceTest
     IDirect3DVertexBuffer9* DynamicNative() { return D3D(dynamic.get())->m_pD3D9VertexBuffer; }
 
     // The quads: red on the left from a managed buffer, green on the right from
-    // a dynamic, discardable one in the default pool.
+    // a dynamic, discardable one in the default pool; the indices of both in
+    // the default pool too.
     void MakeScene()
     {
+        const unsigned streaming =
+            CHardwareBuffer::USAGE_DYNAMIC | CHardwareBuffer::USAGE_WRITE_ONLY | CHardwareBuffer::USAGE_DISCARDABLE;
         declaration = ColourDeclaration();
         greenQuad = Quad(0.25f, -0.5f, 0.75f, 0.5f, kGreen);
         managed = VertexBuffer(Quad(-0.75f, -0.5f, -0.25f, 0.5f, kRed));
-        dynamic = VertexBuffer(greenQuad, CHardwareBuffer::USAGE_DYNAMIC | CHardwareBuffer::USAGE_WRITE_ONLY |
-                                              CHardwareBuffer::USAGE_DISCARDABLE);
-        indices = IndexBuffer16(kQuadIndices);
+        dynamic = VertexBuffer(greenQuad, streaming);
+        indices = IndexBuffer16(kQuadIndices, streaming);
         ASSERT_TRUE(declaration && managed && dynamic && indices);
         ASSERT_EQ(D3DPOOL_MANAGED, D3D(managed.get())->m_d3dDesc.Pool);
         ASSERT_EQ(D3DPOOL_DEFAULT, D3D(dynamic.get())->m_d3dDesc.Pool);
+        ASSERT_EQ(D3DPOOL_DEFAULT, D3D(indices.get())->m_d3dDesc.Pool);
     }
 
-    // The default-pool buffer's content does not outlive a reset: its owner
+    // The default-pool buffers' content does not outlive a reset: their owner
     // writes it again; then both quads are drawn and checked on a back buffer
     // of this size: red left, green right, the clear colour between.
     void RefillDrawAndCheckScene(unsigned width, unsigned height)
     {
         dynamic->WriteData(0, dynamic->mSizeInBytes, greenQuad.data(), true);
+        indices->WriteData(0, indices->mSizeInBytes, kQuadIndices.data(), true);
         FixedFunctionColour();
         BeginClearedFrame();
         ref_ptr<CIndexData> quad = IndexData(indices.get(), 0, 6);
@@ -213,6 +217,7 @@ TEST_F(ResetTest, TwoRefusedResetsThenAGoodOne)
     EXPECT_EQ(0, probe->reset);
     EXPECT_EQ(0, EngineResets());
     EXPECT_EQ(nullptr, DynamicNative()) << "a refused reset leaves every default-pool object released";
+    EXPECT_EQ(nullptr, D3D(indices.get())->m_pD3D9IndexBuffer) << "a refused reset leaves every default-pool object released";
     // A windowed reset that fails explains nothing beyond its warning.
     EXPECT_EQ(2u, CountOf(Texts(LOG_WARNING), ResetWarning(D3DERR_DEVICELOST, kWidth, kHeight, false)));
     EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
