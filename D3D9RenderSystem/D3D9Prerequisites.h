@@ -24,7 +24,15 @@ const char* DXGetErrorDescription(HRESULT hr);
 // logged as "D3D9Verify:%d, %s, %s" (result, name, description), with ", %s"
 // and the failed action when one is given. Answers whether the call succeeded;
 // callers carry on either way.
-bool D3D9VerifyImpl(const char* file, int line, HRESULT hr, const char* what = nullptr);
+// The success test is inline: every device call of a frame passes through it.
+void D3D9LogFailure(const char* file, int line, HRESULT hr, const char* what);
+inline bool D3D9VerifyImpl(const char* file, int line, HRESULT hr, const char* what = nullptr)
+{
+    if (hr >= 0)
+        return true;
+    D3D9LogFailure(file, line, hr, what);
+    return false;
+}
 
 } // namespace kv
 

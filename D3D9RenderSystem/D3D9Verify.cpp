@@ -17,17 +17,14 @@ const char* DXGetErrorDescription(HRESULT hr)
     return text ? text : "";
 }
 
-bool D3D9VerifyImpl(const char* file, int line, HRESULT hr, const char* what)
+void D3D9LogFailure(const char* file, int line, HRESULT hr, const char* what)
 {
-    if (hr >= 0)
-        return true;
     if (what)
         LogErrorImpl(file, line, "D3D9Verify:%d, %s, %s, %s", static_cast<int>(hr), DXGetErrorString(hr),
                      DXGetErrorDescription(hr), what);
     else
         LogErrorImpl(file, line, "D3D9Verify:%d, %s, %s", static_cast<int>(hr), DXGetErrorString(hr),
                      DXGetErrorDescription(hr));
-    return false;
 }
 
 } // namespace kv
