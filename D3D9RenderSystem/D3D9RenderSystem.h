@@ -184,8 +184,10 @@ public:
     }
     void _setSamplerState(DWORD sampler, D3DSAMPLERSTATETYPE type, DWORD value)
     {
-        if (sampler < m_samplerStates.size() && static_cast<unsigned>(type) < m_samplerStates[sampler].size() &&
-            m_samplerStates[sampler][type] != value)
+        // The shadows are either empty or filled whole, so the bounds are the
+        // fixed counts once they are there.
+        if (sampler < kSamplerCount && static_cast<unsigned>(type) < kSamplerStateCount &&
+            !m_samplerStates.empty() && m_samplerStates[sampler][type] != value)
             _sendSamplerState(sampler, type, value);
     }
     // The device call behind a shadow that differs; a failure is logged. Kept
