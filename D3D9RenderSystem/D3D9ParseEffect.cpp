@@ -204,6 +204,25 @@ uint32_t ReadString(Reader& r, uint64_t offset, char** out)
     return EFFECT_OK;
 }
 
+uint32_t ParseType(Reader& r, EffectParameter* p, Cursor& tc, const EffectParameter* parent, uint32_t flags);
+
+// Member i of an array or a structure: registered, read, and its bytes added
+// to the running total, which must stay within what a value may hold.
+uint32_t ParseMember(Reader& r, EffectParameter* p, uint32_t i, Cursor& tc, const EffectParameter* parent,
+                     uint32_t flags, uint64_t& bytes)
+{
+    uint32_t result = Register(r, &p->members[i]);
+    if (result != EFFECT_OK)
+        return result;
+    if ((result = ParseType(r, &p->members[i], tc, parent, flags)) != EFFECT_OK)
+    {
+        EffectLogWarning("Failed to parse member %u\n", i);
+        return result;
+    }
+    bytes += p->members[i].bytes;
+    return CheckValueSize(r, bytes);
+}
+
 uint32_t ParseType(Reader& r, EffectParameter* p, Cursor& tc, const EffectParameter* parent, uint32_t flags)
 {
     Nesting nesting(r);
@@ -290,15 +309,7 @@ uint32_t ParseType(Reader& r, EffectParameter* p, Cursor& tc, const EffectParame
         for (uint32_t i = 0; i < p->element_count; ++i)
         {
             tc = definitions;
-            if ((result = Register(r, &p->members[i])) != EFFECT_OK)
-                return result;
-            if ((result = ParseType(r, &p->members[i], tc, p, flags)) != EFFECT_OK)
-            {
-                EffectLogWarning("Failed to parse member %u\n", i);
-                return result;
-            }
-            bytes += p->members[i].bytes;
-            if ((result = CheckValueSize(r, bytes)) != EFFECT_OK)
+            if ((result = ParseMember(r, p, i, tc, p, flags, bytes)) != EFFECT_OK)
                 return result;
         }
         p->bytes = static_cast<uint32_t>(bytes);
@@ -312,15 +323,7 @@ uint32_t ParseType(Reader& r, EffectParameter* p, Cursor& tc, const EffectParame
         uint64_t bytes = p->bytes;
         for (uint32_t i = 0; i < p->member_count; ++i)
         {
-            if ((result = Register(r, &p->members[i])) != EFFECT_OK)
-                return result;
-            if ((result = ParseType(r, &p->members[i], tc, nullptr, flags)) != EFFECT_OK)
-            {
-                EffectLogWarning("Failed to parse member %u\n", i);
-                return result;
-            }
-            bytes += p->members[i].bytes;
-            if ((result = CheckValueSize(r, bytes)) != EFFECT_OK)
+            if ((result = ParseMember(r, p, i, tc, nullptr, flags, bytes)) != EFFECT_OK)
                 return result;
         }
         p->bytes = static_cast<uint32_t>(bytes);
