@@ -40,9 +40,9 @@ unsigned short CD3D9DepthBuffer::BitDepthOf(D3DFORMAT format, bool* stencil)
     return bits;
 }
 
-CD3D9DepthBuffer::CD3D9DepthBuffer(unsigned short poolId, IDirect3DSurface9* surface, D3DFORMAT format,
-                                   unsigned width, unsigned height, D3DMULTISAMPLE_TYPE multiSampleType,
-                                   unsigned multiSampleQuality, bool manual)
+CD3D9DepthBuffer::CD3D9DepthBuffer(unsigned short poolId, IDirect3DSurface9* surface, D3DFORMAT format, unsigned width,
+                                   unsigned height, D3DMULTISAMPLE_TYPE multiSampleType, unsigned multiSampleQuality,
+                                   bool manual)
     : CDepthBuffer(poolId, 0, width, height, manual), m_pSurface(surface), m_eMultiSampleType(multiSampleType),
       m_nMultiSampleQuality(multiSampleQuality), m_eFormat(format)
 {

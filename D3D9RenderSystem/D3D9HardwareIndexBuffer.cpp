@@ -46,8 +46,8 @@ void CD3D9HardwareIndexBuffer::ReleaseBuffer()
 void* CD3D9HardwareIndexBuffer::LockImpl(unsigned offset, unsigned length, LockOptions options)
 {
     return D3D9NativeBuffer::Lock(m_pD3D9IndexBuffer, offset, length, D3D9Mappings::toD3DLockFlags(options, mUsage),
-                                   "Failed to CD3D9HardwareIndexBuffer::LockImpl, as m_pD3D9IndexBuffer is NULL",
-                                   "Cannot lock index buffer");
+                                  "Failed to CD3D9HardwareIndexBuffer::LockImpl, as m_pD3D9IndexBuffer is NULL",
+                                  "Cannot lock index buffer");
 }
 
 void CD3D9HardwareIndexBuffer::UnlockImpl()
@@ -62,8 +62,7 @@ void CD3D9HardwareIndexBuffer::ReadData(unsigned offset, unsigned length, void* 
     D3D9NativeBuffer::Read(*this, offset, length, dest, "Failed to CD3D9HardwareIndexBuffer::ReadData");
 }
 
-void CD3D9HardwareIndexBuffer::WriteData(unsigned offset, unsigned length, const void* source,
-                                          bool discardWholeBuffer)
+void CD3D9HardwareIndexBuffer::WriteData(unsigned offset, unsigned length, const void* source, bool discardWholeBuffer)
 {
     D3D9NativeBuffer::Write(*this, offset, length, source, discardWholeBuffer,
                             "Failed to CD3D9HardwareIndexBuffer::WriteData");

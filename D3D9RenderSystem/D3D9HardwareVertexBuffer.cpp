@@ -8,8 +8,7 @@ namespace kv
 
 CD3D9HardwareVertexBuffer::CD3D9HardwareVertexBuffer(unsigned vertexSize, unsigned numVertices, Usage usage,
                                                      bool useSystemMemory, const void* initialData)
-    : CHardwareVertexBuffer(vertexSize, numVertices, usage, useSystemMemory), m_pD3D9VertexBuffer(nullptr),
-      m_d3dDesc()
+    : CHardwareVertexBuffer(vertexSize, numVertices, usage, useSystemMemory), m_pD3D9VertexBuffer(nullptr), m_d3dDesc()
 {
     CreateBuffer(D3D9NativeBuffer::PoolFor(usage, useSystemMemory));
     D3D9NativeBuffer::Fill(m_pD3D9VertexBuffer, mSizeInBytes, initialData);
@@ -46,8 +45,8 @@ void CD3D9HardwareVertexBuffer::ReleaseBuffer()
 void* CD3D9HardwareVertexBuffer::LockImpl(unsigned offset, unsigned length, LockOptions options)
 {
     return D3D9NativeBuffer::Lock(m_pD3D9VertexBuffer, offset, length, D3D9Mappings::toD3DLockFlags(options, mUsage),
-                                   "Failed to CD3D9HardwareVertexBuffer::LockImpl, as m_pD3D9VertexBuffer is NULL",
-                                   "Cannot lock vertexbuffer");
+                                  "Failed to CD3D9HardwareVertexBuffer::LockImpl, as m_pD3D9VertexBuffer is NULL",
+                                  "Cannot lock vertexbuffer");
 }
 
 void CD3D9HardwareVertexBuffer::UnlockImpl()
@@ -61,8 +60,7 @@ void CD3D9HardwareVertexBuffer::ReadData(unsigned offset, unsigned length, void*
     D3D9NativeBuffer::Read(*this, offset, length, dest, "Failed to CD3D9HardwareVertexBuffer::ReadData");
 }
 
-void CD3D9HardwareVertexBuffer::WriteData(unsigned offset, unsigned length, const void* source,
-                                          bool discardWholeBuffer)
+void CD3D9HardwareVertexBuffer::WriteData(unsigned offset, unsigned length, const void* source, bool discardWholeBuffer)
 {
     D3D9NativeBuffer::Write(*this, offset, length, source, discardWholeBuffer,
                             "Failed to CD3D9HardwareVertexBuffer::WriteData");

@@ -34,7 +34,8 @@ VertexSemantic fromD3DDeclUsage(D3DDECLUSAGE usage);
 // The setters of a frame meet values that change from draw to draw; a table
 // read costs no branch on the value, where a switch would be mispredicted as
 // often as the values change.
-template <typename T, size_t N, typename E> inline T Lookup(const T (&table)[N], E value, T unknown)
+template <typename T, size_t N, typename E>
+inline T Lookup(const T (&table)[N], E value, T unknown)
 {
     const unsigned index = static_cast<unsigned>(value);
     return index < N ? table[index] : unknown;
@@ -43,11 +44,11 @@ template <typename T, size_t N, typename E> inline T Lookup(const T (&table)[N],
 // Unknown factors and operations give the enumerations' FORCE_DWORD value.
 inline D3DBLEND toD3DBlend(BlendFactor factor)
 {
-    static constexpr D3DBLEND kBlends[] = {
-        D3DBLEND_ONE,          D3DBLEND_ZERO,         D3DBLEND_DESTCOLOR,    D3DBLEND_SRCCOLOR,
-        D3DBLEND_INVDESTCOLOR, D3DBLEND_INVSRCCOLOR,  D3DBLEND_DESTALPHA,    D3DBLEND_SRCALPHA,
-        D3DBLEND_INVDESTALPHA, D3DBLEND_INVSRCALPHA,  D3DBLEND_BLENDFACTOR,  D3DBLEND_INVBLENDFACTOR,
-        D3DBLEND_SRCALPHASAT};
+    static constexpr D3DBLEND kBlends[] = {D3DBLEND_ONE,         D3DBLEND_ZERO,         D3DBLEND_DESTCOLOR,
+                                           D3DBLEND_SRCCOLOR,    D3DBLEND_INVDESTCOLOR, D3DBLEND_INVSRCCOLOR,
+                                           D3DBLEND_DESTALPHA,   D3DBLEND_SRCALPHA,     D3DBLEND_INVDESTALPHA,
+                                           D3DBLEND_INVSRCALPHA, D3DBLEND_BLENDFACTOR,  D3DBLEND_INVBLENDFACTOR,
+                                           D3DBLEND_SRCALPHASAT};
     return Lookup(kBlends, factor, D3DBLEND_FORCE_DWORD);
 }
 
@@ -97,9 +98,8 @@ inline D3DSTENCILOP toD3DStencilOp(StencilOperation operation, bool invert)
 // invert swaps clockwise and anticlockwise. Unknown values give 0.
 inline D3DCULL toD3DCull(CullingMode mode, bool invert)
 {
-    static constexpr D3DCULL kCulls[2][4] = {
-        {static_cast<D3DCULL>(0), D3DCULL_NONE, D3DCULL_CW, D3DCULL_CCW},
-        {static_cast<D3DCULL>(0), D3DCULL_NONE, D3DCULL_CCW, D3DCULL_CW}};
+    static constexpr D3DCULL kCulls[2][4] = {{static_cast<D3DCULL>(0), D3DCULL_NONE, D3DCULL_CW, D3DCULL_CCW},
+                                             {static_cast<D3DCULL>(0), D3DCULL_NONE, D3DCULL_CCW, D3DCULL_CW}};
     return Lookup(kCulls[invert ? 1 : 0], mode, static_cast<D3DCULL>(0));
 }
 

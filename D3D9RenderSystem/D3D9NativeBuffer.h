@@ -25,7 +25,8 @@ inline D3DPOOL PoolFor(CHardwareBuffer::Usage usage, bool useSystemMemory)
 
 // Straight through the native buffer: the engine's locked flag is the
 // caller's business and stays untouched.
-template <class Native> void Fill(Native* buffer, unsigned size, const void* data)
+template <class Native>
+void Fill(Native* buffer, unsigned size, const void* data)
 {
     if (!buffer || !data)
         return;
@@ -37,7 +38,8 @@ template <class Native> void Fill(Native* buffer, unsigned size, const void* dat
     }
 }
 
-template <class Native> void Release(Native*& buffer)
+template <class Native>
+void Release(Native*& buffer)
 {
     if (buffer)
     {
@@ -84,8 +86,8 @@ inline void Read(CHardwareBuffer& buffer, unsigned offset, unsigned length, void
 inline void Write(CHardwareBuffer& buffer, unsigned offset, unsigned length, const void* source,
                   bool discardWholeBuffer, const char* failed)
 {
-    void* data = buffer.Lock(offset, length,
-                             discardWholeBuffer ? CHardwareBuffer::LOCK_DISCARD : CHardwareBuffer::LOCK_NORMAL);
+    void* data =
+        buffer.Lock(offset, length, discardWholeBuffer ? CHardwareBuffer::LOCK_DISCARD : CHardwareBuffer::LOCK_NORMAL);
     if (!data)
     {
         LogError("%s", failed);

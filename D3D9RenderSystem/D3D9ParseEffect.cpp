@@ -429,8 +429,7 @@ uint32_t Distribute(Reader& r, EffectParameter* p, uint8_t* pointer, Cursor& vc,
                 return result;
             if (p->object_id >= r.effect->object_count)
             {
-                EFFECT_ERROR("Object id %u is not below the object count %u\n", p->object_id,
-                             r.effect->object_count);
+                EFFECT_ERROR("Object id %u is not below the object count %u\n", p->object_id, r.effect->object_count);
                 return EFFECT_E_FAIL;
             }
             r.effect->objects[p->object_id].parameter = p;
@@ -555,7 +554,8 @@ uint32_t ParseState(Reader& r, EffectState* state, Cursor& c)
 {
     uint32_t typeOffset = 0, valueOffset = 0;
     uint32_t result = EFFECT_OK;
-    if ((result = ReadWord(r, c, state->operation)) != EFFECT_OK || (result = ReadWord(r, c, state->index)) != EFFECT_OK)
+    if ((result = ReadWord(r, c, state->operation)) != EFFECT_OK ||
+        (result = ReadWord(r, c, state->index)) != EFFECT_OK)
         return result;
     state->state_type = STATE_CONSTANT;
     if ((result = ReadWord(r, c, typeOffset)) != EFFECT_OK)
@@ -666,8 +666,7 @@ uint32_t ParsePass(Reader& r, EffectPass* pass, Cursor& c)
     uint32_t result = ParseNamedHead(r, pass, c, kStateRecordBytes, "State", stateCount);
     if (result != EFFECT_OK)
         return result;
-    return ParseChildren(r, &pass->states, &pass->state_count, stateCount, c, ParseState,
-                         "Failed to parse state %u\n");
+    return ParseChildren(r, &pass->states, &pass->state_count, stateCount, c, ParseState, "Failed to parse state %u\n");
 }
 
 uint32_t ParseTechnique(Reader& r, EffectTechnique* technique, Cursor& c)
@@ -880,8 +879,8 @@ uint32_t ParseBodyRecords(Reader& r, Cursor& c)
     uint32_t reserved = 0;
     uint32_t result = EFFECT_OK;
     if ((result = ReadWord(r, c, e->parameter_count)) != EFFECT_OK ||
-        (result = ReadWord(r, c, e->technique_count)) != EFFECT_OK || (result = ReadWord(r, c, reserved)) != EFFECT_OK ||
-        (result = ReadWord(r, c, e->object_count)) != EFFECT_OK)
+        (result = ReadWord(r, c, e->technique_count)) != EFFECT_OK ||
+        (result = ReadWord(r, c, reserved)) != EFFECT_OK || (result = ReadWord(r, c, e->object_count)) != EFFECT_OK)
         return result;
 
     // Every object is named by an id word somewhere in the file.
@@ -896,8 +895,8 @@ uint32_t ParseBodyRecords(Reader& r, Cursor& c)
 
     if (e->parameter_count != 0)
     {
-        if ((result = CheckRecords(r, c, static_cast<uint64_t>(e->parameter_count) * kParameterRecordBytes,
-                                   "Parameter", e->parameter_count)) != EFFECT_OK ||
+        if ((result = CheckRecords(r, c, static_cast<uint64_t>(e->parameter_count) * kParameterRecordBytes, "Parameter",
+                                   e->parameter_count)) != EFFECT_OK ||
             (result = AllocateRecords(r, &e->parameters, e->parameter_count)) != EFFECT_OK)
             return result;
         for (uint32_t i = 0; i < e->parameter_count; ++i)
@@ -914,8 +913,8 @@ uint32_t ParseBodyRecords(Reader& r, Cursor& c)
 
     if (e->technique_count != 0)
     {
-        if ((result = CheckRecords(r, c, static_cast<uint64_t>(e->technique_count) * kTechniqueRecordBytes,
-                                   "Technique", e->technique_count)) != EFFECT_OK ||
+        if ((result = CheckRecords(r, c, static_cast<uint64_t>(e->technique_count) * kTechniqueRecordBytes, "Technique",
+                                   e->technique_count)) != EFFECT_OK ||
             (result = AllocateRecords(r, &e->techniques, e->technique_count)) != EFFECT_OK)
             return result;
         for (uint32_t i = 0; i < e->technique_count; ++i)
@@ -1007,9 +1006,12 @@ bool CD3D9ParseEffect::Parse(const void* data, uint32_t size)
         EffectLogWarning("Failed to parse effect.\n");
         return false;
     }
-    Reader reader{&m_effect, bytes + 8, static_cast<uint64_t>(size) - 8,
+    Reader reader{&m_effect,
+                  bytes + 8,
+                  static_cast<uint64_t>(size) - 8,
                   kMemoryPerFileByte * size + kMemoryAllowance,
-                  EffectWalkBudget{kWalkStepsPerFileByte * size + kWalkStepsAllowance, false}, 0};
+                  EffectWalkBudget{kWalkStepsPerFileByte * size + kWalkStepsAllowance, false},
+                  0};
     Cursor cursor{LoadWord(bytes + 4)};
     if (ParseBody(reader, cursor) != EFFECT_OK)
     {

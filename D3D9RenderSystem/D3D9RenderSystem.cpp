@@ -335,8 +335,7 @@ void CD3D9RenderSystem::ApplyPresentParameters(bool vsync, unsigned fsaa, D3DPRE
     {
         pp.PresentationInterval = D3DPRESENT_INTERVAL_IMMEDIATE;
     }
-    DetermineFSAASettings(fsaa, "", pp.BackBufferFormat, pp.Windowed == 0, &pp.MultiSampleType,
-                          &pp.MultiSampleQuality);
+    DetermineFSAASettings(fsaa, "", pp.BackBufferFormat, pp.Windowed == 0, &pp.MultiSampleType, &pp.MultiSampleQuality);
 }
 
 void CD3D9RenderSystem::DetermineFSAASettings(unsigned fsaa, const char* hint, D3DFORMAT format, bool fullScreen,
@@ -410,9 +409,8 @@ bool CD3D9RenderSystem::BuildDeviceCapabilities()
     caps->m_nDriverBuild = low & 0xFFFF;
     caps->setDeviceName(deviceName.c_str());
 
-    caps->m_nNumMultiRenderTargets =
-        static_cast<unsigned char>(m_d3dcaps.NumSimultaneousRTs < kMaxRenderTargets ? m_d3dcaps.NumSimultaneousRTs
-                                                                                     : kMaxRenderTargets);
+    caps->m_nNumMultiRenderTargets = static_cast<unsigned char>(
+        m_d3dcaps.NumSimultaneousRTs < kMaxRenderTargets ? m_d3dcaps.NumSimultaneousRTs : kMaxRenderTargets);
     if (caps->m_fMaxPointSize > m_d3dcaps.MaxPointSize)
         caps->m_fMaxPointSize = m_d3dcaps.MaxPointSize;
 
@@ -496,9 +494,8 @@ bool CD3D9RenderSystem::BuildDeviceCapabilities()
     else
     {
         caps->m_eShadowDepthFormat = PF_UNKNOWN;
-        caps->m_eShadowColourFormat = FormatAvailable(*this, D3DUSAGE_RENDERTARGET, D3DRTYPE_SURFACE, PF_FLOAT32_R)
-                                          ? PF_FLOAT32_R
-                                          : PF_A8R8G8B8;
+        caps->m_eShadowColourFormat =
+            FormatAvailable(*this, D3DUSAGE_RENDERTARGET, D3DRTYPE_SURFACE, PF_FLOAT32_R) ? PF_FLOAT32_R : PF_A8R8G8B8;
     }
 
     caps->SetMipBiasSupported((m_d3dcaps.RasterCaps & D3DPRASTERCAPS_MIPMAPLODBIAS) != 0);
@@ -676,8 +673,7 @@ void CD3D9RenderSystem::_resetStateCaches()
     m_textures.assign(kSamplerCount, reinterpret_cast<IDirect3DBaseTexture9*>(static_cast<uintptr_t>(kUnknownState)));
 
     m_pCurrentIndexBuffer = reinterpret_cast<IDirect3DIndexBuffer9*>(static_cast<uintptr_t>(kUnknownState));
-    m_pCurrentVertexDeclaration =
-        reinterpret_cast<IDirect3DVertexDeclaration9*>(static_cast<uintptr_t>(kUnknownState));
+    m_pCurrentVertexDeclaration = reinterpret_cast<IDirect3DVertexDeclaration9*>(static_cast<uintptr_t>(kUnknownState));
 
     m_streamBuffers.assign(kStreamCount,
                            reinterpret_cast<IDirect3DVertexBuffer9*>(static_cast<uintptr_t>(kUnknownState)));
@@ -953,8 +949,8 @@ ref_ptr<CDepthBuffer> CD3D9RenderSystem::_createDepthBufferFor(CRenderTarget* ta
         return ref_ptr<CDepthBuffer>();
     }
 
-    ref_ptr<CDepthBuffer> buffer(new CD3D9DepthBuffer(1, surface, format, desc.Width, desc.Height,
-                                                      desc.MultiSampleType, desc.MultiSampleQuality, false));
+    ref_ptr<CDepthBuffer> buffer(new CD3D9DepthBuffer(1, surface, format, desc.Width, desc.Height, desc.MultiSampleType,
+                                                      desc.MultiSampleQuality, false));
     target->attachDepthBuffer(buffer.get());
     return buffer;
 }
@@ -1132,8 +1128,7 @@ void CD3D9RenderSystem::DrawPrimitive(PrimitiveType type, const CVertexData* ver
         LogError("Failed to CD3D9RenderSystem::DrawPrimitive, no vertex data");
         return;
     }
-    const unsigned primitives =
-        PrimitiveCountOf(type, indices ? indices->m_nIndexCount : vertices->m_nVertexCount);
+    const unsigned primitives = PrimitiveCountOf(type, indices ? indices->m_nIndexCount : vertices->m_nVertexCount);
     if (primitives == 0 || vertices->m_nVertexCount == 0)
         return;
 
@@ -1151,9 +1146,9 @@ void CD3D9RenderSystem::DrawPrimitive(PrimitiveType type, const CVertexData* ver
                                                        vertices->m_nVertexCount, indices->m_nIndexStart, primitives),
                    "Failed to DrawIndexedPrimitive");
     else
-        D3D9Verify(m_pD3D9Device->DrawPrimitive(static_cast<D3DPRIMITIVETYPE>(type), vertices->m_nVertexStart,
-                                                primitives),
-                   "Failed to DrawPrimitive");
+        D3D9Verify(
+            m_pD3D9Device->DrawPrimitive(static_cast<D3DPRIMITIVETYPE>(type), vertices->m_nVertexStart, primitives),
+            "Failed to DrawPrimitive");
 
     // Lines and the non-solid viewing modes are helpers, not scene content.
     if (m_polygonMode == FILL_SOLID && type != PT_LINE_LIST && type != PT_LINE_STRIP)
@@ -1199,8 +1194,7 @@ void CD3D9RenderSystem::DrawPrimitiveUP(PrimitiveType type, unsigned vertexCount
 
 void CD3D9RenderSystem::DrawIndexedPrimitiveUP(PrimitiveType type, unsigned vertexCount, unsigned indexCount,
                                                const void* indexData, IndexType indexType, const void* vertexData,
-                                               unsigned stride, CVertexDeclaration* declaration,
-                                               unsigned instanceCount)
+                                               unsigned stride, CVertexDeclaration* declaration, unsigned instanceCount)
 {
     if (!m_pD3D9Device || m_streamBuffers.size() < kStreamCount)
         return;
@@ -1218,8 +1212,8 @@ void CD3D9RenderSystem::DrawIndexedPrimitiveUP(PrimitiveType type, unsigned vert
     }
 
     D3D9Verify(m_pD3D9Device->DrawIndexedPrimitiveUP(static_cast<D3DPRIMITIVETYPE>(type), 0, vertexCount, primitives,
-                                                     indexData, D3D9Mappings::toD3DIndexFormat(indexType),
-                                                     vertexData, stride),
+                                                     indexData, D3D9Mappings::toD3DIndexFormat(indexType), vertexData,
+                                                     stride),
                "Failed to DrawIndexedPrimitiveUp");
     // The runtime unbinds stream 0 and the indices after a draw from user memory.
     m_streamBuffers[0] = nullptr;
@@ -1624,8 +1618,7 @@ ref_ptr<CVertexDeclaration> CD3D9RenderSystem::CreateVertexDeclaration(const Ver
     return ref_ptr<CVertexDeclaration>(new CD3D9VertexDeclaration(elements, count));
 }
 
-ref_ptr<CHardwareVertexBuffer> CD3D9RenderSystem::CreateHardwareVertexBuffer(unsigned vertexSize,
-                                                                             unsigned numVertices,
+ref_ptr<CHardwareVertexBuffer> CD3D9RenderSystem::CreateHardwareVertexBuffer(unsigned vertexSize, unsigned numVertices,
                                                                              CHardwareBuffer::Usage usage,
                                                                              const void* initialData)
 {
@@ -1652,8 +1645,8 @@ ref_ptr<CGpuProgram> CD3D9RenderSystem::CreateGpuProgram(const char* name)
     return ref_ptr<CGpuProgram>();
 }
 
-ref_ptr<CTexture> CD3D9RenderSystem::CreateTextureManual(TextureType, unsigned width, unsigned height, unsigned,
-                                                         int, PixelFormat format, unsigned, unsigned char, bool)
+ref_ptr<CTexture> CD3D9RenderSystem::CreateTextureManual(TextureType, unsigned width, unsigned height, unsigned, int,
+                                                         PixelFormat format, unsigned, unsigned char, bool)
 {
     // Still missing: CD3D9Texture and its LoadManual.
     LogError("Failed to CreateTexture Manual:%d %d %d", static_cast<int>(width), static_cast<int>(height),
@@ -1802,9 +1795,8 @@ bool CD3D9RenderSystem::CheckTextureFormat(PixelFormat format, unsigned usage)
 {
     if (!m_pD3D9)
         return false;
-    HRESULT hr = m_pD3D9->CheckDeviceFormat(m_nAdapter, m_d3dcaps.DeviceType, m_adapterFormat,
-                                            TextureUsageToD3D(usage), D3DRTYPE_TEXTURE,
-                                            D3D9Mappings::toD3DFormat(format));
+    HRESULT hr = m_pD3D9->CheckDeviceFormat(m_nAdapter, m_d3dcaps.DeviceType, m_adapterFormat, TextureUsageToD3D(usage),
+                                            D3DRTYPE_TEXTURE, D3D9Mappings::toD3DFormat(format));
     // Only exactly D3D_OK counts: a positive success code is a refusal here.
     return hr == D3D_OK;
 }

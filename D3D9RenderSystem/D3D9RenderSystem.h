@@ -186,8 +186,8 @@ public:
     {
         // The shadows are either empty or filled whole, so the bounds are the
         // fixed counts once they are there.
-        if (sampler < kSamplerCount && static_cast<unsigned>(type) < kSamplerStateCount &&
-            !m_samplerStates.empty() && m_samplerStates[sampler][type] != value)
+        if (sampler < kSamplerCount && static_cast<unsigned>(type) < kSamplerStateCount && !m_samplerStates.empty() &&
+            m_samplerStates[sampler][type] != value)
             _sendSamplerState(sampler, type, value);
     }
     // The device call behind a shadow that differs; a failure is logged. Kept

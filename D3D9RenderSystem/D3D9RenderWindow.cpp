@@ -67,11 +67,10 @@ D3DPRESENT_PARAMETERS CD3D9RenderWindow::BuildPresentParameters(IDirect3D9* d3d,
     else if (d3d->CheckDeviceFormat(adapter, *deviceType, adapterFormat, D3DUSAGE_DEPTHSTENCIL, D3DRTYPE_SURFACE,
                                     D3DFMT_D24S8) == D3D_OK)
     {
-        pp.AutoDepthStencilFormat =
-            d3d->CheckDepthStencilMatch(adapter, *deviceType, adapterFormat, pp.BackBufferFormat, D3DFMT_D24S8) ==
-                    D3D_OK
-                ? D3DFMT_D24S8
-                : D3DFMT_D24X8;
+        pp.AutoDepthStencilFormat = d3d->CheckDepthStencilMatch(adapter, *deviceType, adapterFormat,
+                                                                pp.BackBufferFormat, D3DFMT_D24S8) == D3D_OK
+                                        ? D3DFMT_D24S8
+                                        : D3DFMT_D24X8;
     }
     else if (d3d->CheckDeviceFormat(adapter, *deviceType, adapterFormat, D3DUSAGE_DEPTHSTENCIL, D3DRTYPE_SURFACE,
                                     D3DFMT_D32) == D3D_OK)
@@ -204,8 +203,8 @@ void CD3D9RenderWindow::swapBuffers()
         hr = m_pSwapChain->Present(nullptr, nullptr, m_hWnd, nullptr, 0);
     }
     // A lost device shows as a missed frame; only the main window may reset it here.
-    if (hr == D3DERR_DEVICELOST && m_pD3D9Device &&
-        m_pD3D9Device->TestCooperativeLevel() == D3DERR_DEVICENOTRESET && m_bIsMainWindow)
+    if (hr == D3DERR_DEVICELOST && m_pD3D9Device && m_pD3D9Device->TestCooperativeLevel() == D3DERR_DEVICENOTRESET &&
+        m_bIsMainWindow)
     {
         if (CD3D9RenderSystem* rs = GetD3D9RenderSystem())
             rs->ResetDevice(m_bVSync, m_nFSAA);
@@ -281,9 +280,18 @@ bool CD3D9RenderWindow::CopyToTexture(CTexture* texture)
     return false;
 }
 
-unsigned CD3D9RenderWindow::getWidth() const { return m_nWidth; }
-unsigned CD3D9RenderWindow::getHeight() const { return m_nHeight; }
-PixelFormat CD3D9RenderWindow::getFormat() const { return m_eFormat; }
+unsigned CD3D9RenderWindow::getWidth() const
+{
+    return m_nWidth;
+}
+unsigned CD3D9RenderWindow::getHeight() const
+{
+    return m_nHeight;
+}
+PixelFormat CD3D9RenderWindow::getFormat() const
+{
+    return m_eFormat;
+}
 
 bool CD3D9RenderWindow::SetDepthTexture(CTexture* texture)
 {
@@ -319,12 +327,33 @@ void CD3D9RenderWindow::_endUpdate()
         rs->_endFrame();
 }
 
-bool CD3D9RenderWindow::IsAutoUpdate() { return m_bAutoUpdate; }
-void CD3D9RenderWindow::SetActive(bool active) { m_bActive = active; }
-bool CD3D9RenderWindow::IsActive() { return m_bActive; }
-void CD3D9RenderWindow::SetHwGamma(bool enable) { m_bHwGamma = enable; }
-bool CD3D9RenderWindow::IsHwGamma() { return m_bHwGamma; }
-unsigned char CD3D9RenderWindow::getFSAA() { return m_nFSAA; }
-void CD3D9RenderWindow::SetFormat(PixelFormat format) { m_eFormat = format; }
+bool CD3D9RenderWindow::IsAutoUpdate()
+{
+    return m_bAutoUpdate;
+}
+void CD3D9RenderWindow::SetActive(bool active)
+{
+    m_bActive = active;
+}
+bool CD3D9RenderWindow::IsActive()
+{
+    return m_bActive;
+}
+void CD3D9RenderWindow::SetHwGamma(bool enable)
+{
+    m_bHwGamma = enable;
+}
+bool CD3D9RenderWindow::IsHwGamma()
+{
+    return m_bHwGamma;
+}
+unsigned char CD3D9RenderWindow::getFSAA()
+{
+    return m_nFSAA;
+}
+void CD3D9RenderWindow::SetFormat(PixelFormat format)
+{
+    m_eFormat = format;
+}
 
 } // namespace kv

@@ -39,14 +39,13 @@ D3D9ResourceManager::~D3D9ResourceManager()
                  "g_nEffectMeshAmount:%d\ng_nTmeMeshAmount:%d\ng_nMaterialAmount:%d\ng_nMaterialSetAmount:%d\n"
                  "g_nSkeletonAmount:%d\ng_nSkaAmount:%d\n\n"
                  "g_nSoundBufferAmount:%d\ng_nVertexDeclarationAmount:%d\ng_nGpuProgramAmount:%d\n",
-                 g_nNodeAmount, g_nEntityAmount, g_nEffectAmount, g_nSkinAmount, g_nSkinSocketAmount,
-                 g_nAnimNodeAmount, g_nSoundAmount, g_nTerrainAmount, g_nCameraAmount, g_nLineAmount,
-                 g_nLightAmount, g_nTerrainTrunkAmount, g_nNodeResAmount, g_nTmeAmount, g_nActionAmount,
-                 g_nParticleSystemAmount, g_nSceneManagerAmount, g_nTextureAmount, g_nTextureResAmount,
-                 g_nTextureManualAmount, g_nRenderTargetAmount, g_nVBAmount, g_nIBAmount, g_nMeshAmount,
-                 g_nEffectMeshAmount, g_nTmeMeshAmount, g_nMaterialAmount, g_nMaterialSetAmount,
-                 g_nSkeletonAmount, g_nSkaAmount, g_nSoundBufferAmount, g_nVertexDeclarationAmount,
-                 g_nGpuProgramAmount);
+                 g_nNodeAmount, g_nEntityAmount, g_nEffectAmount, g_nSkinAmount, g_nSkinSocketAmount, g_nAnimNodeAmount,
+                 g_nSoundAmount, g_nTerrainAmount, g_nCameraAmount, g_nLineAmount, g_nLightAmount,
+                 g_nTerrainTrunkAmount, g_nNodeResAmount, g_nTmeAmount, g_nActionAmount, g_nParticleSystemAmount,
+                 g_nSceneManagerAmount, g_nTextureAmount, g_nTextureResAmount, g_nTextureManualAmount,
+                 g_nRenderTargetAmount, g_nVBAmount, g_nIBAmount, g_nMeshAmount, g_nEffectMeshAmount, g_nTmeMeshAmount,
+                 g_nMaterialAmount, g_nMaterialSetAmount, g_nSkeletonAmount, g_nSkaAmount, g_nSoundBufferAmount,
+                 g_nVertexDeclarationAmount, g_nGpuProgramAmount);
         LogError("%s", kLeakFooter);
     }
     // The members are still alive and keep their indices: they have only been

@@ -14,12 +14,18 @@ const char* EffectClassName(uint32_t parameter_class)
 {
     switch (parameter_class)
     {
-    case D3DXPC_SCALAR: return "D3DXPC_SCALAR";
-    case D3DXPC_VECTOR: return "D3DXPC_VECTOR";
-    case D3DXPC_MATRIX_ROWS: return "D3DXPC_MATRIX_ROWS";
-    case D3DXPC_MATRIX_COLUMNS: return "D3DXPC_MATRIX_COLUMNS";
-    case D3DXPC_OBJECT: return "D3DXPC_OBJECT";
-    case D3DXPC_STRUCT: return "D3DXPC_STRUCT";
+    case D3DXPC_SCALAR:
+        return "D3DXPC_SCALAR";
+    case D3DXPC_VECTOR:
+        return "D3DXPC_VECTOR";
+    case D3DXPC_MATRIX_ROWS:
+        return "D3DXPC_MATRIX_ROWS";
+    case D3DXPC_MATRIX_COLUMNS:
+        return "D3DXPC_MATRIX_COLUMNS";
+    case D3DXPC_OBJECT:
+        return "D3DXPC_OBJECT";
+    case D3DXPC_STRUCT:
+        return "D3DXPC_STRUCT";
     }
     EFFECT_ERROR("Unrecognized D3DXPARAMETER_CLASS %#x.\n", parameter_class);
     return "unrecognized";
@@ -28,11 +34,13 @@ const char* EffectClassName(uint32_t parameter_class)
 const char* EffectTypeName(uint32_t parameter_type)
 {
     static const char* const names[] = {
-        "D3DXPT_VOID",        "D3DXPT_BOOL",         "D3DXPT_INT",          "D3DXPT_FLOAT",
-        "D3DXPT_STRING",      "D3DXPT_TEXTURE",      "D3DXPT_TEXTURE1D",    "D3DXPT_TEXTURE2D",
-        "D3DXPT_TEXTURE3D",   "D3DXPT_TEXTURECUBE",  "D3DXPT_SAMPLER",      "D3DXPT_SAMPLER1D",
-        "D3DXPT_SAMPLER2D",   "D3DXPT_SAMPLER3D",    "D3DXPT_SAMPLERCUBE",  "D3DXPT_PIXELSHADER",
-        "D3DXPT_VERTEXSHADER", "D3DXPT_PIXELFRAGMENT", "D3DXPT_VERTEXFRAGMENT", "D3DXPT_UNSUPPORTED",
+        "D3DXPT_VOID",           "D3DXPT_BOOL",         "D3DXPT_INT",
+        "D3DXPT_FLOAT",          "D3DXPT_STRING",       "D3DXPT_TEXTURE",
+        "D3DXPT_TEXTURE1D",      "D3DXPT_TEXTURE2D",    "D3DXPT_TEXTURE3D",
+        "D3DXPT_TEXTURECUBE",    "D3DXPT_SAMPLER",      "D3DXPT_SAMPLER1D",
+        "D3DXPT_SAMPLER2D",      "D3DXPT_SAMPLER3D",    "D3DXPT_SAMPLERCUBE",
+        "D3DXPT_PIXELSHADER",    "D3DXPT_VERTEXSHADER", "D3DXPT_PIXELFRAGMENT",
+        "D3DXPT_VERTEXFRAGMENT", "D3DXPT_UNSUPPORTED",
     };
     if (parameter_type < sizeof(names) / sizeof(names[0]))
         return names[parameter_type];
@@ -329,9 +337,12 @@ static EffectParameter* ElementWalk(const ParsedEffect* effect, EffectParameter*
     EffectParameter* element = &parameter->members[static_cast<uint32_t>(index)];
     switch (close[1])
     {
-    case '\0': return element;
-    case '.': return ParsedEffectFindParameter(effect, element, close + 2, budget);
-    case '@': return AnnotationWalk(effect, element->annotation_count, element->annotations, close + 2, budget);
+    case '\0':
+        return element;
+    case '.':
+        return ParsedEffectFindParameter(effect, element, close + 2, budget);
+    case '@':
+        return AnnotationWalk(effect, element->annotation_count, element->annotations, close + 2, budget);
     default:
         EFFECT_ERROR("Unhandled case \"%c\"\n", close[1]);
         return nullptr;
@@ -358,9 +369,13 @@ static EffectParameter* AnnotationWalk(const ParsedEffect* effect, uint32_t coun
             continue;
         switch (text[length])
         {
-        case '.': return ParsedEffectFindParameter(effect, annotation, text + length + 1, budget);
-        case '[': return ElementWalk(effect, annotation, text + length + 1, budget);
-        default: EFFECT_ERROR("Unhandled case \"%c\"\n", text[length]); break;
+        case '.':
+            return ParsedEffectFindParameter(effect, annotation, text + length + 1, budget);
+        case '[':
+            return ElementWalk(effect, annotation, text + length + 1, budget);
+        default:
+            EFFECT_ERROR("Unhandled case \"%c\"\n", text[length]);
+            break;
         }
     }
     return nullptr;
@@ -394,12 +409,16 @@ EffectParameter* ParsedEffectFindParameter(const ParsedEffect* effect, EffectPar
                 continue;
             switch (text[length])
             {
-            case '.': next = candidate; break;
+            case '.':
+                next = candidate;
+                break;
             case '@':
                 return AnnotationWalk(effect, candidate->annotation_count, candidate->annotations, text + length + 1,
                                       budget);
-            case '[': return ElementWalk(effect, candidate, text + length + 1, budget);
-            default: break;
+            case '[':
+                return ElementWalk(effect, candidate, text + length + 1, budget);
+            default:
+                break;
             }
         }
         if (!next)
@@ -533,8 +552,7 @@ static bool EqualIgnoringAsciiCase(const char* a, const char* b)
     }
 }
 
-EffectHandle ParsedEffectGetParameterBySemantic(const ParsedEffect* effect, EffectHandle handle,
-                                                const char* semantic)
+EffectHandle ParsedEffectGetParameterBySemantic(const ParsedEffect* effect, EffectHandle handle, const char* semantic)
 {
     EffectParameter* candidates = nullptr;
     uint32_t count = 0;

@@ -72,8 +72,7 @@ uint32_t ParsedEffectGetDesc(const ParsedEffect* effect, D3DXEFFECT_DESC* desc);
 uint32_t ParsedEffectGetFunctionDesc(const ParsedEffect* effect, EffectHandle handle, void* desc);
 EffectHandle ParsedEffectGetParameter(const ParsedEffect* effect, EffectHandle handle, uint32_t index);
 EffectHandle ParsedEffectGetParameterByName(const ParsedEffect* effect, EffectHandle handle, const char* name);
-EffectHandle ParsedEffectGetParameterBySemantic(const ParsedEffect* effect, EffectHandle handle,
-                                                const char* semantic);
+EffectHandle ParsedEffectGetParameterBySemantic(const ParsedEffect* effect, EffectHandle handle, const char* semantic);
 uint32_t ParsedEffectGetParameterDesc(const ParsedEffect* effect, EffectHandle handle, D3DXPARAMETER_DESC* desc);
 EffectHandle ParsedEffectGetParameterElement(const ParsedEffect* effect, EffectHandle handle, uint32_t index);
 EffectHandle ParsedEffectGetPass(const ParsedEffect* effect, EffectHandle technique, uint32_t index);
@@ -82,5 +81,4 @@ uint32_t ParsedEffectGetPassDesc(const ParsedEffect* effect, EffectHandle pass, 
 uint32_t ParsedEffectGetString(const ParsedEffect* effect, EffectHandle handle, const char** text);
 EffectHandle ParsedEffectGetTechnique(const ParsedEffect* effect, uint32_t index);
 EffectHandle ParsedEffectGetTechniqueByName(const ParsedEffect* effect, const char* name);
-uint32_t ParsedEffectGetTechniqueDesc(const ParsedEffect* effect, EffectHandle technique,
-                                      D3DXTECHNIQUE_DESC* desc);
+uint32_t ParsedEffectGetTechniqueDesc(const ParsedEffect* effect, EffectHandle technique, D3DXTECHNIQUE_DESC* desc);

@@ -9,10 +9,22 @@ inline uint32_t RotateLeft(uint32_t x, unsigned n)
     return (x << n) | (x >> (32 - n));
 }
 
-inline uint32_t F(uint32_t x, uint32_t y, uint32_t z) { return (x & y) | (~x & z); }
-inline uint32_t G(uint32_t x, uint32_t y, uint32_t z) { return (x & z) | (y & ~z); }
-inline uint32_t H(uint32_t x, uint32_t y, uint32_t z) { return x ^ y ^ z; }
-inline uint32_t I(uint32_t x, uint32_t y, uint32_t z) { return y ^ (x | ~z); }
+inline uint32_t F(uint32_t x, uint32_t y, uint32_t z)
+{
+    return (x & y) | (~x & z);
+}
+inline uint32_t G(uint32_t x, uint32_t y, uint32_t z)
+{
+    return (x & z) | (y & ~z);
+}
+inline uint32_t H(uint32_t x, uint32_t y, uint32_t z)
+{
+    return x ^ y ^ z;
+}
+inline uint32_t I(uint32_t x, uint32_t y, uint32_t z)
+{
+    return y ^ (x | ~z);
+}
 
 // Per-step shift amounts of the four rounds.
 const unsigned kShift[4][4] = {{7, 12, 17, 22}, {5, 9, 14, 20}, {4, 11, 16, 23}, {6, 10, 15, 21}};
@@ -72,10 +84,22 @@ void Md5::Transform(const uint8_t block[64])
         const int round = i / 16;
         switch (round)
         {
-        case 0: f = F(b, c, d); k = i; break;
-        case 1: f = G(b, c, d); k = (5 * i + 1) % 16; break;
-        case 2: f = H(b, c, d); k = (3 * i + 5) % 16; break;
-        default: f = I(b, c, d); k = (7 * i) % 16; break;
+        case 0:
+            f = F(b, c, d);
+            k = i;
+            break;
+        case 1:
+            f = G(b, c, d);
+            k = (5 * i + 1) % 16;
+            break;
+        case 2:
+            f = H(b, c, d);
+            k = (3 * i + 5) % 16;
+            break;
+        default:
+            f = I(b, c, d);
+            k = (7 * i) % 16;
+            break;
         }
         const uint32_t rotated = RotateLeft(a + f + kSine[i] + x[k], kShift[round][i % 4]);
         a = d;

@@ -21,8 +21,8 @@ private:
     void Finish();
 
     uint32_t m_state[4];
-    uint32_t m_count[2];     // bits fed so far, low word first
-    uint8_t m_buffer[64];    // the block being filled
+    uint32_t m_count[2];  // bits fed so far, low word first
+    uint8_t m_buffer[64]; // the block being filled
     uint8_t m_digest[16];
     bool m_finished;
 };

@@ -147,27 +147,60 @@ private:
 };
 
 template <class T, class U>
-inline bool operator==(const ref_ptr<T>& a, const ref_ptr<U>& b) { return a.get() == b.get(); }
+inline bool operator==(const ref_ptr<T>& a, const ref_ptr<U>& b)
+{
+    return a.get() == b.get();
+}
 template <class T, class U>
-inline bool operator!=(const ref_ptr<T>& a, const ref_ptr<U>& b) { return a.get() != b.get(); }
+inline bool operator!=(const ref_ptr<T>& a, const ref_ptr<U>& b)
+{
+    return a.get() != b.get();
+}
 template <class T, class U>
-inline bool operator<(const ref_ptr<T>& a, const ref_ptr<U>& b) { return a.get() < b.get(); }
+inline bool operator<(const ref_ptr<T>& a, const ref_ptr<U>& b)
+{
+    return a.get() < b.get();
+}
 template <class T, class U>
-inline bool operator==(const ref_ptr<T>& a, const U* b) { return a.get() == b; }
+inline bool operator==(const ref_ptr<T>& a, const U* b)
+{
+    return a.get() == b;
+}
 template <class T, class U>
-inline bool operator!=(const ref_ptr<T>& a, const U* b) { return a.get() != b; }
+inline bool operator!=(const ref_ptr<T>& a, const U* b)
+{
+    return a.get() != b;
+}
 template <class T, class U>
-inline bool operator==(const U* a, const ref_ptr<T>& b) { return a == b.get(); }
+inline bool operator==(const U* a, const ref_ptr<T>& b)
+{
+    return a == b.get();
+}
 template <class T, class U>
-inline bool operator!=(const U* a, const ref_ptr<T>& b) { return a != b.get(); }
+inline bool operator!=(const U* a, const ref_ptr<T>& b)
+{
+    return a != b.get();
+}
 template <class T>
-inline bool operator==(const ref_ptr<T>& a, std::nullptr_t) { return a.get() == nullptr; }
+inline bool operator==(const ref_ptr<T>& a, std::nullptr_t)
+{
+    return a.get() == nullptr;
+}
 template <class T>
-inline bool operator!=(const ref_ptr<T>& a, std::nullptr_t) { return a.get() != nullptr; }
+inline bool operator!=(const ref_ptr<T>& a, std::nullptr_t)
+{
+    return a.get() != nullptr;
+}
 template <class T>
-inline bool operator==(std::nullptr_t, const ref_ptr<T>& a) { return a.get() == nullptr; }
+inline bool operator==(std::nullptr_t, const ref_ptr<T>& a)
+{
+    return a.get() == nullptr;
+}
 template <class T>
-inline bool operator!=(std::nullptr_t, const ref_ptr<T>& a) { return a.get() != nullptr; }
+inline bool operator!=(std::nullptr_t, const ref_ptr<T>& a)
+{
+    return a.get() != nullptr;
+}
 
 // The observers of one object. It outlives the object while weak references
 // hold it; after the death its observed pointer is null.

@@ -36,8 +36,8 @@ public:
     static void LogToFile(const char* path, const char* format, ...) KV_PRINTF_LIKE(2, 3);
     // Writes the message and a line break to the debugger (Windows only; elsewhere stderr).
     static void DebugPrint(const char* format, ...) KV_PRINTF_LIKE(1, 2);
-    static void GetLocalTimeParts(unsigned& year, unsigned& month, unsigned& day,
-                                  unsigned& hour, unsigned& minute, unsigned& second);
+    static void GetLocalTimeParts(unsigned& year, unsigned& month, unsigned& day, unsigned& hour, unsigned& minute,
+                                  unsigned& second);
     // The pieces of a dated log, from a broken-down local time.
     static std::string DatedLogFileName(const std::tm& time);
     static std::string DatedLogLine(const std::tm& time, const char* message);
@@ -55,8 +55,7 @@ public:
     // Positions, or -1 when there is none.
     static std::ptrdiff_t FindFirstOf(const std::string& s, const std::string& chars, size_t pos = 0);
     static std::ptrdiff_t FindFirstNotOf(const std::string& s, const std::string& chars, size_t pos = 0);
-    static std::ptrdiff_t FindLastNotOf(const std::string& s, const std::string& chars,
-                                        size_t pos = std::string::npos);
+    static std::ptrdiff_t FindLastNotOf(const std::string& s, const std::string& chars, size_t pos = std::string::npos);
 
     // ---- Changing.
     static void ToLower(std::string& s);

@@ -96,8 +96,8 @@ void CStaticFunc::DebugPrint(const char* format, ...)
 #endif
 }
 
-void CStaticFunc::GetLocalTimeParts(unsigned& year, unsigned& month, unsigned& day,
-                                    unsigned& hour, unsigned& minute, unsigned& second)
+void CStaticFunc::GetLocalTimeParts(unsigned& year, unsigned& month, unsigned& day, unsigned& hour, unsigned& minute,
+                                    unsigned& second)
 {
     std::tm now{};
     LocalTime(now);

@@ -1,5 +1,5 @@
-#include "base/StaticFunc.h"
 #include "base/Md5.h"
+#include "base/StaticFunc.h"
 
 #include <algorithm>
 #include <sys/stat.h>
@@ -115,7 +115,7 @@ std::string CStaticFunc::NormalisePath(const std::string& path, bool forward)
         if (IsSeparator(c))
         {
             if (!result.empty() && result.back() == separator)
-                continue;  // a doubled separator collapses
+                continue; // a doubled separator collapses
             result += separator;
         }
         else
@@ -186,7 +186,7 @@ size_t CStaticFunc::ReadFully(FILE* file, void* buffer, size_t size)
     {
         const size_t got = std::fread(out + total, 1, size - total, file);
         if (got == 0)
-            break;  // end of file or an error
+            break; // end of file or an error
         total += got;
     }
     return total;

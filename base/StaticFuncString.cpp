@@ -73,15 +73,15 @@ bool CStaticFunc::WildcardMatch(const std::string& s, const std::string& pattern
     const std::string text = caseSensitive ? s : Lowered(s);
     const std::string pat = caseSensitive ? pattern : Lowered(pattern);
     size_t si = 0, pi = 0;
-    size_t star = std::string::npos;  // the last '*' of the pattern seen
-    size_t resume = 0;                // where the string goes on when the match falls back to it
+    size_t star = std::string::npos; // the last '*' of the pattern seen
+    size_t resume = 0;               // where the string goes on when the match falls back to it
     while (si < text.size())
     {
         if (pi < pat.size() && pat[pi] == '*')
         {
             star = pi++;
             if (pi == pat.size())
-                return true;  // a final '*' takes the rest of the string
+                return true; // a final '*' takes the rest of the string
             resume = si;
         }
         else if (pi < pat.size() && pat[pi] == text[si])
@@ -144,9 +144,9 @@ void CStaticFunc::LowerAndForwardSlashes(std::string& s)
 void CStaticFunc::Trim(std::string& s, bool left, bool right)
 {
     if (right)
-        s.erase(s.find_last_not_of(kTrimChars) + 1);  // npos + 1 is 0: all of it
+        s.erase(s.find_last_not_of(kTrimChars) + 1); // npos + 1 is 0: all of it
     if (left)
-        s.erase(0, s.find_first_not_of(kTrimChars));  // npos: all of it
+        s.erase(0, s.find_first_not_of(kTrimChars)); // npos: all of it
 }
 
 void CStaticFunc::TrimChar(std::string& s, char c)
@@ -217,8 +217,7 @@ void CStaticFunc::SetExtension(std::string& path, const std::string& extension)
     path.replace(dot + 1, std::string::npos, extension);
 }
 
-std::vector<std::string> CStaticFunc::Split(const std::string& s, const std::string& delimiters,
-                                            unsigned maxSplits)
+std::vector<std::string> CStaticFunc::Split(const std::string& s, const std::string& delimiters, unsigned maxSplits)
 {
     std::vector<std::string> pieces;
     pieces.reserve(maxSplits ? maxSplits + 1 : 10);
@@ -244,7 +243,7 @@ std::vector<std::string> CStaticFunc::Split(const std::string& s, const std::str
         }
         start = s.find_first_not_of(delimiters, pos + 1);
         if (start == std::string::npos)
-            break;  // only delimiters remain
+            break; // only delimiters remain
         ++count;
     } while (pos != std::string::npos);
     return pieces;
@@ -279,7 +278,7 @@ std::vector<std::string> CStaticFunc::Tokenise(const std::string& s, const std::
     const std::string delimitersAndQuotes = delimiters + quotes;
     size_t start = 0;
     unsigned count = 0;
-    char quote = 0;  // the quote in force, 0 outside quotes
+    char quote = 0; // the quote in force, 0 outside quotes
     size_t pos;
     do
     {

@@ -167,8 +167,7 @@ std::string CStaticFunc::FormatBytes(int64_t size)
     else if (size < 512LL * 1024 * 1024)
         std::snprintf(text, sizeof(text), "%01.1f MB", static_cast<double>(size) / 1024.0 * 0.0009765625);
     else
-        std::snprintf(text, sizeof(text), "%01.2f GB",
-                      static_cast<double>(size) / 1024.0 / 1024.0 * 0.0009765625);
+        std::snprintf(text, sizeof(text), "%01.2f GB", static_cast<double>(size) / 1024.0 / 1024.0 * 0.0009765625);
     return text;
 }
 

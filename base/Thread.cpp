@@ -11,10 +11,10 @@ const DWORD kThreadNameException = 0x406D1388;
 #pragma pack(push, 8)
 struct ThreadNameInfo
 {
-    DWORD type;        // always 0x1000
+    DWORD type; // always 0x1000
     const char* name;
     DWORD threadId;
-    DWORD flags;       // reserved, 0
+    DWORD flags; // reserved, 0
 };
 #pragma pack(pop)
 
@@ -31,8 +31,7 @@ HANDLE CreatePauseEvent()
 }
 } // namespace
 
-Thread::Thread(const char* name)
-    : m_pData(new ThreadData()), m_name(name ? name : "")
+Thread::Thread(const char* name) : m_pData(new ThreadData()), m_name(name ? name : "")
 {
     m_pData->event = CreatePauseEvent();
 }

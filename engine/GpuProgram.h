@@ -88,8 +88,8 @@ public:
     uint64_t m_nRuntimeMask;
     uint64_t m_nRegisterMask;
     std::map<std::string, PARAM> m_params;
-    std::string m_strMacro;      // what CalcMacro answers
-    bool m_bBuildXmlResult;      // what BuildXml answers
+    std::string m_strMacro; // what CalcMacro answers
+    bool m_bBuildXmlResult; // what BuildXml answers
     bool m_bCustomShader;
     bool m_bReceiveLighting;
 };

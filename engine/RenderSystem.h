@@ -78,9 +78,8 @@ public:
     virtual void DrawPrimitiveUP(PrimitiveType type, unsigned vertexCount, const void* vertices, unsigned stride,
                                  CVertexDeclaration* declaration, unsigned instanceCount) = 0;
     virtual void DrawIndexedPrimitiveUP(PrimitiveType type, unsigned vertexCount, unsigned indexCount,
-                                        const void* indices, IndexType indexType, const void* vertices,
-                                        unsigned stride, CVertexDeclaration* declaration,
-                                        unsigned instanceCount) = 0;
+                                        const void* indices, IndexType indexType, const void* vertices, unsigned stride,
+                                        CVertexDeclaration* declaration, unsigned instanceCount) = 0;
     virtual void DrawReserved3(unsigned a, unsigned b, unsigned c) = 0;
     virtual void DrawReserved5(unsigned a, unsigned b, unsigned c, unsigned d, unsigned e) = 0;
     virtual void DrawReserved2(unsigned a, unsigned b) = 0;
@@ -132,26 +131,23 @@ public:
     virtual ref_ptr<CHardwareIndexBuffer> CreateHardwareIndexBuffer(IndexType type, unsigned count,
                                                                     CHardwareBuffer::Usage usage,
                                                                     const void* initialData) = 0;
-    virtual ref_ptr<CReferenced> CreateReservedBuffer(unsigned a, unsigned b, unsigned c, unsigned d,
-                                                      unsigned e) = 0;
+    virtual ref_ptr<CReferenced> CreateReservedBuffer(unsigned a, unsigned b, unsigned c, unsigned d, unsigned e) = 0;
     virtual ref_ptr<CVertexData> CreateVertexData();
     virtual ref_ptr<CIndexData> CreateIndexData();
     virtual ref_ptr<CGpuProgram> CreateGpuProgram(const char* name) = 0;
     virtual ref_ptr<CTexture> CreateTextureManual(TextureType type, unsigned width, unsigned height, unsigned depth,
-                                                  int mipmaps, PixelFormat format, unsigned usage,
-                                                  unsigned char fsaa, bool flag) = 0;
+                                                  int mipmaps, PixelFormat format, unsigned usage, unsigned char fsaa,
+                                                  bool flag) = 0;
     // 70.
     virtual ref_ptr<CTexture> CreateTextureFromMemory(const char* name, void* data, int size, TextureType type,
                                                       int mipmaps, bool flag) = 0;
     virtual ref_ptr<CTexture> CreateTexture(const char* name, TextureType type, int mipmaps, bool flag) = 0;
     virtual ref_ptr<CTexture> CreateReservedTexture(unsigned a, unsigned b, unsigned c, unsigned d, unsigned e,
-                                                    unsigned f, unsigned g, unsigned h, unsigned i,
-                                                    unsigned j) = 0;
+                                                    unsigned f, unsigned g, unsigned h, unsigned i, unsigned j) = 0;
     virtual void ReservedCall12(unsigned a, unsigned b, unsigned c, unsigned d, unsigned e, unsigned f, unsigned g,
                                 unsigned h, unsigned i, unsigned j, unsigned k, unsigned l) = 0;
     virtual void ReservedCall2(unsigned a, unsigned b) = 0;
-    virtual ref_ptr<CRenderWindow> CreateRenderWindow(HWND hWnd, unsigned width, unsigned height,
-                                                      bool fullScreen) = 0;
+    virtual ref_ptr<CRenderWindow> CreateRenderWindow(HWND hWnd, unsigned width, unsigned height, bool fullScreen) = 0;
     virtual ref_ptr<CMultiRenderTarget> CreateMultiRenderTarget() = 0;
     virtual ref_ptr<CHardwareOcclusionQuery> CreateHardwareOcclusionQuery() = 0;
     virtual bool ScreenShotToMemory(void** pixels, unsigned* size, unsigned* pitch) = 0;

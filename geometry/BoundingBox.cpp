@@ -2,11 +2,13 @@
 
 #include <limits>
 
-namespace kv {
+namespace kv
+{
 
 Vector3 BoxHalfSize(const BoundingBox& box)
 {
-    switch (box.extent) {
+    switch (box.extent)
+    {
     case BoundingBox::EXTENT_FINITE:
         return (box.maximum - box.minimum) * 0.5f;
     case BoundingBox::EXTENT_INFINITE: {
@@ -20,7 +22,8 @@ Vector3 BoxHalfSize(const BoundingBox& box)
 
 float BoxBoundingRadius(const BoundingBox& box)
 {
-    switch (box.extent) {
+    switch (box.extent)
+    {
     case BoundingBox::EXTENT_FINITE:
         return 0.5f * (box.maximum - box.minimum).Length();
     case BoundingBox::EXTENT_INFINITE:
@@ -30,4 +33,4 @@ float BoxBoundingRadius(const BoundingBox& box)
     }
 }
 
-}  // namespace kv
+} // namespace kv

@@ -1,13 +1,20 @@
 #pragma once
 #include "geometry/Vector3.h"
 
-namespace kv {
+namespace kv
+{
 
 // An axis-aligned box that may also stand for nothing (null) or everything (infinite);
 // only a finite box's corners mean anything.
-class BoundingBox {
+class BoundingBox
+{
 public:
-    enum Extent { EXTENT_NULL = 0, EXTENT_FINITE = 1, EXTENT_INFINITE = 2 };
+    enum Extent
+    {
+        EXTENT_NULL = 0,
+        EXTENT_FINITE = 1,
+        EXTENT_INFINITE = 2
+    };
 
     Vector3 minimum{0.0f, 0.0f, 0.0f};
     Vector3 maximum{1.0f, 1.0f, 1.0f};
@@ -16,18 +23,18 @@ public:
     void* userData = nullptr;
 
     BoundingBox() = default;
-    BoundingBox(const Vector3& min, const Vector3& max)
-        : minimum(min), maximum(max), extent(EXTENT_FINITE)
-    {
-    }
+    BoundingBox(const Vector3& min, const Vector3& max) : minimum(min), maximum(max), extent(EXTENT_FINITE) {}
     BoundingBox(const BoundingBox& other) { *this = other; }
     BoundingBox& operator=(const BoundingBox& other)
     {
         extent = other.extent;
-        if (extent == EXTENT_FINITE) {
+        if (extent == EXTENT_FINITE)
+        {
             minimum = other.minimum;
             maximum = other.maximum;
-        } else {
+        }
+        else
+        {
             minimum = Vector3(0.0f, 0.0f, 0.0f);
             maximum = Vector3(1.0f, 1.0f, 1.0f);
         }
@@ -53,4 +60,4 @@ Vector3 BoxHalfSize(const BoundingBox& box);
 // 0.5 * |max - min| for a finite box; 0 for a null box and +infinity for an infinite one.
 float BoxBoundingRadius(const BoundingBox& box);
 
-}  // namespace kv
+} // namespace kv

@@ -1,9 +1,11 @@
 #pragma once
 #include "geometry/Vector3.h"
 
-namespace kv {
+namespace kv
+{
 
-struct BoundingSphere {
+struct BoundingSphere
+{
     float radius = 0.0f;
     Vector3 centre;
 
@@ -11,4 +13,4 @@ struct BoundingSphere {
     BoundingSphere(float r, const Vector3& c) : radius(r), centre(c) {}
 };
 
-}  // namespace kv
+} // namespace kv

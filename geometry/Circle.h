@@ -1,9 +1,11 @@
 #pragma once
 
-namespace kv {
+namespace kv
+{
 
 // A circle of the plane, for the two-dimensional polygon tests.
-struct Circle {
+struct Circle
+{
     float radius = 0.0f;
     float x = 0.0f;
     float y = 0.0f;
@@ -12,4 +14,4 @@ struct Circle {
     Circle(float r, float cx, float cy) : radius(r), x(cx), y(cy) {}
 };
 
-}  // namespace kv
+} // namespace kv

@@ -4,9 +4,11 @@
 
 #include "geometry/ScalarMath.h"
 
-namespace kv {
+namespace kv
+{
 
-namespace {
+namespace
+{
 
 std::uint32_t ComponentByte(float c)
 {
@@ -15,7 +17,8 @@ std::uint32_t ComponentByte(float c)
     const double scaled = static_cast<double>(c) * 255.0;
     // Truncation toward zero, low 8 bits, no clamping. A value that no 32-bit integer can
     // hold (or a NaN) has no low byte to keep: it packs as 0 instead of being undefined.
-    if (!(scaled > -2147483648.0 && scaled < 2147483648.0)) return 0;
+    if (!(scaled > -2147483648.0 && scaled < 2147483648.0))
+        return 0;
     return static_cast<std::uint32_t>(static_cast<std::int32_t>(scaled)) & 0xFFu;
 }
 
@@ -24,7 +27,7 @@ float ByteComponent(std::uint32_t v, int shift)
     return static_cast<float>((v >> shift) & 0xFFu) * 0.003921569f;
 }
 
-}  // namespace
+} // namespace
 
 std::uint32_t CColour::toPackedABGR() const
 {
@@ -86,7 +89,8 @@ void CColour::toHueSaturationBrightness(float& hue, float& saturation, float& br
     brightness = vMax;
     hue = 0.0f;
 
-    if (FloatEquals(delta, 0.0f, 1e-6f)) {
+    if (FloatEquals(delta, 0.0f, 1e-6f))
+    {
         // Grey: hue and saturation have no meaning.
         hue = 0.0f;
         saturation = 0.0f;
@@ -106,34 +110,44 @@ void CColour::toHueSaturationBrightness(float& hue, float& saturation, float& br
     else if (FloatEquals(b, brightness, 1.1920929e-7f))
         hue = shareG + 0.6666667f - shareR;
 
-    if (hue < 0.0f) hue += 1.0f;
-    if (hue > 1.0f) hue -= 1.0f;
+    if (hue < 0.0f)
+        hue += 1.0f;
+    if (hue > 1.0f)
+        hue -= 1.0f;
 }
 
 void CColour::fromHueSaturationBrightness(float hue, float saturation, float brightness)
 {
-    if (brightness >= 1.0f) brightness = 1.0f;
-    if (brightness <= 0.0f) {
+    if (brightness >= 1.0f)
+        brightness = 1.0f;
+    if (brightness <= 0.0f)
+    {
         r = g = b = 0.0f;
         return;
     }
-    if (saturation < 0.0f) saturation = 0.0f;
-    if (saturation > 1.0f) saturation = 1.0f;
-    if (saturation == 0.0f) {
+    if (saturation < 0.0f)
+        saturation = 0.0f;
+    if (saturation > 1.0f)
+        saturation = 1.0f;
+    if (saturation == 0.0f)
+    {
         r = g = b = brightness;
         return;
     }
 
     if (hue > 1.0f)
         hue -= std::trunc(hue);
-    else if (hue < 0.0f) {
+    else if (hue < 0.0f)
+    {
         hue += 1.0f;
         // Below -1 one turn is not enough: keep only the fraction of a turn.
-        if (hue < 0.0f) hue -= std::floor(hue);
+        if (hue < 0.0f)
+            hue -= std::floor(hue);
     }
     hue *= 6.0f;
     // 6 is the start of the wheel again; a NaN hue also lands on sector 0.
-    if (!(hue < 6.0f && hue >= 0.0f)) hue = 0.0f;
+    if (!(hue < 6.0f && hue >= 0.0f))
+        hue = 0.0f;
 
     const int sector = static_cast<int>(hue);
     const float fraction = hue - static_cast<float>(sector);
@@ -141,14 +155,39 @@ void CColour::fromHueSaturationBrightness(float hue, float saturation, float bri
     const float q = (1.0f - fraction * saturation) * brightness;
     const float t = (1.0f - (1.0f - fraction) * saturation) * brightness;
     const float v = brightness;
-    switch (sector) {
-    case 0: r = v; g = t; b = p; break;
-    case 1: r = q; g = v; b = p; break;
-    case 2: r = p; g = v; b = t; break;
-    case 3: r = p; g = q; b = v; break;
-    case 4: r = t; g = p; b = v; break;
-    default: r = v; g = p; b = q; break;
+    switch (sector)
+    {
+    case 0:
+        r = v;
+        g = t;
+        b = p;
+        break;
+    case 1:
+        r = q;
+        g = v;
+        b = p;
+        break;
+    case 2:
+        r = p;
+        g = v;
+        b = t;
+        break;
+    case 3:
+        r = p;
+        g = q;
+        b = v;
+        break;
+    case 4:
+        r = t;
+        g = p;
+        b = v;
+        break;
+    default:
+        r = v;
+        g = p;
+        b = q;
+        break;
     }
 }
 
-}  // namespace kv
+} // namespace kv

@@ -7,18 +7,19 @@
 #include "geometry/ScalarMath.h"
 #include "geometry/Triangle.h"
 
-namespace kv {
+namespace kv
+{
 
-namespace {
+namespace
+{
 
 constexpr float kFloatEpsilon = 1.1920929e-7f;
 constexpr float kFloatMax = 3.4028235e38f;
 
-}  // namespace
+} // namespace
 
-bool IntersectRayOrientedBox(const Ray& ray, const Vector3& centre, const Vector3& axis0,
-                             const Vector3& axis1, const Vector3& axis2, float half0, float half1,
-                             float half2, float& t)
+bool IntersectRayOrientedBox(const Ray& ray, const Vector3& centre, const Vector3& axis0, const Vector3& axis1,
+                             const Vector3& axis2, float half0, float half1, float half2, float& t)
 {
     float tMin = 0.0f;
     float tMax = kFloatMax;
@@ -27,26 +28,34 @@ bool IntersectRayOrientedBox(const Ray& ray, const Vector3& centre, const Vector
     const Vector3* axes[3] = {&axis0, &axis1, &axis2};
     const float halves[3] = {half0, half1, half2};
 
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3; ++i)
+    {
         const Vector3& a = *axes[i];
         const float h = halves[i];
         const float e = a.Dot(ray.direction);
         // How far the origin lies inside the low and the high face of this slab.
         const float low = -a.Dot(diff - a * h);
         const float high = a.Dot(diff + a * h);
-        if (std::fabs(e) < 1e-5f) {
+        if (std::fabs(e) < 1e-5f)
+        {
             // Parallel to the slab: it either runs within it or never meets it.
-            if (low < 0.0f || high < 0.0f) return false;
+            if (low < 0.0f || high < 0.0f)
+                return false;
             continue;
         }
-        if (low < 0.0f || high < 0.0f) inside = false;
+        if (low < 0.0f || high < 0.0f)
+            inside = false;
         const float r = 1.0f / e;
         float t0 = r * high;
         float t1 = -(r * low);
-        if (t0 > t1) std::swap(t0, t1);
-        if (t0 >= tMin) tMin = t0;
-        if (t1 <= tMax) tMax = t1;
-        if (tMin > tMax) return false;
+        if (t0 > t1)
+            std::swap(t0, t1);
+        if (t0 >= tMin)
+            tMin = t0;
+        if (t1 <= tMax)
+            tMax = t1;
+        if (tMin > tMax)
+            return false;
     }
     t = inside ? tMax : tMin;
     return true;
@@ -54,8 +63,10 @@ bool IntersectRayOrientedBox(const Ray& ray, const Vector3& centre, const Vector
 
 RayHit IntersectRayBox(const Ray& ray, const BoundingBox& box)
 {
-    if (box.IsNull()) return RayHit(false, 0.0f);
-    if (box.IsInfinite()) return RayHit(true, 0.0f);
+    if (box.IsNull())
+        return RayHit(false, 0.0f);
+    if (box.IsInfinite())
+        return RayHit(true, 0.0f);
 
     const Vector3& o = ray.origin;
     const Vector3& d = ray.direction;
@@ -66,19 +77,23 @@ RayHit IntersectRayBox(const Ray& ray, const BoundingBox& box)
 
     RayHit result;
     // Faces in the order x min, x max, y min, y max, z min, z max; a tie keeps the earlier.
-    for (int axis = 0; axis < 3; ++axis) {
+    for (int axis = 0; axis < 3; ++axis)
+    {
         const int u = (axis + 1) % 3;
         const int v = (axis + 2) % 3;
-        for (int side = 0; side < 2; ++side) {
+        for (int side = 0; side < 2; ++side)
+        {
             const float face = side == 0 ? mn[axis] : mx[axis];
-            const bool faces = side == 0 ? (o[axis] <= face && d[axis] > 0.0f)
-                                         : (o[axis] >= face && d[axis] < 0.0f);
-            if (!faces) continue;
+            const bool faces = side == 0 ? (o[axis] <= face && d[axis] > 0.0f) : (o[axis] >= face && d[axis] < 0.0f);
+            if (!faces)
+                continue;
             const float t = (face - o[axis]) / d[axis];
-            if (!(t >= 0.0f)) continue;
+            if (!(t >= 0.0f))
+                continue;
             const Vector3 hit = o + d * t;
             if (hit[u] >= mn[u] && hit[u] <= mx[u] && hit[v] >= mn[v] && hit[v] <= mx[v] &&
-                (!result.hit || t < result.distance)) {
+                (!result.hit || t < result.distance))
+            {
                 result.hit = true;
                 result.distance = t;
             }
@@ -89,10 +104,14 @@ RayHit IntersectRayBox(const Ray& ray, const BoundingBox& box)
 
 bool IntersectRayBoxInterval(const Ray& ray, const BoundingBox& box, float* d1, float* d2)
 {
-    if (box.IsNull()) return false;
-    if (box.IsInfinite()) {
-        if (d1) *d1 = 0.0f;
-        if (d2) *d2 = std::numeric_limits<float>::infinity();
+    if (box.IsNull())
+        return false;
+    if (box.IsInfinite())
+    {
+        if (d1)
+            *d1 = 0.0f;
+        if (d2)
+            *d2 = std::numeric_limits<float>::infinity();
         return true;
     }
 
@@ -105,7 +124,8 @@ bool IntersectRayBoxInterval(const Ray& ray, const BoundingBox& box, float* d1, 
     // Clip against the axes in the order of decreasing |direction|: the steepest axis is
     // the one that can always be divided by.
     int largest = 0, middle = 1, smallest = 2;
-    if (ad[2] > ad[0]) std::swap(largest, smallest);
+    if (ad[2] > ad[0])
+        std::swap(largest, smallest);
     if (ad[smallest] > ad[middle])
         std::swap(middle, smallest);
     else if (ad[middle] > ad[largest])
@@ -116,39 +136,57 @@ bool IntersectRayBoxInterval(const Ray& ray, const BoundingBox& box, float* d1, 
     auto clip = [&](int i) {
         float a = (mn[i] - o[i]) / d[i];
         float b = (mx[i] - o[i]) / d[i];
-        if (a > b) std::swap(a, b);
-        if (a > end || b < start) return false;
-        if (a > start) start = a;
-        if (b < end) end = b;
+        if (a > b)
+            std::swap(a, b);
+        if (a > end || b < start)
+            return false;
+        if (a > start)
+            start = a;
+        if (b < end)
+            end = b;
         return true;
     };
     auto within = [&](int i) { return o[i] >= mn[i] && o[i] <= mx[i]; };
 
-    if (!clip(largest)) return false;
+    if (!clip(largest))
+        return false;
 
     bool middleClipped = false;
-    if (ad[middle] < kFloatEpsilon) {
-        if (!within(middle)) return false;
-    } else {
-        if (!clip(middle)) return false;
+    if (ad[middle] < kFloatEpsilon)
+    {
+        if (!within(middle))
+            return false;
+    }
+    else
+    {
+        if (!clip(middle))
+            return false;
         middleClipped = true;
     }
-    if (middleClipped && !(ad[smallest] < kFloatEpsilon)) {
-        if (!clip(smallest)) return false;
-    } else if (!within(smallest)) {
+    if (middleClipped && !(ad[smallest] < kFloatEpsilon))
+    {
+        if (!clip(smallest))
+            return false;
+    }
+    else if (!within(smallest))
+    {
         return false;
     }
 
-    if (d1) *d1 = start;
-    if (d2) *d2 = end;
+    if (d1)
+        *d1 = start;
+    if (d2)
+        *d2 = end;
     return true;
 }
 
-RayHit IntersectRayScaledOrientedBox(const Ray& ray, const BoundingBox& box, const Matrix4& transform,
-                                     float scaleX, float scaleY, float scaleZ)
+RayHit IntersectRayScaledOrientedBox(const Ray& ray, const BoundingBox& box, const Matrix4& transform, float scaleX,
+                                     float scaleY, float scaleZ)
 {
-    if (box.IsNull()) return RayHit(false, 0.0f);
-    if (box.IsInfinite()) return RayHit(true, 0.0f);
+    if (box.IsNull())
+        return RayHit(false, 0.0f);
+    if (box.IsInfinite())
+        return RayHit(true, 0.0f);
 
     const Vector3 lo = box.minimum * Vector3(scaleX, scaleY, scaleZ);
     const Vector3 hi = box.maximum * Vector3(scaleX, scaleY, scaleZ);
@@ -157,18 +195,26 @@ RayHit IntersectRayScaledOrientedBox(const Ray& ray, const BoundingBox& box, con
 
     float tMin = 0.0f;
     float tMax = kFloatMax;
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3; ++i)
+    {
         const Vector3 e(transform.m[0][i], transform.m[1][i], transform.m[2][i]);
         const float f = e.Dot(dir);
         const float s = e.Dot(delta);
-        if (std::fabs(f) > 0.001f) {
+        if (std::fabs(f) > 0.001f)
+        {
             float t1 = (lo[i] + s) / f;
             float t2 = (hi[i] + s) / f;
-            if (t1 > t2) std::swap(t1, t2);
-            if (t2 < tMax) tMax = t2;
-            if (t1 > tMin) tMin = t1;
-            if (tMin > tMax) return RayHit(false, 0.0f);
-        } else if (-s < lo[i] || -s > hi[i]) {
+            if (t1 > t2)
+                std::swap(t1, t2);
+            if (t2 < tMax)
+                tMax = t2;
+            if (t1 > tMin)
+                tMin = t1;
+            if (tMin > tMax)
+                return RayHit(false, 0.0f);
+        }
+        else if (-s < lo[i] || -s > hi[i])
+        {
             // Running along the slab from outside it.
             return RayHit(false, 0.0f);
         }
@@ -179,7 +225,8 @@ RayHit IntersectRayScaledOrientedBox(const Ray& ray, const BoundingBox& box, con
 RayHit IntersectRayPlane(const Ray& ray, const Plane& plane)
 {
     const float denom = plane.normal.Dot(ray.direction);
-    if (std::fabs(denom) < kFloatEpsilon) return RayHit(false, 0.0f);
+    if (std::fabs(denom) < kFloatEpsilon)
+        return RayHit(false, 0.0f);
     const float t = -(plane.normal.Dot(ray.origin) + plane.d) / denom;
     // A plane behind the origin: the (negative) distance is still reported.
     return RayHit(t >= 0.0f, t);
@@ -193,29 +240,39 @@ RayHit IntersectRayPlanes(const Ray& ray, const std::vector<Plane>& planes, bool
     float exit = 0.0f;
     RayHit result(false, 0.0f);
 
-    for (const Plane& plane : planes) {
+    for (const Plane& plane : planes)
+    {
         const RayHit hit = IntersectRayPlane(ray, plane);
-        if (plane.Side(ray.origin) == outside) {
+        if (plane.Side(ray.origin) == outside)
+        {
             allInside = false;
-            if (!hit.hit) return RayHit(false, 0.0f);
+            if (!hit.hit)
+                return RayHit(false, 0.0f);
             // Entering the volume: the last entry counts.
             result.hit = true;
-            if (hit.distance > result.distance) result.distance = hit.distance;
-        } else if (hit.hit) {
+            if (hit.distance > result.distance)
+                result.distance = hit.distance;
+        }
+        else if (hit.hit)
+        {
             // Leaving it: the first exit counts.
-            if (!exitFound || hit.distance < exit) exit = hit.distance;
+            if (!exitFound || hit.distance < exit)
+                exit = hit.distance;
             exitFound = true;
         }
     }
-    if (allInside) return RayHit(true, 0.0f);
-    if (exitFound && result.distance > exit) result.hit = false;
+    if (allInside)
+        return RayHit(true, 0.0f);
+    if (exitFound && result.distance > exit)
+        result.hit = false;
     return result;
 }
 
 RayHit IntersectRayPlanes(const Ray& ray, const Plane* planes, int count, bool normalIsOutside)
 {
     std::vector<Plane> list;
-    if (planes && count > 0) list.assign(planes, planes + count);
+    if (planes && count > 0)
+        list.assign(planes, planes + count);
     return IntersectRayPlanes(ray, list, normalIsOutside);
 }
 
@@ -223,41 +280,56 @@ RayHit IntersectRaySphere(const Ray& ray, const BoundingSphere& sphere, bool dis
 {
     const Vector3 oc = ray.origin - sphere.centre;
     const float r = sphere.radius;
-    if (discardInside && r * r >= oc.SquaredLength()) return RayHit(true, 0.0f);
+    if (discardInside && r * r >= oc.SquaredLength())
+        return RayHit(true, 0.0f);
 
     const float a = ray.direction.Dot(ray.direction);
     const float b = 2.0f * ray.direction.Dot(oc);
     const float c = oc.SquaredLength() - r * r;
     const float disc = b * b - 4.0f * a * c;
-    if (disc < 0.0f) return RayHit(false, 0.0f);
+    if (disc < 0.0f)
+        return RayHit(false, 0.0f);
 
     const float root = std::sqrt(disc);
     float t = (-b - root) / (2.0f * a);
-    if (t < 0.0f) t = (-b + root) / (2.0f * a);
+    if (t < 0.0f)
+        t = (-b + root) / (2.0f * a);
     return RayHit(true, t);
 }
 
-RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, const Vector3& c,
-                            const Vector3& normal, bool positiveSide, bool negativeSide)
+RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, const Vector3& c, const Vector3& normal,
+                            bool positiveSide, bool negativeSide)
 {
     const float denom = normal.Dot(ray.direction);
-    if (denom > kFloatEpsilon) {
-        if (!negativeSide) return RayHit(false, 0.0f);
-    } else if (denom < -kFloatEpsilon) {
-        if (!positiveSide) return RayHit(false, 0.0f);
-    } else {
+    if (denom > kFloatEpsilon)
+    {
+        if (!negativeSide)
+            return RayHit(false, 0.0f);
+    }
+    else if (denom < -kFloatEpsilon)
+    {
+        if (!positiveSide)
+            return RayHit(false, 0.0f);
+    }
+    else
+    {
         return RayHit(false, 0.0f);
     }
 
     const float t = normal.Dot(a - ray.origin) / denom;
-    if (t < 0.0f) return RayHit(false, 0.0f);
+    if (t < 0.0f)
+        return RayHit(false, 0.0f);
 
     // Project onto the two axes on which the triangle shows its largest area.
     const float nx = std::fabs(normal.x), ny = std::fabs(normal.y), nz = std::fabs(normal.z);
     int i0 = 1, i1 = 2;
-    if (ny > nz) {
-        if (ny > nx) i0 = 0;
-    } else if (nz > nx) {
+    if (ny > nz)
+    {
+        if (ny > nx)
+            i0 = 0;
+    }
+    else if (nz > nx)
+    {
         i1 = 0;
     }
 
@@ -277,23 +349,29 @@ RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, 
     return inside ? RayHit(true, t) : RayHit(false, 0.0f);
 }
 
-RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, const Vector3& c,
-                            bool positiveSide, bool negativeSide)
+RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, const Vector3& c, bool positiveSide,
+                            bool negativeSide)
 {
     return IntersectRayTriangle(ray, a, b, c, TriangleNormalRaw(a, b, c), positiveSide, negativeSide);
 }
 
 bool SphereTouchesBox(const BoundingSphere& sphere, const BoundingBox& box)
 {
-    if (box.IsNull()) return false;
-    if (box.IsInfinite()) return true;
+    if (box.IsNull())
+        return false;
+    if (box.IsInfinite())
+        return true;
     float sum = 0.0f;
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3; ++i)
+    {
         const float c = sphere.centre[i];
-        if (c < box.minimum[i]) {
+        if (c < box.minimum[i])
+        {
             const float s = c - box.minimum[i];
             sum += s * s;
-        } else if (c > box.maximum[i]) {
+        }
+        else if (c > box.maximum[i])
+        {
             const float s = c - box.maximum[i];
             sum += s * s;
         }
@@ -313,22 +391,29 @@ bool PlaneCutsBox(const Plane& plane, const BoundingBox& box)
 
 bool PointInPolygon2D(const Vector3* vertices, int count, const Vector2& point)
 {
-    if (!vertices || count < 1) return false;
+    if (!vertices || count < 1)
+        return false;
     bool inside = false;
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < count; ++i)
+    {
         const Vector3& p0 = vertices[i];
         const Vector3& p1 = vertices[(i + 1) % count];
         const float yLow = std::fmin(p0.y, p1.y);
         const float yHigh = std::fmax(p0.y, p1.y);
         const float xHigh = std::fmax(p0.x, p1.x);
-        if (point.y > yLow && yHigh >= point.y && xHigh >= point.x && p0.y != p1.y) {
+        if (point.y > yLow && yHigh >= point.y && xHigh >= point.x && p0.y != p1.y)
+        {
             // A crossing to the right of the point, on a half-open span of heights so that
             // a vertex is not counted twice.
-            if (p0.x == p1.x) {
+            if (p0.x == p1.x)
+            {
                 inside = !inside;
-            } else {
+            }
+            else
+            {
                 const float xCross = (point.y - p0.y) * (p1.x - p0.x) / (p1.y - p0.y) + p0.x;
-                if (xCross >= point.x) inside = !inside;
+                if (xCross >= point.x)
+                    inside = !inside;
             }
         }
     }
@@ -337,25 +422,30 @@ bool PointInPolygon2D(const Vector3* vertices, int count, const Vector2& point)
 
 bool CircleTouchesPolygon2D(const Vector3* vertices, int count, const Circle& circle)
 {
-    if (!vertices || count < 1) return false;
-    for (int i = 0; i < count; ++i) {
+    if (!vertices || count < 1)
+        return false;
+    for (int i = 0; i < count; ++i)
+    {
         const Vector3& p0 = vertices[i];
         const Vector3& p1 = vertices[(i + 1) % count];
         float ex = p1.x - p0.x, ey = p1.y - p0.y;
         const float length = std::sqrt(ex * ex + ey * ey);
-        if (length > 1e-8f) {
+        if (length > 1e-8f)
+        {
             ex /= length;
             ey /= length;
         }
         const float wx = p0.x - circle.x, wy = p0.y - circle.y;
         const float along = wx * ex + wy * ey;
         // The squared distance of the centre from the edge's line is w.w - along^2.
-        if (along * along >= wx * wx + wy * wy - circle.radius * circle.radius) return true;
+        if (along * along >= wx * wx + wy * wy - circle.radius * circle.radius)
+            return true;
     }
     return false;
 }
 
-namespace {
+namespace
+{
 
 // The sign tests shared by the 2D and 3D point-in-triangle forms; values within 0.001 of
 // zero put the point on that edge.
@@ -364,9 +454,12 @@ bool InsideBySigns(float c0, float c1, float c2)
     const bool zero0 = FloatEquals(c0, 0.0f, 0.001f);
     const bool zero1 = FloatEquals(c1, 0.0f, 0.001f);
     const bool zero2 = FloatEquals(c2, 0.0f, 0.001f);
-    if (!zero0 && !zero1 && Sign(c0) != Sign(c1)) return false;
-    if (!zero0 && !zero2 && Sign(c0) != Sign(c2)) return false;
-    if (zero1 || zero2) return true;
+    if (!zero0 && !zero1 && Sign(c0) != Sign(c1))
+        return false;
+    if (!zero0 && !zero2 && Sign(c0) != Sign(c2))
+        return false;
+    if (zero1 || zero2)
+        return true;
     return Sign(c1) == Sign(c2);
 }
 
@@ -375,15 +468,14 @@ float Cross2D(const Vector2& start, const Vector2& end, const Vector2& p)
     return (end.x - start.x) * (p.y - start.y) - (end.y - start.y) * (p.x - start.x);
 }
 
-}  // namespace
+} // namespace
 
 bool PointInTriangle2D(const Vector2& p, const Vector2& a, const Vector2& b, const Vector2& c)
 {
     return InsideBySigns(Cross2D(a, b, p), Cross2D(b, c, p), Cross2D(c, a, p));
 }
 
-bool PointInTriangle3D(const Vector3& p, const Vector3& a, const Vector3& b, const Vector3& c,
-                       const Vector3& normal)
+bool PointInTriangle3D(const Vector3& p, const Vector3& a, const Vector3& b, const Vector3& c, const Vector3& normal)
 {
     const float c0 = (b - a).Cross(p - a).Dot(normal);
     const float c1 = (c - b).Cross(p - b).Dot(normal);
@@ -404,7 +496,8 @@ bool RayPassesNearSegment(const Ray& ray, const Vector3& p0, const Vector3& p1, 
     const Vector3 n = ray.direction.Cross(e);
     const float nn = n.Dot(n);
     // Parallel lines have no single closest pair.
-    if (FloatEquals(nn, 0.0f, kFloatEpsilon)) return false;
+    if (FloatEquals(nn, 0.0f, kFloatEpsilon))
+        return false;
 
     const float t = (p0 - ray.origin).Cross(e).Dot(n) / nn;
     const Vector3 onRay = t <= 0.0f ? ray.origin : ray.origin + ray.direction * t;
@@ -421,4 +514,4 @@ bool RayPassesNearSegment(const Ray& ray, const Vector3& p0, const Vector3& p1, 
     return !((onRay - onSegment).Length() > radius);
 }
 
-}  // namespace kv
+} // namespace kv

@@ -4,7 +4,8 @@
 
 #include "geometry/ScalarMath.h"
 
-namespace kv {
+namespace kv
+{
 
 const Matrix3 Matrix3::IDENTITY(1, 0, 0, 0, 1, 0, 0, 0, 1);
 const Matrix3 Matrix3::ZERO(0, 0, 0, 0, 0, 0, 0, 0, 0);
@@ -13,7 +14,8 @@ bool Matrix3::operator==(const Matrix3& o) const
 {
     for (int r = 0; r < 3; ++r)
         for (int c = 0; c < 3; ++c)
-            if (m[r][c] != o.m[r][c]) return false;
+            if (m[r][c] != o.m[r][c])
+                return false;
     return true;
 }
 
@@ -30,7 +32,8 @@ Matrix3 Matrix3::operator+(const Matrix3& o) const
 {
     Matrix3 s;
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) s.m[r][c] = m[r][c] + o.m[r][c];
+        for (int c = 0; c < 3; ++c)
+            s.m[r][c] = m[r][c] + o.m[r][c];
     return s;
 }
 
@@ -38,7 +41,8 @@ Matrix3 Matrix3::operator-(const Matrix3& o) const
 {
     Matrix3 s;
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) s.m[r][c] = m[r][c] - o.m[r][c];
+        for (int c = 0; c < 3; ++c)
+            s.m[r][c] = m[r][c] - o.m[r][c];
     return s;
 }
 
@@ -46,7 +50,8 @@ Matrix3 Matrix3::operator-() const
 {
     Matrix3 s;
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) s.m[r][c] = -m[r][c];
+        for (int c = 0; c < 3; ++c)
+            s.m[r][c] = -m[r][c];
     return s;
 }
 
@@ -54,14 +59,14 @@ Matrix3 Matrix3::operator*(float k) const
 {
     Matrix3 s;
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) s.m[r][c] = m[r][c] * k;
+        for (int c = 0; c < 3; ++c)
+            s.m[r][c] = m[r][c] * k;
     return s;
 }
 
 Vector3 Matrix3::operator*(const Vector3& v) const
 {
-    return Vector3(m[0][0] * v.x + m[0][1] * v.y + m[0][2] * v.z,
-                   m[1][0] * v.x + m[1][1] * v.y + m[1][2] * v.z,
+    return Vector3(m[0][0] * v.x + m[0][1] * v.y + m[0][2] * v.z, m[1][0] * v.x + m[1][1] * v.y + m[1][2] * v.z,
                    m[2][0] * v.x + m[2][1] * v.y + m[2][2] * v.z);
 }
 
@@ -76,7 +81,8 @@ Matrix3 Matrix3::Transpose() const
 {
     Matrix3 t;
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) t.m[r][c] = m[c][r];
+        for (int c = 0; c < 3; ++c)
+            t.m[r][c] = m[c][r];
     return t;
 }
 
@@ -90,7 +96,8 @@ void Matrix3::FromColumns(const Vector3& c0, const Vector3& c1, const Vector3& c
 void Matrix3::TensorProduct(const Vector3& u, const Vector3& v)
 {
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) m[r][c] = u[r] * v[c];
+        for (int c = 0; c < 3; ++c)
+            m[r][c] = u[r] * v[c];
 }
 
 float Matrix3::Determinant() const
@@ -115,11 +122,13 @@ bool Matrix3::Inverse(Matrix3& result, float tolerance) const
     result.m[2][2] = m[0][0] * m[1][1] - m[0][1] * m[1][0];
 
     const float det = m[0][0] * result.m[0][0] + m[0][1] * result.m[1][0] + m[0][2] * result.m[2][0];
-    if (tolerance >= std::fabs(det)) return false;
+    if (tolerance >= std::fabs(det))
+        return false;
 
     const float invDet = 1.0f / det;
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) result.m[r][c] *= invDet;
+        for (int c = 0; c < 3; ++c)
+            result.m[r][c] *= invDet;
     return true;
 }
 
@@ -151,28 +160,35 @@ void Matrix3::ToAngleAxis(Vector3& axis, float& angle) const
 {
     const float trace = m[0][0] + m[1][1] + m[2][2];
     angle = SafeAcos((trace - 1.0f) * 0.5f);
-    if (!(angle > 0.0f)) {
+    if (!(angle > 0.0f))
+    {
         // No rotation: any axis will do.
         axis = Vector3(1.0f, 0.0f, 0.0f);
         return;
     }
-    if (angle < PI) {
+    if (angle < PI)
+    {
         axis = Vector3(m[2][1] - m[1][2], m[0][2] - m[2][0], m[1][0] - m[0][1]);
         axis.Normalise();
         return;
     }
     // A half turn: the skew part vanishes, the axis comes from the symmetric part.
-    if (m[0][0] >= m[1][1] && m[0][0] >= m[2][2]) {
+    if (m[0][0] >= m[1][1] && m[0][0] >= m[2][2])
+    {
         axis.x = 0.5f * std::sqrt(m[0][0] - m[1][1] - m[2][2] + 1.0f);
         const float half = 0.5f / axis.x;
         axis.y = m[0][1] * half;
         axis.z = m[0][2] * half;
-    } else if (m[1][1] >= m[2][2]) {
+    }
+    else if (m[1][1] >= m[2][2])
+    {
         axis.y = 0.5f * std::sqrt(m[1][1] - m[0][0] - m[2][2] + 1.0f);
         const float half = 0.5f / axis.y;
         axis.x = m[0][1] * half;
         axis.z = m[1][2] * half;
-    } else {
+    }
+    else
+    {
         axis.z = 0.5f * std::sqrt(m[2][2] - m[0][0] - m[1][1] + 1.0f);
         const float half = 0.5f / axis.z;
         axis.x = m[0][2] * half;
@@ -180,7 +196,8 @@ void Matrix3::ToAngleAxis(Vector3& axis, float& angle) const
     }
 }
 
-namespace {
+namespace
+{
 
 Matrix3 RotX(float a)
 {
@@ -202,32 +219,54 @@ Matrix3 RotZ(float a)
 
 // One Euler split: b from the middle element, a and c from their pairs; at the poles a
 // takes the fallback pair and c is 0.
-bool SplitEuler(float middle, float first0, float first1, float last0, float last1, float fall0,
-                float fall1, float& a, float& b, float& c)
+bool SplitEuler(float middle, float first0, float first1, float last0, float last1, float fall0, float fall1, float& a,
+                float& b, float& c)
 {
     b = SafeAsin(middle);
-    if (b < HALF_PI) {
-        if (b > -HALF_PI) {
+    if (b < HALF_PI)
+    {
+        if (b > -HALF_PI)
+        {
             a = std::atan2(first0, first1);
             c = std::atan2(last0, last1);
             return true;
         }
         a = -std::atan2(fall0, fall1);
-    } else {
+    }
+    else
+    {
         a = std::atan2(fall0, fall1);
     }
     c = 0.0f;
     return false;
 }
 
-}  // namespace
+} // namespace
 
-void Matrix3::FromEulerXYZ(float a, float b, float c) { *this = RotX(a) * (RotY(b) * RotZ(c)); }
-void Matrix3::FromEulerXZY(float a, float b, float c) { *this = RotX(a) * (RotZ(b) * RotY(c)); }
-void Matrix3::FromEulerYXZ(float a, float b, float c) { *this = RotY(a) * (RotX(b) * RotZ(c)); }
-void Matrix3::FromEulerYZX(float a, float b, float c) { *this = RotY(a) * (RotZ(b) * RotX(c)); }
-void Matrix3::FromEulerZXY(float a, float b, float c) { *this = RotZ(a) * (RotX(b) * RotY(c)); }
-void Matrix3::FromEulerZYX(float a, float b, float c) { *this = RotZ(a) * (RotY(b) * RotX(c)); }
+void Matrix3::FromEulerXYZ(float a, float b, float c)
+{
+    *this = RotX(a) * (RotY(b) * RotZ(c));
+}
+void Matrix3::FromEulerXZY(float a, float b, float c)
+{
+    *this = RotX(a) * (RotZ(b) * RotY(c));
+}
+void Matrix3::FromEulerYXZ(float a, float b, float c)
+{
+    *this = RotY(a) * (RotX(b) * RotZ(c));
+}
+void Matrix3::FromEulerYZX(float a, float b, float c)
+{
+    *this = RotY(a) * (RotZ(b) * RotX(c));
+}
+void Matrix3::FromEulerZXY(float a, float b, float c)
+{
+    *this = RotZ(a) * (RotX(b) * RotY(c));
+}
+void Matrix3::FromEulerZYX(float a, float b, float c)
+{
+    *this = RotZ(a) * (RotY(b) * RotX(c));
+}
 
 bool Matrix3::ToEulerXYZ(float& a, float& b, float& c) const
 {
@@ -259,7 +298,8 @@ bool Matrix3::ToEulerZYX(float& a, float& b, float& c) const
     return SplitEuler(-m[2][0], m[1][0], m[0][0], m[2][1], m[2][2], -m[0][1], m[0][2], a, b, c);
 }
 
-namespace {
+namespace
+{
 
 // Gram-Schmidt on the columns of src into dst, each column scaled by scale(length^2).
 template <typename Scale>
@@ -267,22 +307,27 @@ void GramSchmidt(const Matrix3& src, Matrix3& dst, Scale scale)
 {
     dst = src;
     float inv = scale(dst.m[0][0] * dst.m[0][0] + dst.m[1][0] * dst.m[1][0] + dst.m[2][0] * dst.m[2][0]);
-    for (int r = 0; r < 3; ++r) dst.m[r][0] *= inv;
+    for (int r = 0; r < 3; ++r)
+        dst.m[r][0] *= inv;
 
     const float dot0 = dst.m[0][0] * dst.m[0][1] + dst.m[1][0] * dst.m[1][1] + dst.m[2][0] * dst.m[2][1];
-    for (int r = 0; r < 3; ++r) dst.m[r][1] -= dot0 * dst.m[r][0];
+    for (int r = 0; r < 3; ++r)
+        dst.m[r][1] -= dot0 * dst.m[r][0];
     inv = scale(dst.m[0][1] * dst.m[0][1] + dst.m[1][1] * dst.m[1][1] + dst.m[2][1] * dst.m[2][1]);
-    for (int r = 0; r < 3; ++r) dst.m[r][1] *= inv;
+    for (int r = 0; r < 3; ++r)
+        dst.m[r][1] *= inv;
 
     // Both projections are taken from column 2 as it stood.
     const float dot1 = dst.m[0][0] * dst.m[0][2] + dst.m[1][0] * dst.m[1][2] + dst.m[2][0] * dst.m[2][2];
     const float dot2 = dst.m[0][1] * dst.m[0][2] + dst.m[1][1] * dst.m[1][2] + dst.m[2][1] * dst.m[2][2];
-    for (int r = 0; r < 3; ++r) dst.m[r][2] -= dot1 * dst.m[r][0] + dot2 * dst.m[r][1];
+    for (int r = 0; r < 3; ++r)
+        dst.m[r][2] -= dot1 * dst.m[r][0] + dot2 * dst.m[r][1];
     inv = scale(dst.m[0][2] * dst.m[0][2] + dst.m[1][2] * dst.m[1][2] + dst.m[2][2] * dst.m[2][2]);
-    for (int r = 0; r < 3; ++r) dst.m[r][2] *= inv;
+    for (int r = 0; r < 3; ++r)
+        dst.m[r][2] *= inv;
 }
 
-}  // namespace
+} // namespace
 
 void Matrix3::Orthonormalise()
 {
@@ -297,7 +342,8 @@ void Matrix3::DecomposeQDU(Matrix3& q, Vector3& d, Vector3& u) const
     GramSchmidt(*this, q, SafeInverseSqrt);
 
     // Keep q a rotation; the reflection moves into d's signs.
-    if (q.Determinant() < 0.0f) q = -q;
+    if (q.Determinant() < 0.0f)
+        q = -q;
 
     // R = q^T * this is upper triangular; only its upper part is read.
     float r[3][3];
@@ -311,7 +357,8 @@ void Matrix3::DecomposeQDU(Matrix3& q, Vector3& d, Vector3& u) const
 
 Matrix3 Matrix3::MultiplyUnitUpper(float p0, float p1, float p2)
 {
-    for (int row = 0; row < 3; ++row) {
+    for (int row = 0; row < 3; ++row)
+    {
         const float a = m[row][0], b = m[row][1], c = m[row][2];
         m[row][1] = b + a * p0;
         m[row][2] = c + a * p1 + b * p2;
@@ -323,16 +370,19 @@ void Matrix3::SingularValueComposition(const Matrix3& left, const Vector3& value
 {
     Matrix3 scaled;
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) scaled.m[r][c] = values[r] * right.m[r][c];
+        for (int c = 0; c < 3; ++c)
+            scaled.m[r][c] = values[r] * right.m[r][c];
     *this = left * scaled;
 }
 
-namespace {
+namespace
+{
 
 // p' = cos p - sin q, q' = sin p + cos q along two rows or two columns.
 void RotateRows(Matrix3& a, int p, int q, float cs, float sn)
 {
-    for (int c = 0; c < 3; ++c) {
+    for (int c = 0; c < 3; ++c)
+    {
         const float vp = a.m[p][c], vq = a.m[q][c];
         a.m[p][c] = cs * vp - sn * vq;
         a.m[q][c] = sn * vp + cs * vq;
@@ -341,7 +391,8 @@ void RotateRows(Matrix3& a, int p, int q, float cs, float sn)
 
 void RotateColumns(Matrix3& a, int p, int q, float cs, float sn)
 {
-    for (int r = 0; r < 3; ++r) {
+    for (int r = 0; r < 3; ++r)
+    {
         const float vp = a.m[r][p], vq = a.m[r][q];
         a.m[r][p] = cs * vp - sn * vq;
         a.m[r][q] = sn * vp + cs * vq;
@@ -353,22 +404,26 @@ void RotateColumns(Matrix3& a, int p, int q, float cs, float sn)
 bool Householder(const float* x, int count, int first, Matrix3& h)
 {
     float norm2 = 0.0f;
-    for (int i = 0; i < count; ++i) norm2 += x[i] * x[i];
+    for (int i = 0; i < count; ++i)
+        norm2 += x[i] * x[i];
     const float norm = std::sqrt(norm2);
     h = Matrix3::IDENTITY;
-    if (!(norm > 0.0f)) return false;
+    if (!(norm > 0.0f))
+        return false;
 
     const float sign = x[0] > 0.0f ? 1.0f : -1.0f;
     const float inv = 1.0f / (x[0] + sign * norm);
     float v[3] = {1.0f, 0.0f, 0.0f};
     float vv = 1.0f;
-    for (int i = 1; i < count; ++i) {
+    for (int i = 1; i < count; ++i)
+    {
         v[i] = x[i] * inv;
         vv += v[i] * v[i];
     }
     const float factor = -2.0f / vv;
     for (int r = 0; r < count; ++r)
-        for (int c = 0; c < count; ++c) h.m[first + r][first + c] += factor * v[r] * v[c];
+        for (int c = 0; c < count; ++c)
+            h.m[first + r][first + c] += factor * v[r] * v[c];
     return true;
 }
 
@@ -386,7 +441,8 @@ void Bidiagonalise(Matrix3& a, Matrix3& left, Matrix3& right)
     a = a * h;
 
     const float col1[2] = {a.m[1][1], a.m[2][1]};
-    if (Householder(col1, 2, 1, h)) {
+    if (Householder(col1, 2, 1, h))
+    {
         left = left * h;
         a = h * a;
     }
@@ -433,7 +489,7 @@ void GolubKahanStep(Matrix3& a, Matrix3& left, Matrix3& right)
     RotateColumns(left, 1, 2, cs, sn);
 }
 
-}  // namespace
+} // namespace
 
 void Matrix3::SingularValueDecomposition(Matrix3& left, Vector3& values, Matrix3& right) const
 {
@@ -441,17 +497,20 @@ void Matrix3::SingularValueDecomposition(Matrix3& left, Vector3& values, Matrix3
     Bidiagonalise(a, left, right);
 
     const float epsilon = 0.0001f;
-    for (int pass = 0; pass < 32; ++pass) {
+    for (int pass = 0; pass < 32; ++pass)
+    {
         const float a00 = a.m[0][0], a01 = a.m[0][1], a11 = a.m[1][1];
         const float a12 = a.m[1][2], a22 = a.m[2][2];
         const bool test1 = std::fabs(a01) <= epsilon * (std::fabs(a00) + std::fabs(a11));
         const bool test2 = std::fabs(a12) <= epsilon * (std::fabs(a11) + std::fabs(a22));
 
-        if (test1 && test2) {
+        if (test1 && test2)
+        {
             values = Vector3(a00, a11, a22);
             break;
         }
-        if (test1) {
+        if (test1)
+        {
             // a01 is negligible: diagonalise the lower 2x2 block in closed form.
             const float k = (a11 * a11 - a22 * a22 + a12 * a12) / (a12 * a22);
             const float tan0 = 0.5f * (k + std::sqrt(k * k + 4.0f));
@@ -466,7 +525,8 @@ void Matrix3::SingularValueDecomposition(Matrix3& left, Vector3& values, Matrix3
                              sin0 * sin1 * a11 + cos1 * (sin0 * a12 + cos0 * a22));
             break;
         }
-        if (test2) {
+        if (test2)
+        {
             // a12 is negligible: the upper 2x2 block likewise. The same quadratic as
             // above with (a00, a01, a11) in the places of (a11, a12, a22): its root makes
             // the rotated block's lower-left entry vanish.
@@ -487,46 +547,60 @@ void Matrix3::SingularValueDecomposition(Matrix3& left, Vector3& values, Matrix3
     }
 
     // Singular values are non-negative: move each sign into its row of right.
-    for (int i = 0; i < 3; ++i) {
-        if (values[i] < 0.0f) {
+    for (int i = 0; i < 3; ++i)
+    {
+        if (values[i] < 0.0f)
+        {
             values[i] = -values[i];
-            for (int c = 0; c < 3; ++c) right.m[i][c] = -right.m[i][c];
+            for (int c = 0; c < 3; ++c)
+                right.m[i][c] = -right.m[i][c];
         }
     }
 }
 
-namespace {
+namespace
+{
 
 // Implicit-shift QL on the symmetric tridiagonal (diag, sub), sub[i] coupling diag[i] and
 // diag[i + 1]; rotations accumulate into the columns of rot. False when an entry needs
 // more than 32 sweeps.
 bool QLAlgorithm(float diag[3], float sub[3], Matrix3& rot)
 {
-    for (int l = 0; l < 3; ++l) {
+    for (int l = 0; l < 3; ++l)
+    {
         int sweep = 0;
-        for (;;) {
+        for (;;)
+        {
             int mm = l;
-            for (; mm < 2; ++mm) {
+            for (; mm < 2; ++mm)
+            {
                 const float sum = std::fabs(diag[mm]) + std::fabs(diag[mm + 1]);
-                if (std::fabs(sub[mm]) + sum == sum) break;
+                if (std::fabs(sub[mm]) + sum == sum)
+                    break;
             }
-            if (mm == l) break;
-            if (sweep++ == 32) return false;
+            if (mm == l)
+                break;
+            if (sweep++ == 32)
+                return false;
 
             float g = (diag[l + 1] - diag[l]) / (2.0f * sub[l]);
             float r = std::sqrt(g * g + 1.0f);
             g = diag[mm] - diag[l] + sub[l] / (g + (g < 0.0f ? -r : r));
             float sn = 1.0f, cs = 1.0f, p = 0.0f;
-            for (int i = mm - 1; i >= l; --i) {
+            for (int i = mm - 1; i >= l; --i)
+            {
                 float f = sn * sub[i];
                 const float b = cs * sub[i];
-                if (std::fabs(f) >= std::fabs(g)) {
+                if (std::fabs(f) >= std::fabs(g))
+                {
                     cs = g / f;
                     r = std::sqrt(cs * cs + 1.0f);
                     sub[i + 1] = f * r;
                     sn = 1.0f / r;
                     cs *= sn;
-                } else {
+                }
+                else
+                {
                     sn = f / g;
                     r = std::sqrt(sn * sn + 1.0f);
                     sub[i + 1] = g * r;
@@ -538,7 +612,8 @@ bool QLAlgorithm(float diag[3], float sub[3], Matrix3& rot)
                 p = sn * r;
                 diag[i + 1] = g + p;
                 g = cs * r - b;
-                for (int k = 0; k < 3; ++k) {
+                for (int k = 0; k < 3; ++k)
+                {
                     f = rot.m[k][i + 1];
                     rot.m[k][i + 1] = sn * rot.m[k][i] + cs * f;
                     rot.m[k][i] = cs * rot.m[k][i] - sn * f;
@@ -552,7 +627,7 @@ bool QLAlgorithm(float diag[3], float sub[3], Matrix3& rot)
     return true;
 }
 
-}  // namespace
+} // namespace
 
 void Matrix3::EigenSolveSymmetric(float values[3], Vector3 vectors[3]) const
 {
@@ -560,7 +635,8 @@ void Matrix3::EigenSolveSymmetric(float values[3], Vector3 vectors[3]) const
     const float d = m[1][1], e = m[1][2], f = m[2][2];
     float diag[3], sub[3];
     Matrix3 rot;
-    if (std::fabs(c) >= 1e-6f) {
+    if (std::fabs(c) >= 1e-6f)
+    {
         // One plane reflection in (y, z) clears the corner element.
         const float length = std::sqrt(b * b + c * c);
         const float invLength = 1.0f / length;
@@ -574,7 +650,9 @@ void Matrix3::EigenSolveSymmetric(float values[3], Vector3 vectors[3]) const
         sub[1] = e - b * q;
         sub[2] = 0.0f;
         rot = Matrix3(1, 0, 0, 0, b, c, 0, c, -b);
-    } else {
+    }
+    else
+    {
         diag[0] = a;
         diag[1] = d;
         diag[2] = f;
@@ -586,12 +664,14 @@ void Matrix3::EigenSolveSymmetric(float values[3], Vector3 vectors[3]) const
 
     QLAlgorithm(diag, sub, rot);
 
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3; ++i)
+    {
         values[i] = diag[i];
         vectors[i] = rot.GetColumn(i);
     }
     // A right-handed set.
-    if (vectors[0].Cross(vectors[1]).Dot(vectors[2]) < 0.0f) vectors[2] = -vectors[2];
+    if (vectors[0].Cross(vectors[1]).Dot(vectors[2]) < 0.0f)
+        vectors[2] = -vectors[2];
 }
 
 float Matrix3::SpectralNorm() const
@@ -600,17 +680,20 @@ float Matrix3::SpectralNorm() const
     float pmax = 0.0f;
     for (int r = 0; r < 3; ++r)
         for (int c = 0; c < 3; ++c)
-            if (p.m[r][c] > pmax) pmax = p.m[r][c];
+            if (p.m[r][c] > pmax)
+                pmax = p.m[r][c];
     // Only the zero matrix leaves pmax at 0; its norm is 0, not the NaN of 0/0.
-    if (!(pmax > 0.0f)) return 0.0f;
+    if (!(pmax > 0.0f))
+        return 0.0f;
 
     Matrix3 s;
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) s.m[r][c] = p.m[r][c] / pmax;
+        for (int c = 0; c < 3; ++c)
+            s.m[r][c] = p.m[r][c] / pmax;
 
     const float c0 = -s.Determinant();
-    const float c1 = s.m[0][0] * s.m[1][1] - s.m[0][1] * s.m[1][0] + s.m[0][0] * s.m[2][2] -
-                     s.m[0][2] * s.m[2][0] + s.m[1][1] * s.m[2][2] - s.m[1][2] * s.m[2][1];
+    const float c1 = s.m[0][0] * s.m[1][1] - s.m[0][1] * s.m[1][0] + s.m[0][0] * s.m[2][2] - s.m[0][2] * s.m[2][0] +
+                     s.m[1][1] * s.m[2][2] - s.m[1][2] * s.m[2][1];
     const float c2 = -(s.m[0][0] + s.m[1][1] + s.m[2][2]);
     return std::sqrt(MaxCubicRoot(c0, c1, c2) * pmax);
 }
@@ -619,7 +702,8 @@ float Matrix3::MaxCubicRoot(float c0, float c1, float c2)
 {
     // A (near) triple root: the inflection point is the root.
     const float discr = c2 * c2 - 3.0f * c1;
-    if (discr <= 1e-6f) return c2 * -0.33333334f;
+    if (discr <= 1e-6f)
+        return c2 * -0.33333334f;
 
     // Newton's method must start right of the largest root, where the cubic rises and is
     // convex, or it settles on a smaller root. 1 is such a start when the cubic is not
@@ -628,21 +712,26 @@ float Matrix3::MaxCubicRoot(float c0, float c1, float c2)
     float x = 1.0f;
     const float poly1 = 1.0f + c2 + c1 + c0;
     const float localMin = (-c2 + std::sqrt(discr)) * 0.33333334f;
-    if (poly1 < 0.0f || localMin > 1.0f) {
+    if (poly1 < 0.0f || localMin > 1.0f)
+    {
         x = std::fabs(c0);
         const float t1 = 1.0f + std::fabs(c1);
-        if (t1 > x) x = t1;
+        if (t1 > x)
+            x = t1;
         const float t2 = 1.0f + std::fabs(c2);
-        if (t2 > x) x = t2;
+        if (t2 > x)
+            x = t2;
     }
 
-    for (int i = 0; i < 16; ++i) {
+    for (int i = 0; i < 16; ++i)
+    {
         const float poly = ((x + c2) * x + c1) * x + c0;
-        if (std::fabs(poly) <= 1e-6f) return x;
+        if (std::fabs(poly) <= 1e-6f)
+            return x;
         const float deriv = (3.0f * x + 2.0f * c2) * x + c1;
         x -= poly / deriv;
     }
     return x;
 }
 
-}  // namespace kv
+} // namespace kv

@@ -1,18 +1,19 @@
 #pragma once
 #include "geometry/Vector3.h"
 
-namespace kv {
+namespace kv
+{
 
 // Nine 32-bit floats, row-major (m[r][c]), acting on column vectors: the columns of a
 // rotation are the images of the axes. The decompositions are written out for the 3x3
 // case in float so that their results are the same on every target.
-class Matrix3 {
+class Matrix3
+{
 public:
     float m[3][3];
 
     Matrix3() : m{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}} {}
-    constexpr Matrix3(float m00, float m01, float m02, float m10, float m11, float m12, float m20,
-                      float m21, float m22)
+    constexpr Matrix3(float m00, float m01, float m02, float m10, float m11, float m12, float m20, float m21, float m22)
         : m{{m00, m01, m02}, {m10, m11, m12}, {m20, m21, m22}}
     {
     }
@@ -83,8 +84,11 @@ public:
     static const Matrix3 ZERO;
 };
 
-inline Matrix3 operator*(float s, const Matrix3& a) { return a * s; }
+inline Matrix3 operator*(float s, const Matrix3& a)
+{
+    return a * s;
+}
 // v as a row: entry c = v . column c.
 Vector3 operator*(const Vector3& v, const Matrix3& a);
 
-}  // namespace kv
+} // namespace kv

@@ -2,7 +2,8 @@
 
 #include <cmath>
 
-namespace kv {
+namespace kv
+{
 
 const Matrix4 Matrix4::ZERO(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
 const Matrix4 Matrix4::IDENTITY(1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1);
@@ -12,7 +13,8 @@ bool Matrix4::operator==(const Matrix4& o) const
 {
     for (int r = 0; r < 4; ++r)
         for (int c = 0; c < 4; ++c)
-            if (m[r][c] != o.m[r][c]) return false;
+            if (m[r][c] != o.m[r][c])
+                return false;
     return true;
 }
 
@@ -37,16 +39,18 @@ void Matrix4::Concatenate(const Matrix4& other, Matrix4& result) const
     float p[4][4];
     for (int r = 0; r < 4; ++r)
         for (int c = 0; c < 4; ++c)
-            p[r][c] = m[r][0] * other.m[0][c] + m[r][1] * other.m[1][c] + m[r][2] * other.m[2][c] +
-                      m[r][3] * other.m[3][c];
+            p[r][c] =
+                m[r][0] * other.m[0][c] + m[r][1] * other.m[1][c] + m[r][2] * other.m[2][c] + m[r][3] * other.m[3][c];
     for (int r = 0; r < 4; ++r)
-        for (int c = 0; c < 4; ++c) result.m[r][c] = p[r][c];
+        for (int c = 0; c < 4; ++c)
+            result.m[r][c] = p[r][c];
 }
 
 void Matrix4::FromRows3x4(const float* rows)
 {
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 4; ++c) m[r][c] = rows[r * 4 + c];
+        for (int c = 0; c < 4; ++c)
+            m[r][c] = rows[r * 4 + c];
     m[3][0] = m[3][1] = m[3][2] = 0.0f;
     m[3][3] = 1.0f;
 }
@@ -60,11 +64,13 @@ Matrix4 Matrix4::Transpose() const
 {
     Matrix4 t;
     for (int r = 0; r < 4; ++r)
-        for (int c = 0; c < 4; ++c) t.m[r][c] = m[c][r];
+        for (int c = 0; c < 4; ++c)
+            t.m[r][c] = m[c][r];
     return t;
 }
 
-namespace {
+namespace
+{
 
 // The determinant of the 3x3 minor on rows r0..r2 and columns c0..c2, by its first row.
 float Minor(const float (&m)[4][4], int r0, int r1, int r2, int c0, int c1, int c2)
@@ -77,7 +83,7 @@ float Minor(const float (&m)[4][4], int r0, int r1, int r2, int c0, int c1, int 
 // The rows (or columns) left when one is struck out.
 constexpr int kOthers[4][3] = {{1, 2, 3}, {0, 2, 3}, {0, 1, 3}, {0, 1, 2}};
 
-}  // namespace
+} // namespace
 
 float Matrix4::Determinant() const
 {
@@ -88,8 +94,10 @@ float Matrix4::Determinant() const
 Matrix4 Matrix4::Adjoint() const
 {
     Matrix4 adj;
-    for (int r = 0; r < 4; ++r) {
-        for (int c = 0; c < 4; ++c) {
+    for (int r = 0; r < 4; ++r)
+    {
+        for (int c = 0; c < 4; ++c)
+        {
             const int* rows = kOthers[r];
             const int* cols = kOthers[c];
             const float minor = Minor(m, rows[0], rows[1], rows[2], cols[0], cols[1], cols[2]);
@@ -105,11 +113,11 @@ Matrix4 Matrix4::Inverse() const
     Matrix4 inv = Adjoint();
     // Column 0 of the adjugate holds the first row's cofactors: the same sum, in the same
     // order, as Determinant() forms.
-    const float det = m[0][0] * inv.m[0][0] + m[0][1] * inv.m[1][0] + m[0][2] * inv.m[2][0] +
-                      m[0][3] * inv.m[3][0];
+    const float det = m[0][0] * inv.m[0][0] + m[0][1] * inv.m[1][0] + m[0][2] * inv.m[2][0] + m[0][3] * inv.m[3][0];
     const float invDet = 1.0f / det;
     for (int r = 0; r < 4; ++r)
-        for (int c = 0; c < 4; ++c) inv.m[r][c] *= invDet;
+        for (int c = 0; c < 4; ++c)
+            inv.m[r][c] *= invDet;
     return inv;
 }
 
@@ -131,34 +139,35 @@ Matrix4 Matrix4::InverseAffine() const
     const float r20 = t20, r21 = invDet * (m01 * m20 - m00 * m21), r22 = invDet * (m00 * m11 - m01 * m10);
 
     const float tx = m[0][3], ty = m[1][3], tz = m[2][3];
-    return Matrix4(r00, r01, r02, -(r00 * tx + r01 * ty + r02 * tz),
-                   r10, r11, r12, -(r10 * tx + r11 * ty + r12 * tz),
-                   r20, r21, r22, -(r20 * tx + r21 * ty + r22 * tz),
-                   0.0f, 0.0f, 0.0f, 1.0f);
+    return Matrix4(r00, r01, r02, -(r00 * tx + r01 * ty + r02 * tz), r10, r11, r12, -(r10 * tx + r11 * ty + r12 * tz),
+                   r20, r21, r22, -(r20 * tx + r21 * ty + r22 * tz), 0.0f, 0.0f, 0.0f, 1.0f);
 }
 
 void Matrix4::MakeTransform(const Vector3& position, const Vector3& scale, const Quaternion& orientation)
 {
     Matrix3 rot;
     orientation.ToRotationMatrix(rot);
-    for (int r = 0; r < 3; ++r) {
-        for (int c = 0; c < 3; ++c) m[r][c] = rot.m[r][c] * scale[c];
+    for (int r = 0; r < 3; ++r)
+    {
+        for (int c = 0; c < 3; ++c)
+            m[r][c] = rot.m[r][c] * scale[c];
         m[r][3] = position[r];
     }
     m[3][0] = m[3][1] = m[3][2] = 0.0f;
     m[3][3] = 1.0f;
 }
 
-void Matrix4::MakeInverseTransform(const Vector3& position, const Vector3& scale,
-                                   const Quaternion& orientation)
+void Matrix4::MakeInverseTransform(const Vector3& position, const Vector3& scale, const Quaternion& orientation)
 {
     const Vector3 invScale(1.0f / scale.x, 1.0f / scale.y, 1.0f / scale.z);
     const Quaternion invRot = orientation.Inverse();
     const Vector3 t = invRot.Rotate(-position) * invScale;
     Matrix3 rot;
     invRot.ToRotationMatrix(rot);
-    for (int r = 0; r < 3; ++r) {
-        for (int c = 0; c < 3; ++c) m[r][c] = rot.m[r][c] * invScale[r];
+    for (int r = 0; r < 3; ++r)
+    {
+        for (int c = 0; c < 3; ++c)
+            m[r][c] = rot.m[r][c] * invScale[r];
         m[r][3] = t[r];
     }
     m[3][0] = m[3][1] = m[3][2] = 0.0f;
@@ -180,34 +189,31 @@ Matrix4 Matrix4::MakeViewMatrix(const Vector3& position, const Quaternion& orien
     orientation.ToRotationMatrix(rot);
     const Matrix3 rotT = rot.Transpose();
     const Vector3 trans = -(rotT * position);
-    Matrix4 view(rotT.m[0][0], rotT.m[0][1], rotT.m[0][2], trans.x,
-                 rotT.m[1][0], rotT.m[1][1], rotT.m[1][2], trans.y,
-                 rotT.m[2][0], rotT.m[2][1], rotT.m[2][2], trans.z,
-                 0.0f, 0.0f, 0.0f, 1.0f);
-    if (reflect) view = view * (*reflect);
+    Matrix4 view(rotT.m[0][0], rotT.m[0][1], rotT.m[0][2], trans.x, rotT.m[1][0], rotT.m[1][1], rotT.m[1][2], trans.y,
+                 rotT.m[2][0], rotT.m[2][1], rotT.m[2][2], trans.z, 0.0f, 0.0f, 0.0f, 1.0f);
+    if (reflect)
+        view = view * (*reflect);
     return view;
 }
 
 Matrix4 Matrix4::MakeReflection(const Plane& plane)
 {
     const float a = plane.normal.x, b = plane.normal.y, c = plane.normal.z, d = plane.d;
-    return Matrix4(1.0f - 2.0f * a * a, -2.0f * a * b, -2.0f * a * c, -2.0f * a * d,
-                   -2.0f * a * b, 1.0f - 2.0f * b * b, -2.0f * b * c, -2.0f * b * d,
-                   -2.0f * a * c, -2.0f * b * c, 1.0f - 2.0f * c * c, -2.0f * c * d,
-                   0.0f, 0.0f, 0.0f, 1.0f);
+    return Matrix4(1.0f - 2.0f * a * a, -2.0f * a * b, -2.0f * a * c, -2.0f * a * d, -2.0f * a * b, 1.0f - 2.0f * b * b,
+                   -2.0f * b * c, -2.0f * b * d, -2.0f * a * c, -2.0f * b * c, 1.0f - 2.0f * c * c, -2.0f * c * d, 0.0f,
+                   0.0f, 0.0f, 1.0f);
 }
 
-namespace {
+namespace
+{
 
 Matrix4 LookAt(const Vector3& eye, const Vector3& zAxis, const Vector3& up)
 {
     const Vector3 z = zAxis.Normalised();
     const Vector3 x = up.Cross(z).Normalised();
     const Vector3 y = z.Cross(x).Normalised();
-    return Matrix4(x.x, x.y, x.z, -x.Dot(eye),
-                   y.x, y.y, y.z, -y.Dot(eye),
-                   z.x, z.y, z.z, -z.Dot(eye),
-                   0.0f, 0.0f, 0.0f, 1.0f);
+    return Matrix4(x.x, x.y, x.z, -x.Dot(eye), y.x, y.y, y.z, -y.Dot(eye), z.x, z.y, z.z, -z.Dot(eye), 0.0f, 0.0f, 0.0f,
+                   1.0f);
 }
 
 bool AllSquaresTiny(const Vector3& v)
@@ -215,7 +221,7 @@ bool AllSquaresTiny(const Vector3& v)
     return v.x * v.x <= 1e-10f && v.y * v.y <= 1e-10f && v.z * v.z <= 1e-10f;
 }
 
-}  // namespace
+} // namespace
 
 Matrix4 Matrix4::LookAtForward(const Vector3& eye, const Vector3& target, const Vector3& up)
 {
@@ -229,22 +235,25 @@ Matrix4 Matrix4::LookAtBackward(const Vector3& eye, const Vector3& target, const
 
 bool Matrix4::FrameFromDirection(const Vector3& direction, const Vector3& up, Matrix3& matrix)
 {
-    if (AllSquaresTiny(direction)) {
+    if (AllSquaresTiny(direction))
+    {
         matrix = Matrix3::IDENTITY;
         return false;
     }
     const Vector3 dir = direction.Normalised();
     Vector3 side = dir.Cross(up);
-    if (AllSquaresTiny(side)) {
+    if (AllSquaresTiny(side))
+    {
         // up runs along the direction: no side can be chosen.
         matrix = Matrix3::IDENTITY;
         return false;
     }
     side.Normalise();
     const Vector3 newUp = side.Cross(dir);
-    if (!(std::fabs(newUp.Dot(newUp) - 1.0f) < 0.0001f)) return false;
+    if (!(std::fabs(newUp.Dot(newUp) - 1.0f) < 0.0001f))
+        return false;
     matrix.FromColumns(side, dir, newUp);
     return true;
 }
 
-}  // namespace kv
+} // namespace kv

@@ -4,18 +4,19 @@
 #include "geometry/Quaternion.h"
 #include "geometry/Vector3.h"
 
-namespace kv {
+namespace kv
+{
 
 // Sixteen floats, row-major, acting on column vectors: the translation stands in the last
 // column, and an affine matrix has the last row (0, 0, 0, 1).
-class Matrix4 {
+class Matrix4
+{
 public:
     float m[4][4];
 
     Matrix4() : m{{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 1}} {}
-    constexpr Matrix4(float m00, float m01, float m02, float m03, float m10, float m11, float m12,
-                      float m13, float m20, float m21, float m22, float m23, float m30, float m31,
-                      float m32, float m33)
+    constexpr Matrix4(float m00, float m01, float m02, float m03, float m10, float m11, float m12, float m13, float m20,
+                      float m21, float m22, float m23, float m30, float m31, float m32, float m33)
         : m{{m00, m01, m02, m03}, {m10, m11, m12, m13}, {m20, m21, m22, m23}, {m30, m31, m32, m33}}
     {
     }
@@ -63,4 +64,4 @@ public:
     static const Matrix4 CLIPSPACE2D_TO_IMAGESPACE;
 };
 
-}  // namespace kv
+} // namespace kv

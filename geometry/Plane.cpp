@@ -3,13 +3,16 @@
 #include <cmath>
 #include <ostream>
 
-namespace kv {
+namespace kv
+{
 
 PlaneSide Plane::Side(const Vector3& p) const
 {
     const float dist = Distance(p);
-    if (dist < 0.0f) return PLANE_NEGATIVE_SIDE;
-    if (dist > 0.0f) return PLANE_POSITIVE_SIDE;
+    if (dist < 0.0f)
+        return PLANE_NEGATIVE_SIDE;
+    if (dist > 0.0f)
+        return PLANE_POSITIVE_SIDE;
     return PLANE_NO_SIDE;
 }
 
@@ -17,24 +20,29 @@ PlaneSide Plane::Side(const Vector3& centre, const Vector3& halfSize) const
 {
     const float dist = Distance(centre);
     // How far the box reaches along the normal from its centre.
-    const float reach = std::fabs(normal.x * halfSize.x) + std::fabs(normal.y * halfSize.y) +
-                        std::fabs(normal.z * halfSize.z);
-    if (dist < -reach) return PLANE_NEGATIVE_SIDE;
-    if (dist > reach) return PLANE_POSITIVE_SIDE;
+    const float reach =
+        std::fabs(normal.x * halfSize.x) + std::fabs(normal.y * halfSize.y) + std::fabs(normal.z * halfSize.z);
+    if (dist < -reach)
+        return PLANE_NEGATIVE_SIDE;
+    if (dist > reach)
+        return PLANE_POSITIVE_SIDE;
     return PLANE_BOTH_SIDES;
 }
 
 PlaneSide Plane::Side(const BoundingBox& box) const
 {
-    if (box.IsNull()) return PLANE_NO_SIDE;
-    if (box.IsInfinite()) return PLANE_BOTH_SIDES;
+    if (box.IsNull())
+        return PLANE_NO_SIDE;
+    if (box.IsInfinite())
+        return PLANE_BOTH_SIDES;
     return Side(box.Centre(), BoxHalfSize(box));
 }
 
 float Plane::Normalise()
 {
     const float length = normal.Length();
-    if (length > 1e-8f) {
+    if (length > 1e-8f)
+    {
         normal = Vector3(normal.x / length, normal.y / length, normal.z / length);
         d /= length;
     }
@@ -49,8 +57,7 @@ Vector3 Plane::ProjectVector(const Vector3& v) const
     for (int r = 0; r < 3; ++r)
         for (int c = 0; c < 3; ++c)
             m[r][c] = (r == c ? 1.0f : 0.0f) - n[r] * n[c];
-    return Vector3(m[0][0] * v.x + m[0][1] * v.y + m[0][2] * v.z,
-                   m[1][0] * v.x + m[1][1] * v.y + m[1][2] * v.z,
+    return Vector3(m[0][0] * v.x + m[0][1] * v.y + m[0][2] * v.z, m[1][0] * v.x + m[1][1] * v.y + m[1][2] * v.z,
                    m[2][0] * v.x + m[2][1] * v.y + m[2][2] * v.z);
 }
 
@@ -72,4 +79,4 @@ std::ostream& operator<<(std::ostream& o, const Plane& p)
     return o << "Plane(normal=" << p.normal << ", d=" << p.d << ")";
 }
 
-}  // namespace kv
+} // namespace kv

@@ -4,9 +4,11 @@
 #include "geometry/BoundingBox.h"
 #include "geometry/Vector3.h"
 
-namespace kv {
+namespace kv
+{
 
-enum PlaneSide {
+enum PlaneSide
+{
     PLANE_NO_SIDE = 0,
     PLANE_POSITIVE_SIDE = 1,
     PLANE_NEGATIVE_SIDE = 2,
@@ -15,7 +17,8 @@ enum PlaneSide {
 
 // normal . p + d = 0. A point's signed distance is normal . p + d, in units of the
 // normal's length.
-class Plane {
+class Plane
+{
 public:
     Vector3 normal;
     float d = 0.0f;
@@ -46,4 +49,4 @@ public:
 
 std::ostream& operator<<(std::ostream& o, const Plane& p);
 
-}  // namespace kv
+} // namespace kv

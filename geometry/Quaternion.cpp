@@ -5,17 +5,16 @@
 #include "geometry/Matrix4.h"
 #include "geometry/ScalarMath.h"
 
-namespace kv {
+namespace kv
+{
 
 const Quaternion Quaternion::IDENTITY(1.0f, 0.0f, 0.0f, 0.0f);
 const Quaternion Quaternion::ZERO(0.0f, 0.0f, 0.0f, 0.0f);
 
 Quaternion Quaternion::operator*(const Quaternion& b) const
 {
-    return Quaternion(w * b.w - x * b.x - y * b.y - z * b.z,
-                      w * b.x + x * b.w + y * b.z - z * b.y,
-                      w * b.y + y * b.w + z * b.x - x * b.z,
-                      w * b.z + z * b.w + x * b.y - y * b.x);
+    return Quaternion(w * b.w - x * b.x - y * b.y - z * b.z, w * b.x + x * b.w + y * b.z - z * b.y,
+                      w * b.y + y * b.w + z * b.x - x * b.z, w * b.z + z * b.w + x * b.y - y * b.x);
 }
 
 float Quaternion::Dot(const Quaternion& a, const Quaternion& b)
@@ -61,7 +60,8 @@ Quaternion Quaternion::Exp() const
     const float angle = std::sqrt(x * x + y * y + z * z);
     const float s = std::sin(angle);
     Quaternion result(std::cos(angle), x, y, z);
-    if (std::fabs(s) >= 0.001f) {
+    if (std::fabs(s) >= 0.001f)
+    {
         const float coeff = s / angle;
         result.x = coeff * x;
         result.y = coeff * y;
@@ -73,10 +73,12 @@ Quaternion Quaternion::Exp() const
 Quaternion Quaternion::Log() const
 {
     Quaternion result(0.0f, x, y, z);
-    if (std::fabs(w) < 1.0f) {
+    if (std::fabs(w) < 1.0f)
+    {
         const float angle = SafeAcos(w);
         const float s = std::sin(angle);
-        if (std::fabs(s) >= 0.001f) {
+        if (std::fabs(s) >= 0.001f)
+        {
             const float coeff = angle / s;
             result.x = coeff * x;
             result.y = coeff * y;
@@ -99,11 +101,14 @@ void Quaternion::FromAngleAxis(float angle, const Vector3& axis)
 void Quaternion::ToAngleAxis(float& angle, Vector3& axis) const
 {
     const float lengthSq = x * x + y * y + z * z;
-    if (lengthSq > 0.0f) {
+    if (lengthSq > 0.0f)
+    {
         angle = 2.0f * SafeAcos(w);
         const float inv = InverseSqrt(lengthSq);
         axis = Vector3(x * inv, y * inv, z * inv);
-    } else {
+    }
+    else
+    {
         // No rotation: any axis will do.
         angle = 0.0f;
         axis = Vector3(1.0f, 0.0f, 0.0f);
@@ -113,7 +118,8 @@ void Quaternion::ToAngleAxis(float& angle, Vector3& axis) const
 void Quaternion::FromRotationMatrix(const Matrix3& m)
 {
     const float trace = m[0][0] + m[1][1] + m[2][2];
-    if (trace > 0.0f) {
+    if (trace > 0.0f)
+    {
         float root = std::sqrt(trace + 1.0f);
         w = 0.5f * root;
         root = 0.5f / root;
@@ -125,8 +131,10 @@ void Quaternion::FromRotationMatrix(const Matrix3& m)
     // Work from the largest diagonal element, where the root is best conditioned.
     static const int next[3] = {1, 2, 0};
     int i = 0;
-    if (m[1][1] > m[0][0]) i = 1;
-    if (m[2][2] > m[i][i]) i = 2;
+    if (m[1][1] > m[0][0])
+        i = 1;
+    if (m[2][2] > m[i][i])
+        i = 2;
     const int j = next[i];
     const int k = next[j];
     float root = std::sqrt(m[i][i] - m[j][j] - m[k][k] + 1.0f);
@@ -211,26 +219,30 @@ Vector3 Quaternion::ZAxis() const
 bool Quaternion::FromDirection(const Vector3& direction, const Vector3& up)
 {
     Matrix3 frame;
-    if (!Matrix4::FrameFromDirection(direction, up, frame)) return false;
+    if (!Matrix4::FrameFromDirection(direction, up, frame))
+        return false;
     FromRotationMatrix(frame);
     return true;
 }
 
 float Quaternion::AngleAboutX(bool reproject) const
 {
-    if (reproject) return std::atan2(2.0f * w * x + 2.0f * y * z, 1.0f - (2.0f * x * x + 2.0f * z * z));
+    if (reproject)
+        return std::atan2(2.0f * w * x + 2.0f * y * z, 1.0f - (2.0f * x * x + 2.0f * z * z));
     return std::atan2(2.0f * w * x + 2.0f * y * z, w * w - x * x - y * y + z * z);
 }
 
 float Quaternion::AngleAboutY(bool reproject) const
 {
-    if (reproject) return std::atan2(2.0f * w * y + 2.0f * x * z, 1.0f - (2.0f * y * y + 2.0f * x * x));
+    if (reproject)
+        return std::atan2(2.0f * w * y + 2.0f * x * z, 1.0f - (2.0f * y * y + 2.0f * x * x));
     return SafeAsin(-2.0f * (x * z - w * y));
 }
 
 float Quaternion::AngleAboutZ(bool reproject) const
 {
-    if (reproject) return std::atan2(2.0f * w * z + 2.0f * x * y, 1.0f - (2.0f * y * y + 2.0f * z * z));
+    if (reproject)
+        return std::atan2(2.0f * w * z + 2.0f * x * y, 1.0f - (2.0f * y * y + 2.0f * z * z));
     return std::atan2(2.0f * w * z + 2.0f * x * y, w * w + x * x - y * y - z * z);
 }
 
@@ -244,11 +256,13 @@ Quaternion Quaternion::Slerp(float t, const Quaternion& p, const Quaternion& q, 
 {
     float c = Dot(p, q);
     Quaternion target = q;
-    if (c < 0.0f && shortestPath) {
+    if (c < 0.0f && shortestPath)
+    {
         c = -c;
         target = -q;
     }
-    if (std::fabs(c) < 0.999f) {
+    if (std::fabs(c) < 0.999f)
+    {
         const float s = std::sqrt(1.0f - c * c);
         const float angle = std::atan2(s, c);
         const float invSin = 1.0f / s;
@@ -265,7 +279,8 @@ Quaternion Quaternion::Slerp(float t, const Quaternion& p, const Quaternion& q, 
 Quaternion Quaternion::SlerpWithSpins(float t, const Quaternion& p, const Quaternion& q, int spins)
 {
     const float angle = SafeAcos(Dot(p, q));
-    if (std::fabs(angle) < 0.001f) return p;
+    if (std::fabs(angle) < 0.001f)
+        return p;
     const float s = std::sin(angle);
     const float phase = PI * static_cast<float>(spins) * t;
     const float invSin = 1.0f / s;
@@ -293,12 +308,12 @@ Quaternion Quaternion::Squad(float t, const Quaternion& p, const Quaternion& a, 
     return Slerp(2.0f * t * (1.0f - t), k0, k1, false);
 }
 
-void Quaternion::SquadControlPoints(const Quaternion& q0, const Quaternion& q1, const Quaternion& q2,
-                                    Quaternion& a, Quaternion& b)
+void Quaternion::SquadControlPoints(const Quaternion& q0, const Quaternion& q1, const Quaternion& q2, Quaternion& a,
+                                    Quaternion& b)
 {
     const Quaternion arg = ((q0.UnitInverse() * q1).Log() - (q1.UnitInverse() * q2).Log()) * 0.25f;
     a = q1 * arg.Exp();
     b = q1 * (-arg).Exp();
 }
 
-}  // namespace kv
+} // namespace kv

@@ -2,17 +2,19 @@
 #include "geometry/Matrix3.h"
 #include "geometry/Vector3.h"
 
-namespace kv {
+namespace kv
+{
 
 // A rotation as a unit quaternion: four floats in the order w, x, y, z.
-class Quaternion {
+class Quaternion
+{
 public:
     float w = 1.0f, x = 0.0f, y = 0.0f, z = 0.0f;
 
     Quaternion() = default;
     constexpr Quaternion(float fw, float fx, float fy, float fz) : w(fw), x(fx), y(fy), z(fz) {}
 
-    Quaternion operator*(const Quaternion& q) const;  // Hamilton product
+    Quaternion operator*(const Quaternion& q) const; // Hamilton product
     Quaternion operator+(const Quaternion& q) const { return Quaternion(w + q.w, x + q.x, y + q.y, z + q.z); }
     Quaternion operator-(const Quaternion& q) const { return Quaternion(w - q.w, x - q.x, y - q.y, z - q.z); }
     Quaternion operator-() const { return Quaternion(-w, -x, -y, -z); }
@@ -59,15 +61,18 @@ public:
     static Quaternion Slerp(float t, const Quaternion& p, const Quaternion& q, bool shortestPath = false);
     static Quaternion SlerpWithSpins(float t, const Quaternion& p, const Quaternion& q, int spins);
     static Quaternion Nlerp(float t, const Quaternion& p, const Quaternion& q, bool shortestPath = false);
-    static Quaternion Squad(float t, const Quaternion& p, const Quaternion& a, const Quaternion& b,
-                            const Quaternion& q, bool shortestPath = false);
-    static void SquadControlPoints(const Quaternion& q0, const Quaternion& q1, const Quaternion& q2,
-                                   Quaternion& a, Quaternion& b);
+    static Quaternion Squad(float t, const Quaternion& p, const Quaternion& a, const Quaternion& b, const Quaternion& q,
+                            bool shortestPath = false);
+    static void SquadControlPoints(const Quaternion& q0, const Quaternion& q1, const Quaternion& q2, Quaternion& a,
+                                   Quaternion& b);
 
     static const Quaternion IDENTITY;
     static const Quaternion ZERO;
 };
 
-inline Quaternion operator*(float s, const Quaternion& q) { return q * s; }
+inline Quaternion operator*(float s, const Quaternion& q)
+{
+    return q * s;
+}
 
-}  // namespace kv
+} // namespace kv

@@ -1,10 +1,12 @@
 #pragma once
 #include "geometry/Vector3.h"
 
-namespace kv {
+namespace kv
+{
 
 // Most tests take the direction as it is: their distances are in units of its length.
-struct Ray {
+struct Ray
+{
     Vector3 origin;
     Vector3 direction;
 
@@ -13,4 +15,4 @@ struct Ray {
     Vector3 PointAt(float t) const { return origin + direction * t; }
 };
 
-}  // namespace kv
+} // namespace kv

@@ -1,9 +1,11 @@
 #pragma once
 
-namespace kv {
+namespace kv
+{
 
 // A miss has distance 0 unless its test says otherwise.
-struct RayHit {
+struct RayHit
+{
     bool hit = false;
     float distance = 0.0f;
 
@@ -11,4 +13,4 @@ struct RayHit {
     RayHit(bool h, float d) : hit(h), distance(d) {}
 };
 
-}  // namespace kv
+} // namespace kv

@@ -5,7 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace kv {
+namespace kv
+{
 
 int ScalarMath::tableSize = 0;
 float ScalarMath::tableFactor = 0.0f;
@@ -13,7 +14,8 @@ int ScalarMath::angleUnit = ScalarMath::ANGLE_DEGREE;
 float* ScalarMath::sineTable = nullptr;
 float* ScalarMath::tangentTable = nullptr;
 
-namespace {
+namespace
+{
 
 // Constant-initialised, so the first draw always starts from the same word.
 std::int32_t lehmerState = 0x0F0F0F0F;
@@ -25,7 +27,7 @@ bool ExponentAllSet(float v)
     return (bits & 0x7F800000u) == 0x7F800000u;
 }
 
-}  // namespace
+} // namespace
 
 bool FloatEquals(float a, float b, float tolerance)
 {
@@ -45,8 +47,10 @@ float SafeInverseSqrt(float x)
 
 float Sign(float x)
 {
-    if (x > 0.0f) return 1.0f;
-    if (x < 0.0f) return -1.0f;
+    if (x > 0.0f)
+        return 1.0f;
+    if (x < 0.0f)
+        return -1.0f;
     return 0.0f;
 }
 
@@ -72,15 +76,19 @@ bool IsFinite4(const float* v)
 
 float SafeAcos(float x)
 {
-    if (x <= -1.0f) return PI;
-    if (x >= 1.0f) return 0.0f;
+    if (x <= -1.0f)
+        return PI;
+    if (x >= 1.0f)
+        return 0.0f;
     return std::acos(x);
 }
 
 float SafeAsin(float x)
 {
-    if (x <= -1.0f) return -HALF_PI;
-    if (x >= 1.0f) return HALF_PI;
+    if (x <= -1.0f)
+        return -HALF_PI;
+    if (x >= 1.0f)
+        return HALF_PI;
     return std::asin(x);
 }
 
@@ -108,10 +116,11 @@ float LehmerUnitRandom()
     // products wrap by design, so they are formed unsigned (wrapping is defined there) and
     // the exact difference, which always fits, is read back as signed.
     const std::int32_t q = lehmerState / 52774;
-    const std::uint32_t wrapped = static_cast<std::uint32_t>(lehmerState) * 40692u -
-                                  static_cast<std::uint32_t>(q) * 2147483399u;
+    const std::uint32_t wrapped =
+        static_cast<std::uint32_t>(lehmerState) * 40692u - static_cast<std::uint32_t>(q) * 2147483399u;
     std::int32_t next = static_cast<std::int32_t>(wrapped);
-    if (next < 0) next += 2147483399;
+    if (next < 0)
+        next += 2147483399;
     lehmerState = next;
     return static_cast<float>(next) * 4.6566134e-10f;
 }
@@ -137,16 +146,17 @@ ScalarMath::ScalarMath(int size)
     tableSize = size;
     angleUnit = ANGLE_DEGREE;
     tableFactor = static_cast<float>(tableSize) / TWO_PI;
-    if (tableSize <= 0) {
+    if (tableSize <= 0)
+    {
         // No table can answer; TableSine and TableTangent compute directly.
         tableSize = 0;
         return;
     }
     sineTable = new float[tableSize];
     tangentTable = new float[tableSize];
-    for (int i = 0; i < tableSize; ++i) {
-        const double angle = static_cast<double>(i) * static_cast<double>(TWO_PI) /
-                             static_cast<double>(tableSize);
+    for (int i = 0; i < tableSize; ++i)
+    {
+        const double angle = static_cast<double>(i) * static_cast<double>(TWO_PI) / static_cast<double>(tableSize);
         sineTable[i] = static_cast<float>(std::sin(angle));
         tangentTable[i] = static_cast<float>(std::tan(angle));
     }
@@ -154,11 +164,13 @@ ScalarMath::ScalarMath(int size)
 
 ScalarMath::~ScalarMath()
 {
-    if (sineTable) {
+    if (sineTable)
+    {
         delete[] sineTable;
         sineTable = nullptr;
     }
-    if (tangentTable) {
+    if (tangentTable)
+    {
         delete[] tangentTable;
         tangentTable = nullptr;
     }
@@ -206,19 +218,23 @@ int ScalarMath::TableIndex(float f)
 float ScalarMath::TableSine(float x)
 {
     const float f = tableFactor * x;
-    if (!sineTable || !std::isfinite(f)) return std::sin(x);
-    if (x >= 0.0f) return sineTable[TableIndex(f)];
+    if (!sineTable || !std::isfinite(f))
+        return std::sin(x);
+    if (x >= 0.0f)
+        return sineTable[TableIndex(f)];
     return sineTable[tableSize - TableIndex(-f) - 1];
 }
 
 float ScalarMath::TableTangent(float x)
 {
     const float f = tableFactor * x;
-    if (!tangentTable || !std::isfinite(f)) return std::tan(x);
-    if (x >= 0.0f) return tangentTable[TableIndex(f)];
+    if (!tangentTable || !std::isfinite(f))
+        return std::tan(x);
+    if (x >= 0.0f)
+        return tangentTable[TableIndex(f)];
     // Negative angles read the same way as TableSine: the entry at or just below the
     // angle wrapped into one turn.
     return tangentTable[tableSize - TableIndex(-f) - 1];
 }
 
-}  // namespace kv
+} // namespace kv

@@ -3,16 +3,17 @@
 // trigonometric functions, angle units, table-driven sine and tangent, random sources.
 // All arithmetic is 32-bit float unless a function says otherwise.
 
-namespace kv {
+namespace kv
+{
 
 // The constants are constant-initialised (constexpr), so they hold their values before
 // any dynamic initialiser of any translation unit runs: a ScalarMath built by a static
 // object elsewhere already sees TWO_PI. PI comes first and every other angle constant is
 // derived from its float value, not from a more precise pi.
-constexpr float PI = 3.14159265358979323846f;  // the float nearest 4 * atan(1)
+constexpr float PI = 3.14159265358979323846f; // the float nearest 4 * atan(1)
 constexpr float HALF_PI = PI * 0.5f;
 constexpr float TWO_PI = PI * 2.0f;
-constexpr float DEG_TO_RAD = PI * 0.0055555557f;  // the float nearest 1/180
+constexpr float DEG_TO_RAD = PI * 0.0055555557f; // the float nearest 1/180
 constexpr float RAD_TO_DEG = 180.0f / PI;
 constexpr float LN_2 = 0.693147180559945309f;
 
@@ -41,9 +42,14 @@ float GaussianDensity(float x, float offset, float scale);
 // with the table size of its choice; the state is class-wide so that free callers reach it
 // without a pointer. Its fields are constant-initialised (zero / null), so an instance
 // built during another unit's static initialisation cannot be undone by ours.
-class ScalarMath {
+class ScalarMath
+{
 public:
-    enum AngleUnit { ANGLE_DEGREE = 0, ANGLE_RADIAN = 1 };
+    enum AngleUnit
+    {
+        ANGLE_DEGREE = 0,
+        ANGLE_RADIAN = 1
+    };
 
     explicit ScalarMath(int size);
     ~ScalarMath();
@@ -76,4 +82,4 @@ private:
     static float* tangentTable;
 };
 
-}  // namespace kv
+} // namespace kv

@@ -1,9 +1,11 @@
 #pragma once
 #include "geometry/Vector3.h"
 
-namespace kv {
+namespace kv
+{
 
-struct Segment {
+struct Segment
+{
     Vector3 first;
     Vector3 second;
 
@@ -11,4 +13,4 @@ struct Segment {
     Segment(const Vector3& a, const Vector3& b) : first(a), second(b) {}
 };
 
-}  // namespace kv
+} // namespace kv

@@ -1,6 +1,7 @@
 #include "geometry/Triangle.h"
 
-namespace kv {
+namespace kv
+{
 
 Vector3 TriangleNormalRaw(const Vector3& a, const Vector3& b, const Vector3& c)
 {
@@ -24,8 +25,8 @@ Plane TrianglePlaneRaw(const Vector3& a, const Vector3& b, const Vector3& c)
     return Plane(n.x, n.y, n.z, -n.Dot(a));
 }
 
-Vector3 TriangleTangent(const Vector3& p1, const Vector3& p2, const Vector3& p3, float s1, float t1,
-                        float s2, float t2, float s3, float t3)
+Vector3 TriangleTangent(const Vector3& p1, const Vector3& p2, const Vector3& p3, float s1, float t1, float s2, float t2,
+                        float s3, float t3)
 {
     const Vector3 side0 = p1 - p2;
     const Vector3 side1 = p3 - p1;
@@ -39,8 +40,9 @@ Vector3 TriangleTangent(const Vector3& p1, const Vector3& p2, const Vector3& p3,
     const float deltaS1 = s3 - s1;
     const Vector3 binormal = (side0 * deltaS1 - side1 * deltaS0).Normalised();
 
-    if (tangent.Cross(binormal).Dot(normal) < 0.0f) tangent = -tangent;
+    if (tangent.Cross(binormal).Dot(normal) < 0.0f)
+        tangent = -tangent;
     return tangent;
 }
 
-}  // namespace kv
+} // namespace kv

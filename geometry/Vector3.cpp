@@ -2,7 +2,8 @@
 
 #include <ostream>
 
-namespace kv {
+namespace kv
+{
 
 const Vector3 Vector3::ZERO(0.0f, 0.0f, 0.0f);
 const Vector3 Vector3::UNIT_X(1.0f, 0.0f, 0.0f);
@@ -11,8 +12,7 @@ const Vector3 Vector3::UNIT_Z(0.0f, 0.0f, 1.0f);
 
 bool Vector3Equals(float ax, float ay, float az, float bx, float by, float bz, float tolerance)
 {
-    return std::fabs(ax - bx) <= tolerance && std::fabs(ay - by) <= tolerance &&
-           std::fabs(az - bz) <= tolerance;
+    return std::fabs(ax - bx) <= tolerance && std::fabs(ay - by) <= tolerance && std::fabs(az - bz) <= tolerance;
 }
 
 Vector3 Lerp(const Vector3& a, const Vector3& b, float t)
@@ -38,4 +38,4 @@ std::ostream& operator<<(std::ostream& o, const Vector3& v)
     return o << "Vector3(" << v.x << ", " << v.y << ", " << v.z << ")";
 }
 
-}  // namespace kv
+} // namespace kv

@@ -2,11 +2,13 @@
 #include <cmath>
 #include <iosfwd>
 
-namespace kv {
+namespace kv
+{
 
 // Three 32-bit floats. Normalising leaves vectors of length 1e-8 or less unscaled, so a
 // degenerate input stays finite instead of blowing up to infinities.
-class Vector3 {
+class Vector3
+{
 public:
     float x = 0.0f, y = 0.0f, z = 0.0f;
 
@@ -22,17 +24,32 @@ public:
     Vector3 operator*(float s) const { return Vector3(x * s, y * s, z * s); }
     Vector3 operator*(const Vector3& v) const { return Vector3(x * v.x, y * v.y, z * v.z); }
     Vector3 operator/(float s) const { return Vector3(x / s, y / s, z / s); }
-    Vector3& operator+=(const Vector3& v) { x += v.x; y += v.y; z += v.z; return *this; }
-    Vector3& operator-=(const Vector3& v) { x -= v.x; y -= v.y; z -= v.z; return *this; }
-    Vector3& operator*=(float s) { x *= s; y *= s; z *= s; return *this; }
+    Vector3& operator+=(const Vector3& v)
+    {
+        x += v.x;
+        y += v.y;
+        z += v.z;
+        return *this;
+    }
+    Vector3& operator-=(const Vector3& v)
+    {
+        x -= v.x;
+        y -= v.y;
+        z -= v.z;
+        return *this;
+    }
+    Vector3& operator*=(float s)
+    {
+        x *= s;
+        y *= s;
+        z *= s;
+        return *this;
+    }
     bool operator==(const Vector3& v) const { return x == v.x && y == v.y && z == v.z; }
     bool operator!=(const Vector3& v) const { return !(*this == v); }
 
     float Dot(const Vector3& v) const { return x * v.x + y * v.y + z * v.z; }
-    Vector3 Cross(const Vector3& v) const
-    {
-        return Vector3(y * v.z - z * v.y, z * v.x - x * v.z, x * v.y - y * v.x);
-    }
+    Vector3 Cross(const Vector3& v) const { return Vector3(y * v.z - z * v.y, z * v.x - x * v.z, x * v.y - y * v.x); }
     float SquaredLength() const { return x * x + y * y + z * z; }
     float Length() const { return std::sqrt(SquaredLength()); }
 
@@ -40,7 +57,8 @@ public:
     float Normalise()
     {
         const float length = Length();
-        if (length > 1e-8f) {
+        if (length > 1e-8f)
+        {
             const float inv = 1.0f / length;
             x *= inv;
             y *= inv;
@@ -61,7 +79,10 @@ public:
     static const Vector3 UNIT_Z;
 };
 
-inline Vector3 operator*(float s, const Vector3& v) { return v * s; }
+inline Vector3 operator*(float s, const Vector3& v)
+{
+    return v * s;
+}
 
 bool Vector3Equals(float ax, float ay, float az, float bx, float by, float bz, float tolerance);
 Vector3 Lerp(const Vector3& a, const Vector3& b, float t);
@@ -69,4 +90,4 @@ Vector3 Lerp(const Vector3& a, const Vector3& b, float t);
 Vector3 Perpendicular(const Vector3& v);
 std::ostream& operator<<(std::ostream& o, const Vector3& v);
 
-}  // namespace kv
+} // namespace kv

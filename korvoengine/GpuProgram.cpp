@@ -10,7 +10,10 @@ CGpuProgram::CGpuProgram()
 
 CGpuProgram::~CGpuProgram() {}
 
-int CGpuProgram::GetClassType() { return 0; }
+int CGpuProgram::GetClassType()
+{
+    return 0;
+}
 
 void CGpuProgram::Destroy()
 {
@@ -21,18 +24,30 @@ void CGpuProgram::Destroy()
     }
 }
 
-bool CGpuProgram::BeginActivate(CCamera*, bool) { return true; }
+bool CGpuProgram::BeginActivate(CCamera*, bool)
+{
+    return true;
+}
 void CGpuProgram::SetTexture(const PARAM*, const CTexture*, const SamplerState&) {}
 void CGpuProgram::SetInt(const PARAM*, const int*) {}
 void CGpuProgram::SetOESTexture(const PARAM*, const CTexture*) {}
 void CGpuProgram::SetUavTexture(const PARAM*, const CTexture*) {}
 void CGpuProgram::SetBuffer(const PARAM*, const void*) {}
-int CGpuProgram::GetTextureType(const PARAM*) { return 0; }
+int CGpuProgram::GetTextureType(const PARAM*)
+{
+    return 0;
+}
 void CGpuProgram::BuildEmptyBind(const PARAM*) {}
 
-bool CGpuProgram::BuildXml() { return m_bBuildXmlResult; }
+bool CGpuProgram::BuildXml()
+{
+    return m_bBuildXmlResult;
+}
 void CGpuProgram::InitGlobalParameter() {}
-std::string CGpuProgram::CalcMacro() { return m_strMacro; }
+std::string CGpuProgram::CalcMacro()
+{
+    return m_strMacro;
+}
 
 std::string CGpuProgram::CalcRTMacro(uint64_t runtimeKey, uint64_t lightingKey)
 {
@@ -73,7 +88,10 @@ void CGpuProgram::BuildPSBind(const char* name, const void* variant, int registe
     inserted.first->second.nPSCount = registerCount;
 }
 
-bool CGpuProgram::CommitGlobalParameter(CCamera*, bool) { return true; }
+bool CGpuProgram::CommitGlobalParameter(CCamera*, bool)
+{
+    return true;
+}
 
 const CGpuProgram::PARAM* CGpuProgram::GetParam(const char* name) const
 {

@@ -6,8 +6,8 @@ namespace kv
 
 CHardwarePixelBuffer::CHardwarePixelBuffer(unsigned width, unsigned height, unsigned depth, PixelFormat format,
                                            Usage usage, bool useSystemMemory)
-    : CHardwareBuffer(0, 0, usage, useSystemMemory), mWidth(width), mHeight(height), mDepth(depth),
-      mRowPitch(width), mSlicePitch(width * height), mFormat(format)
+    : CHardwareBuffer(0, 0, usage, useSystemMemory), mWidth(width), mHeight(height), mDepth(depth), mRowPitch(width),
+      mSlicePitch(width * height), mFormat(format)
 {
 }
 
@@ -54,7 +54,8 @@ void CHardwarePixelBuffer::WriteData(unsigned offset, unsigned length, const voi
 
 void* CHardwarePixelBuffer::LockImpl(unsigned, unsigned, LockOptions)
 {
-    LogErrorImpl("korvoengine/HardwarePixelBuffer", __LINE__, "LockImpl(offset, length) is not valid for pixel buffers");
+    LogErrorImpl("korvoengine/HardwarePixelBuffer", __LINE__,
+                 "LockImpl(offset, length) is not valid for pixel buffers");
     return nullptr;
 }
 

@@ -6,8 +6,8 @@ namespace kv
 {
 
 CRenderTarget::CRenderTarget()
-    : m_bActive(true), m_eTargetKind(TK_WINDOW), m_nWidth(0), m_nHeight(0), m_eFormat(PF_UNKNOWN),
-      m_nDepthPoolId(1), m_bHwGamma(false), m_nFSAA(0), m_bAutoUpdate(true)
+    : m_bActive(true), m_eTargetKind(TK_WINDOW), m_nWidth(0), m_nHeight(0), m_eFormat(PF_UNKNOWN), m_nDepthPoolId(1),
+      m_bHwGamma(false), m_nFSAA(0), m_bAutoUpdate(true)
 {
 }
 

@@ -64,11 +64,26 @@ bool CRenderWindow::Reset(unsigned width, unsigned height, bool fullScreen, bool
     return true;
 }
 
-bool CRenderWindow::BuildMainWindow() { return false; }
-bool CRenderWindow::BuildSwapChain() { return false; }
-void CRenderWindow::SetWindowValue(unsigned value) { m_nWindowValue = value; }
-unsigned CRenderWindow::GetWindowValue() { return m_nWindowValue; }
-void CRenderWindow::SetFormat(PixelFormat format) { m_eFormat = format; }
+bool CRenderWindow::BuildMainWindow()
+{
+    return false;
+}
+bool CRenderWindow::BuildSwapChain()
+{
+    return false;
+}
+void CRenderWindow::SetWindowValue(unsigned value)
+{
+    m_nWindowValue = value;
+}
+unsigned CRenderWindow::GetWindowValue()
+{
+    return m_nWindowValue;
+}
+void CRenderWindow::SetFormat(PixelFormat format)
+{
+    m_eFormat = format;
+}
 
 CRenderWindow* CRenderWindow::FindByHandle(HWND hWnd)
 {

@@ -21,12 +21,27 @@ void CResource::SetFile(const char* name)
     m_strName = name ? name : "";
 }
 
-int CResource::GetClassType() { return 0; }
-bool CResource::IsReady() { return m_nLoadState == RLS_READY; }
-bool CResource::ResourceTraitA() { return false; }
+int CResource::GetClassType()
+{
+    return 0;
+}
+bool CResource::IsReady()
+{
+    return m_nLoadState == RLS_READY;
+}
+bool CResource::ResourceTraitA()
+{
+    return false;
+}
 void CResource::PreInitRes() {}
-bool CResource::InitRes() { return true; }
-bool CResource::ResourceTraitB() { return false; }
+bool CResource::InitRes()
+{
+    return true;
+}
+bool CResource::ResourceTraitB()
+{
+    return false;
+}
 
 bool CResource::Load(const char* name, bool)
 {
@@ -49,7 +64,10 @@ bool CResource::Reload()
     return Load();
 }
 
-unsigned CResource::GetRuntimeMemorySize() { return 0; }
+unsigned CResource::GetRuntimeMemorySize()
+{
+    return 0;
+}
 
 void CResource::SetMemoryStream(CMemoryDataStream* stream)
 {

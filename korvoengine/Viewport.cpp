@@ -24,8 +24,8 @@ CViewport::CViewport(CRenderTarget* target, float relLeft, float relTop, float r
 }
 
 CViewport::CViewport(CRenderTarget* target, int left, int top, int width, int height)
-    : m_nActLeft(left), m_nActTop(top), m_nActWidth(width), m_nActHeight(height), m_fRelLeft(0.0f),
-      m_fRelTop(0.0f), m_fRelWidth(1.0f), m_fRelHeight(1.0f), m_pCamera(nullptr)
+    : m_nActLeft(left), m_nActTop(top), m_nActWidth(width), m_nActHeight(height), m_fRelLeft(0.0f), m_fRelTop(0.0f),
+      m_fRelWidth(1.0f), m_fRelHeight(1.0f), m_pCamera(nullptr)
 {
     m_target.assign(target);
 }

@@ -195,7 +195,8 @@ int RouteImports(HMODULE module, const char* dllName, HMODULE target)
     if (dir.VirtualAddress == 0)
         return 0;
     int routed = 0;
-    for (const IMAGE_IMPORT_DESCRIPTOR* imp = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + dir.VirtualAddress);
+    for (const IMAGE_IMPORT_DESCRIPTOR* imp =
+             reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + dir.VirtualAddress);
          imp->Name != 0; ++imp)
     {
         if (_stricmp(reinterpret_cast<const char*>(base + imp->Name), dllName) != 0 || imp->OriginalFirstThunk == 0)
@@ -325,8 +326,8 @@ ID3DXBuffer* CompileShader(const char* source, const char* profile, ID3DXConstan
 {
     ID3DXBuffer* code = nullptr;
     ID3DXBuffer* errors = nullptr;
-    HRESULT hr = D3DXCompileShader(source, static_cast<UINT>(std::strlen(source)), nullptr, nullptr, "main", profile,
-                                   0, &code, &errors, constants);
+    HRESULT hr = D3DXCompileShader(source, static_cast<UINT>(std::strlen(source)), nullptr, nullptr, "main", profile, 0,
+                                   &code, &errors, constants);
     if (FAILED(hr))
         std::printf("demo: %s shader not compiled: %s\n", profile,
                     errors ? static_cast<const char*>(errors->GetBufferPointer()) : "no message");
@@ -376,17 +377,16 @@ public:
                 indices.push_back(static_cast<uint16_t>(base + i));
         }
 
-        const kv::VertexElement elements[] = {
-            kv::VertexElement(0, 0, kv::VET_FLOAT3, kv::VES_POSITION),
-            kv::VertexElement(0, 12, kv::VET_COLOUR, kv::VES_COLOUR),
-            kv::VertexElement(1, 0, kv::VET_FLOAT4, kv::VES_TEXTURE_COORDINATES),
-            kv::VertexElement(1, 16, kv::VET_COLOUR, kv::VES_COLOUR, 1)};
+        const kv::VertexElement elements[] = {kv::VertexElement(0, 0, kv::VET_FLOAT3, kv::VES_POSITION),
+                                              kv::VertexElement(0, 12, kv::VET_COLOUR, kv::VES_COLOUR),
+                                              kv::VertexElement(1, 0, kv::VET_FLOAT4, kv::VES_TEXTURE_COORDINATES),
+                                              kv::VertexElement(1, 16, kv::VET_COLOUR, kv::VES_COLOUR, 1)};
         m_declaration = rs->CreateVertexDeclaration(elements, 4);
         m_mesh = rs->CreateHardwareVertexBuffer(sizeof(CubeVertex), static_cast<unsigned>(vertices.size()),
                                                 kv::CHardwareBuffer::USAGE_STATIC, vertices.data());
-        m_indices = rs->CreateHardwareIndexBuffer(kv::CHardwareIndexBuffer::IT_16BIT,
-                                                  static_cast<unsigned>(indices.size()),
-                                                  kv::CHardwareBuffer::USAGE_STATIC, indices.data());
+        m_indices =
+            rs->CreateHardwareIndexBuffer(kv::CHardwareIndexBuffer::IT_16BIT, static_cast<unsigned>(indices.size()),
+                                          kv::CHardwareBuffer::USAGE_STATIC, indices.data());
         // Rewritten every frame: the dynamic, discardable kind, which lives in
         // the default pool and so is made anew, empty, by a device reset.
         m_instances = rs->CreateHardwareVertexBuffer(
@@ -424,8 +424,8 @@ public:
                 const float x = static_cast<float>(column) - (kColumns - 1) * 0.5f;
                 const float y = static_cast<float>(row) - (kRows - 1) * 0.5f;
                 const float turn = time + 0.4f * i;
-                cubes.push_back({x, y + 0.15f * std::sin(time * 2.0f + x), std::sin(turn), std::cos(turn),
-                                 Packed(colour)});
+                cubes.push_back(
+                    {x, y + 0.15f * std::sin(time * 2.0f + x), std::sin(turn), std::cos(turn), Packed(colour)});
             }
         m_instances->WriteData(0, static_cast<unsigned>(cubes.size() * sizeof(CubeInstance)), cubes.data(), true);
 
@@ -508,8 +508,8 @@ int main(int argc, char** argv)
         std::printf("demo: cannot load D3D9RenderSystem.dll (error %lu)\n", GetLastError());
         return 1;
     }
-    auto create =
-        reinterpret_cast<kv::PFN_CreateRenderSystem>(reinterpret_cast<void*>(GetProcAddress(plugin, "CreateRenderSystem")));
+    auto create = reinterpret_cast<kv::PFN_CreateRenderSystem>(
+        reinterpret_cast<void*>(GetProcAddress(plugin, "CreateRenderSystem")));
     if (!create)
     {
         std::printf("demo: D3D9RenderSystem.dll has no CreateRenderSystem\n");
@@ -538,8 +538,9 @@ int main(int argc, char** argv)
         std::printf("demo: device calls are counted by the recording d3d9.dll, which forwards them to Wine's\n");
     else
         std::printf("demo: device calls are not counted (%s); only the engine's frame statistics are shown\n",
-                    !wantProxy ? "--no-proxy" : recording ? "the plug-in did not bind to the recording d3d9.dll"
-                                                          : "no recording d3d9.dll beside the demo");
+                    !wantProxy  ? "--no-proxy"
+                    : recording ? "the plug-in did not bind to the recording d3d9.dll"
+                                : "no recording d3d9.dll beside the demo");
 
     HWND hWnd = MakeWindow(width, height);
     if (!hWnd)

@@ -134,9 +134,8 @@ int main()
     ref_ptr<CHardwareVertexBuffer> buffers[2] = {
         rs->CreateHardwareVertexBuffer(sizeof(Vertex), 4, CHardwareBuffer::USAGE_STATIC, vertices),
         rs->CreateHardwareVertexBuffer(sizeof(Vertex), 4, CHardwareBuffer::USAGE_STATIC, vertices)};
-    ref_ptr<CHardwareIndexBuffer> indexBuffer =
-        rs->CreateHardwareIndexBuffer(CHardwareIndexBuffer::IT_16BIT, kIndexCount, CHardwareBuffer::USAGE_STATIC,
-                                      indices);
+    ref_ptr<CHardwareIndexBuffer> indexBuffer = rs->CreateHardwareIndexBuffer(
+        CHardwareIndexBuffer::IT_16BIT, kIndexCount, CHardwareBuffer::USAGE_STATIC, indices);
     ref_ptr<CVertexData> data[2];
     for (int i = 0; i < 2; ++i)
     {
@@ -154,7 +153,8 @@ int main()
     IDirect3DVertexBuffer9* nativeBuffers[2] = {
         static_cast<CD3D9HardwareVertexBuffer*>(buffers[0].get())->m_pD3D9VertexBuffer,
         static_cast<CD3D9HardwareVertexBuffer*>(buffers[1].get())->m_pD3D9VertexBuffer};
-    IDirect3DIndexBuffer9* nativeIndices = static_cast<CD3D9HardwareIndexBuffer*>(indexBuffer.get())->m_pD3D9IndexBuffer;
+    IDirect3DIndexBuffer9* nativeIndices =
+        static_cast<CD3D9HardwareIndexBuffer*>(indexBuffer.get())->m_pD3D9IndexBuffer;
     if (!nativeDeclaration || !nativeBuffers[0] || !nativeBuffers[1] || !nativeIndices)
     {
         std::printf("bench_draw_path: the buffers could not be made\n");

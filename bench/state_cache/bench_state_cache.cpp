@@ -105,7 +105,8 @@ const float kMipBiases[] = {0.0f, -0.5f, 0.5f};
 const FilterOptions kFilters[] = {FO_LINEAR, FO_POINT, FO_ANISOTROPIC};
 const TextureAddressMode kAddresses[] = {TAM_WRAP, TAM_CLAMP, TAM_MIRROR};
 
-template <size_t N, typename T> unsigned CountOf(const T (&)[N])
+template <size_t N, typename T>
+unsigned CountOf(const T (&)[N])
 {
     return static_cast<unsigned>(N);
 }
@@ -296,9 +297,9 @@ struct Vertex
 // A pre-transformed triangle of a few pixels, bound as the only stream.
 bool MakeTriangle(IDirect3DDevice9* device, IDirect3DVertexBuffer9** buffer)
 {
-    const Vertex vertices[3] = {
-        {4.0f, 4.0f, 0.5f, 1.0f, 0xFF40C040u}, {12.0f, 4.0f, 0.5f, 1.0f, 0xFF40C040u},
-        {4.0f, 12.0f, 0.5f, 1.0f, 0xFF40C040u}};
+    const Vertex vertices[3] = {{4.0f, 4.0f, 0.5f, 1.0f, 0xFF40C040u},
+                                {12.0f, 4.0f, 0.5f, 1.0f, 0xFF40C040u},
+                                {4.0f, 12.0f, 0.5f, 1.0f, 0xFF40C040u}};
     const DWORD fvf = D3DFVF_XYZRHW | D3DFVF_DIFFUSE;
     if (FAILED(device->CreateVertexBuffer(sizeof(vertices), D3DUSAGE_WRITEONLY, fvf, D3DPOOL_MANAGED, buffer, nullptr)))
         return false;
@@ -337,8 +338,8 @@ double Median(std::vector<double> values)
 int main()
 {
     SetLogEcho(false);
-    HWND hWnd = CreateWindowExA(0, "STATIC", "bench_state_cache", WS_OVERLAPPEDWINDOW, 0, 0, 64, 64, nullptr,
-                                nullptr, GetModuleHandleA(nullptr), nullptr);
+    HWND hWnd = CreateWindowExA(0, "STATIC", "bench_state_cache", WS_OVERLAPPEDWINDOW, 0, 0, 64, 64, nullptr, nullptr,
+                                GetModuleHandleA(nullptr), nullptr);
     CRenderSystem* rs = CreateRenderSystem();
     CD3D9RenderSystem* d3d = GetD3D9RenderSystem();
     if (!hWnd || !rs || !d3d->m_pD3D9)

@@ -27,7 +27,7 @@ std::tm MakeTime(int year, int month, int day, int hour, int minute, int second)
 
 std::vector<std::string> ReadLines(const std::string& path)
 {
-    std::ifstream in(path);  // text mode: a Windows line end reads as one line feed
+    std::ifstream in(path); // text mode: a Windows line end reads as one line feed
     std::vector<std::string> lines;
     std::string line;
     while (std::getline(in, line))
@@ -123,7 +123,7 @@ TEST(Log, NullArgumentsWriteNothing)
     S::LogToFile(path.c_str(), nullptr);
     S::LogToFile(nullptr, "x");
     EXPECT_FALSE(Exists(path));
-    S::DebugPrint(nullptr);  // must not crash
+    S::DebugPrint(nullptr); // must not crash
 }
 
 TEST(Log, LogToFileAppendsWithoutStamp)

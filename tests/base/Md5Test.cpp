@@ -48,18 +48,17 @@ TEST(Md5, AppendixTestSuite)
     EXPECT_EQ("c3fcd3d76192e4007dfb496cca67e13b", Digest("abcdefghijklmnopqrstuvwxyz"));
     EXPECT_EQ("d174ab98d277d9f5a5611c2c9f419d9f",
               Digest("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"));
-    EXPECT_EQ("57edf4a22be3c955ac49da2e2107b67a",
-              Digest("1234567890123456789012345678901234567890"
-                     "1234567890123456789012345678901234567890"));
+    EXPECT_EQ("57edf4a22be3c955ac49da2e2107b67a", Digest("1234567890123456789012345678901234567890"
+                                                         "1234567890123456789012345678901234567890"));
 }
 
 TEST(Md5, LengthsAroundThePaddingBoundary)
 {
     // Expected digests from the host's md5sum over the same letters, at test-writing time.
-    EXPECT_EQ("0d7ae056b2f015cd7dc67494efd658f1", Digest(Letters(55)));  // padding fits in the block
-    EXPECT_EQ("31fcfb5165169eb55898e7e4cf34d19a", Digest(Letters(56)));  // needs a second block
+    EXPECT_EQ("0d7ae056b2f015cd7dc67494efd658f1", Digest(Letters(55))); // padding fits in the block
+    EXPECT_EQ("31fcfb5165169eb55898e7e4cf34d19a", Digest(Letters(56))); // needs a second block
     EXPECT_EQ("1b30c0670c15e7da3c2ba7bce77ebe99", Digest(Letters(63)));
-    EXPECT_EQ("a2eaf6295c32adc403865fd96a2f182b", Digest(Letters(64)));  // exactly one block
+    EXPECT_EQ("a2eaf6295c32adc403865fd96a2f182b", Digest(Letters(64))); // exactly one block
     EXPECT_EQ("eba2cce0ca8df47e62414a736b3105a2", Digest(Letters(65)));
 }
 
@@ -96,7 +95,7 @@ TEST(Md5, DigestClosesOnceAndResetStartsOver)
     md5.Update("a");
     EXPECT_EQ("0cc175b9c0f1b6a831c399e269772661", md5.HexDigest());
     md5.Reset();
-    md5.Update(nullptr, 5);  // no bytes: nothing fed
+    md5.Update(nullptr, 5); // no bytes: nothing fed
     EXPECT_EQ("d41d8cd98f00b204e9800998ecf8427e", md5.HexDigest());
 }
 

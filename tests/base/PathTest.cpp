@@ -26,18 +26,30 @@ TEST(Path, PartsOfAPath)
         std::vector<std::pair<const char*, const char*>> rows; // path, answer
     } forms[] = {
         // The last '\' wins over a later '/'; a dot in the directory is no extension.
-        {"GetFileTitle", &S::GetFileTitle,
-         {{"shader\\effects\\water.fx", "water"}, {"shader/effects/water.fx", "water"}, {"a\\b/c.fx", "b/c"},
-          {"dir/archive.tar.gz", "archive.tar"}, {"noext", "noext"}, {"dir.v2\\file", "file"}, {"dir/", ""},
-          {"dir\\", ""}, {"", ""}}},
-        {"GetFileName", &S::GetFileName, {{"shader\\effects\\water.fx", "water.fx"}, {"water.fx", "water.fx"}, {"dir/", ""}}},
+        {"GetFileTitle",
+         &S::GetFileTitle,
+         {{"shader\\effects\\water.fx", "water"},
+          {"shader/effects/water.fx", "water"},
+          {"a\\b/c.fx", "b/c"},
+          {"dir/archive.tar.gz", "archive.tar"},
+          {"noext", "noext"},
+          {"dir.v2\\file", "file"},
+          {"dir/", ""},
+          {"dir\\", ""},
+          {"", ""}}},
+        {"GetFileName",
+         &S::GetFileName,
+         {{"shader\\effects\\water.fx", "water.fx"}, {"water.fx", "water.fx"}, {"dir/", ""}}},
         {"GetExtension", &S::GetExtension, {{"archive.tar.gz", ".gz"}, {"README", ""}, {"name.", "."}}},
         {"GetDirectory", &S::GetDirectory, {{"a\\b/c.fx", "a\\b/"}, {"a/b\\c.fx", "a/b\\"}, {"c.fx", ""}}},
         {"GetParentDir", &S::GetParentDir, {{"a\\b\\c.fx", "a/b"}, {"a/b/", "a/b"}, {"c.fx", ""}}},
         {"StandardisePath", &S::StandardisePath, {{"a\\b", "a/b/"}, {"a/b/", "a/b/"}, {"", ""}}},
-        {"NormalisePath forward", [](const std::string& p) { return S::NormalisePath(p, true); },
+        {"NormalisePath forward",
+         [](const std::string& p) { return S::NormalisePath(p, true); },
          {{"a\\\\b//c\\/", "a/b/c/"}, {"abc", "abc"}}},
-        {"NormalisePath back", [](const std::string& p) { return S::NormalisePath(p, false); }, {{"a//b\\/c", "a\\b\\c"}}},
+        {"NormalisePath back",
+         [](const std::string& p) { return S::NormalisePath(p, false); },
+         {{"a//b\\/c", "a\\b\\c"}}},
         {"AppendSlash", &S::AppendSlash, {{"a", "a/"}, {"a\\", "a\\"}, {"a/", "a/"}, {"", ""}}},
     };
     for (const auto& f : forms)
@@ -80,7 +92,7 @@ TEST(Files, CreateDirectoriesAndFileHelpers)
     std::fclose(out);
 
     EXPECT_TRUE(S::IsFile(file));
-    EXPECT_FALSE(S::IsFile(root + "/one"));  // a directory is not a file
+    EXPECT_FALSE(S::IsFile(root + "/one")); // a directory is not a file
     EXPECT_FALSE(S::IsFile(root + "/missing"));
 
     FILE* in = std::fopen(file.c_str(), "rb");

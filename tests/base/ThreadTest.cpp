@@ -1,5 +1,5 @@
-#include "base/CriticalSection.h"
 #include "base/Thread.h"
+#include "base/CriticalSection.h"
 
 #include <gtest/gtest.h>
 
@@ -92,7 +92,7 @@ TEST(Thread, StartRunsMainOnANewThread)
 TEST(Thread, StartTwiceAndStopUnstarted)
 {
     FunctionThread idle("idle", [](FunctionThread&) { return 0u; });
-    idle.Stop();  // never started: nothing to wait for
+    idle.Stop(); // never started: nothing to wait for
     EXPECT_FALSE(idle.IsRunning());
 
     FunctionThread t("loop", [](FunctionThread& self) {
@@ -244,7 +244,7 @@ TEST(Thread, TerminateEndsAStuckThreadOnly)
             Thread::Sleep(1);
         return 0u;
     });
-    stuck.Terminate(1);  // not running: nothing
+    stuck.Terminate(1); // not running: nothing
     stuck.Start();
     ASSERT_TRUE(WaitFor([&] { return stuck.entries.load() == 1; }));
     HANDLE own = OpenThreadById(stuck.GetThreadId());
@@ -345,14 +345,14 @@ TEST(Thread, ProducersAndConsumerThroughEventAndLock)
 TEST(Thread, LockKeepsACounterExact)
 {
     CriticalSection lock;
-    long counter = 0;  // deliberately not atomic: only the lock makes it exact
+    long counter = 0; // deliberately not atomic: only the lock makes it exact
     std::vector<std::unique_ptr<FunctionThread>> threads;
     for (int i = 0; i < 4; ++i)
         threads.emplace_back(new FunctionThread("adder", [&](FunctionThread&) {
             for (int k = 0; k < 100000; ++k)
             {
                 lock.Enter();
-                lock.Enter();  // recursive on the same thread
+                lock.Enter(); // recursive on the same thread
                 ++counter;
                 lock.Leave();
                 lock.Leave();

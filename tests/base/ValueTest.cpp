@@ -34,7 +34,7 @@ TEST(Values, Hex)
     EXPECT_EQ(0, S::HexToInt("1g2"));
     EXPECT_EQ(0, S::HexToInt("g12"));
     EXPECT_EQ(0, S::HexToInt("12g"));
-    EXPECT_EQ(0, S::HexToInt("0x10"));  // no prefix is understood
+    EXPECT_EQ(0, S::HexToInt("0x10")); // no prefix is understood
     EXPECT_EQ(0, S::HexToInt(""));
     EXPECT_EQ(static_cast<int>(0x80000000u), S::HexToInt("80000000"));
     EXPECT_EQ(static_cast<int>(0x80000000u), S::HexToInt("-80000000"));
@@ -72,7 +72,7 @@ TEST(Values, ToText)
     EXPECT_EQ("0000255", S::ToString(uint32_t(255), 7, '0'));
     EXPECT_EQ("  3.14", S::ToString(3.14159f, 3, 6, ' '));
     EXPECT_FALSE(S::SetGlobalLocale("no_such_locale_anywhere"));
-    EXPECT_EQ("00042", S::ToString(int32_t(42), 5, '0'));  // the old locale still serves
+    EXPECT_EQ("00042", S::ToString(int32_t(42), 5, '0')); // the old locale still serves
     EXPECT_TRUE(S::SetGlobalLocale("C"));
     EXPECT_EQ("1234567", S::ToString(int32_t(1234567), 0, ' '));
 }
@@ -83,7 +83,7 @@ TEST(Values, ParseIntegersAndBooleans)
     S::ParseInt2("12 -7", x, y);
     EXPECT_EQ(12, x);
     EXPECT_EQ(-7, y);
-    S::ParseInt2("0x10 010", x, y);  // base 0: hex and octal prefixes count
+    S::ParseInt2("0x10 010", x, y); // base 0: hex and octal prefixes count
     EXPECT_EQ(16, x);
     EXPECT_EQ(8, y);
     S::ParseInt2("5", x, y);
@@ -95,13 +95,13 @@ TEST(Values, ParseIntegersAndBooleans)
 
     EXPECT_EQ(77, S::ParseInt("77 88", 1));
     EXPECT_EQ(1, S::ParseInt("abc", 1));
-    EXPECT_EQ(2147483647, S::ParseInt("99999999999999", 1));  // saturates, no wrap
+    EXPECT_EQ(2147483647, S::ParseInt("99999999999999", 1)); // saturates, no wrap
 
     EXPECT_TRUE(S::ParseBool("true", false));
     EXPECT_TRUE(S::ParseBool("1", false));
     EXPECT_FALSE(S::ParseBool("false", true));
     EXPECT_FALSE(S::ParseBool("0", true));
-    EXPECT_FALSE(S::ParseBool("TRUE", false));  // exactly, no case folding
+    EXPECT_FALSE(S::ParseBool("TRUE", false)); // exactly, no case folding
     EXPECT_FALSE(S::ParseBool("1 ", false));
     EXPECT_FALSE(S::ParseBool("yes", false));
     EXPECT_TRUE(S::ParseBool(nullptr, true));
@@ -122,7 +122,7 @@ TEST(Values, ParseBytesAndColours)
     S::ParseBytes4("10 20 30", bytes);
     for (uint8_t b : bytes)
         EXPECT_EQ(255, b);
-    S::ParseBytes4("300 -5 0 1", bytes);  // out of range clamps
+    S::ParseBytes4("300 -5 0 1", bytes); // out of range clamps
     EXPECT_EQ(255, bytes[0]);
     EXPECT_EQ(0, bytes[1]);
 
@@ -173,7 +173,7 @@ TEST(Values, ParseFloatGroups)
     float arr[5] = {7, 7, 7, 7, 7};
     EXPECT_EQ(3u, S::ParseFloatArray("1 2 3 oops 5", arr, 5));
     EXPECT_FLOAT_EQ(3.0f, arr[2]);
-    EXPECT_FLOAT_EQ(7.0f, arr[3]);  // untouched
+    EXPECT_FLOAT_EQ(7.0f, arr[3]); // untouched
     EXPECT_EQ(2u, S::ParseFloatArray("1 2 3", arr, 2));
     EXPECT_EQ(0u, S::ParseFloatArray(nullptr, arr, 5));
 }

@@ -5,6 +5,7 @@
 // number of an entry is its place in kvproxy::Method.
 #pragma once
 
+// clang-format off
 // IDirect3D9, in table order. Methods of this interface carry the prefix D3D9_ in
 // kvproxy::Method since two names also exist on the device.
 #define KV_PROXY_D3D9_METHODS(X) \
@@ -53,18 +54,19 @@
   X(D3DPERF_GetStatus) X(D3DPERF_QueryRepeatFrame) X(D3DPERF_SetMarker) \
   X(D3DPERF_SetOptions) X(D3DPERF_SetRegion) X(DebugSetMute) \
   X(Direct3DShaderValidatorCreate9)
+// clang-format on
 
 #ifdef __cplusplus
 #include <cstdint>
 
-namespace kvproxy {
+namespace kvproxy
+{
 
 #define KV_PROXY_ENUM_ENTRY(name) name,
-enum class Method : uint32_t {
-  KV_PROXY_D3D9_METHODS(KV_PROXY_ENUM_ENTRY)
-  KV_PROXY_DEVICE_METHODS(KV_PROXY_ENUM_ENTRY)
-  KV_PROXY_EXPORT_METHODS(KV_PROXY_ENUM_ENTRY)
-  Count
+enum class Method : uint32_t
+{
+    KV_PROXY_D3D9_METHODS(KV_PROXY_ENUM_ENTRY)
+    KV_PROXY_DEVICE_METHODS(KV_PROXY_ENUM_ENTRY) KV_PROXY_EXPORT_METHODS(KV_PROXY_ENUM_ENTRY) Count
 };
 #undef KV_PROXY_ENUM_ENTRY
 
@@ -72,26 +74,26 @@ constexpr uint32_t kMethodCount = static_cast<uint32_t>(Method::Count);
 constexpr uint32_t kFirstDeviceMethod = static_cast<uint32_t>(Method::QueryInterface);
 constexpr uint32_t kFirstExportMethod = static_cast<uint32_t>(Method::Direct3DCreate9);
 
-inline bool IsDeviceMethod(Method m) {
-  const uint32_t n = static_cast<uint32_t>(m);
-  return n >= kFirstDeviceMethod && n < kFirstExportMethod;
+inline bool IsDeviceMethod(Method m)
+{
+    const uint32_t n = static_cast<uint32_t>(m);
+    return n >= kFirstDeviceMethod && n < kFirstExportMethod;
 }
 
-inline bool IsDirect3D9Method(Method m) {
-  return static_cast<uint32_t>(m) < kFirstDeviceMethod;
+inline bool IsDirect3D9Method(Method m)
+{
+    return static_cast<uint32_t>(m) < kFirstDeviceMethod;
 }
 
-inline const char* MethodName(Method m) {
+inline const char* MethodName(Method m)
+{
 #define KV_PROXY_NAME_ENTRY(name) #name,
-  static const char* const names[] = {
-    KV_PROXY_D3D9_METHODS(KV_PROXY_NAME_ENTRY)
-    KV_PROXY_DEVICE_METHODS(KV_PROXY_NAME_ENTRY)
-    KV_PROXY_EXPORT_METHODS(KV_PROXY_NAME_ENTRY)
-  };
+    static const char* const names[] = {KV_PROXY_D3D9_METHODS(KV_PROXY_NAME_ENTRY) KV_PROXY_DEVICE_METHODS(
+        KV_PROXY_NAME_ENTRY) KV_PROXY_EXPORT_METHODS(KV_PROXY_NAME_ENTRY)};
 #undef KV_PROXY_NAME_ENTRY
-  const uint32_t n = static_cast<uint32_t>(m);
-  return n < kMethodCount ? names[n] : "?";
+    const uint32_t n = static_cast<uint32_t>(m);
+    return n < kMethodCount ? names[n] : "?";
 }
 
-}  // namespace kvproxy
+} // namespace kvproxy
 #endif

@@ -91,23 +91,29 @@ std::string Describe(const D3DPRESENT_PARAMETERS& pp)
     s << pp.BackBufferWidth << "x" << pp.BackBufferHeight << " format " << pp.BackBufferFormat << " buffers "
       << pp.BackBufferCount << " samples " << pp.MultiSampleType << "/" << pp.MultiSampleQuality << " swap "
       << pp.SwapEffect << " windowed " << pp.Windowed << " depth " << pp.EnableAutoDepthStencil << "/"
-      << pp.AutoDepthStencilFormat << " flags " << pp.Flags << " rate " << pp.FullScreen_RefreshRateInHz
-      << " interval " << std::hex << pp.PresentationInterval;
+      << pp.AutoDepthStencilFormat << " flags " << pp.Flags << " rate " << pp.FullScreen_RefreshRateInHz << " interval "
+      << std::hex << pp.PresentationInterval;
     return s.str();
 }
 
 // The names of the record's yes-or-no answers that are yes.
 std::string Yes(const CDeviceCapabilities& c)
 {
-    const std::pair<const char*, bool> answers[] = {
-        {"float", c.m_bFloatTexture},        {"mrt-depths", c.m_bMRTIndependentBitDepths},
-        {"npot", c.m_bNonPowerOfTwoTexture}, {"mip-bias", c.GetMipBiasSupported()},
-        {"vertex-texture", c.m_bVertexTextureFetch}, {"intz", c.m_bDepthTextureINTZ},
-        {"pcf", c.GetHardwarePCFSupported()}, {"d16", c.m_bDepthTextureD16},
-        {"null", c.m_bNullRenderTarget},      {"ati2", c.m_bATI2Texture},
-        {"rt32f", c.m_bFloat32RenderTarget},  {"rt16f", c.m_bFloat16RenderTarget},
-        {"srgb", c.GetSRGBReadWrite()},       {"timer", c.m_bTimerQuery},
-        {"sse2", c.m_bSSE2}};
+    const std::pair<const char*, bool> answers[] = {{"float", c.m_bFloatTexture},
+                                                    {"mrt-depths", c.m_bMRTIndependentBitDepths},
+                                                    {"npot", c.m_bNonPowerOfTwoTexture},
+                                                    {"mip-bias", c.GetMipBiasSupported()},
+                                                    {"vertex-texture", c.m_bVertexTextureFetch},
+                                                    {"intz", c.m_bDepthTextureINTZ},
+                                                    {"pcf", c.GetHardwarePCFSupported()},
+                                                    {"d16", c.m_bDepthTextureD16},
+                                                    {"null", c.m_bNullRenderTarget},
+                                                    {"ati2", c.m_bATI2Texture},
+                                                    {"rt32f", c.m_bFloat32RenderTarget},
+                                                    {"rt16f", c.m_bFloat16RenderTarget},
+                                                    {"srgb", c.GetSRGBReadWrite()},
+                                                    {"timer", c.m_bTimerQuery},
+                                                    {"sse2", c.m_bSSE2}};
     std::string s;
     for (const auto& a : answers)
         if (a.second)
@@ -138,8 +144,8 @@ std::vector<Query> CapabilityQueries(kvproxy::Mark from)
         if (probes >= 2)
             break;
         if (m == Method::D3D9_CheckDeviceFormat)
-            out.push_back({static_cast<uint32_t>(c.args[3]), static_cast<uint32_t>(c.args[4]),
-                           static_cast<uint32_t>(c.args[5])});
+            out.push_back(
+                {static_cast<uint32_t>(c.args[3]), static_cast<uint32_t>(c.args[4]), static_cast<uint32_t>(c.args[5])});
     }
     return out;
 }
@@ -160,12 +166,12 @@ TEST_F(DeviceTest, InitMakesTheDeviceOnTheWindowAndReportsTheAdapter)
                                       KV_PROXY_ID_REVISION,
                                   id);
     ASSERT_TRUE(Init());
-    EXPECT_EQ((std::vector<std::string>{"AdapterCount:1", "===========================\nAdapter #0",
-                                        "Driver: kvtest.dll", "Description: Korvo Test Adapter",
-                                        "DeviceName: \\\\.\\DISPLAY7",
-                                        "VendorId: 0x000010de, DeviceId: 0x000006cd, SubSysId: 0x1234abcd, "
-                                        "Revision: 0x000000a2"}),
-              Texts(LOG_INFO));
+    EXPECT_EQ(
+        (std::vector<std::string>{"AdapterCount:1", "===========================\nAdapter #0", "Driver: kvtest.dll",
+                                  "Description: Korvo Test Adapter", "DeviceName: \\\\.\\DISPLAY7",
+                                  "VendorId: 0x000010de, DeviceId: 0x000006cd, SubSysId: 0x1234abcd, "
+                                  "Revision: 0x000000a2"}),
+        Texts(LOG_INFO));
     EXPECT_TRUE(Errors().empty());
 
     std::vector<KvProxyCall> creates = Calls(Method::D3D9_CreateDevice);
@@ -259,7 +265,8 @@ TEST_F(DeviceTest, MultisamplingFallsToTheHighestCountTheDeviceTakes)
     EXPECT_EQ(16u, asked.front());
     EXPECT_EQ(1u, asked.back());
     std::vector<KvProxyCall> checks = kvproxy::CallsSince(from, Method::D3D9_CheckDeviceMultiSampleType);
-    EXPECT_EQ((std::vector<uint64_t>{D3DFMT_A8R8G8B8, 0}), std::vector<uint64_t>(checks[0].args + 2, checks[0].args + 4));
+    EXPECT_EQ((std::vector<uint64_t>{D3DFMT_A8R8G8B8, 0}),
+              std::vector<uint64_t>(checks[0].args + 2, checks[0].args + 4));
 
     // No multisampling asks nothing and logs nothing, even without the stretch capability.
     Again();
@@ -376,9 +383,8 @@ TEST_F(DeviceTest, TheDepthFormatFallsFromD24S8ToD24X8D32AndD16)
     EXPECT_TRUE(std::none_of(before.begin(), before.end(), [](const KvProxyCall& c) {
         return kvproxy::MethodOf(c) == Method::D3D9_CheckDepthStencilMatch;
     }));
-    const bool d32 = std::any_of(before.begin(), before.end(), [](const KvProxyCall& c) {
-        return c.args[5] == D3DFMT_D32 && c.result == D3D_OK;
-    });
+    const bool d32 = std::any_of(before.begin(), before.end(),
+                                 [](const KvProxyCall& c) { return c.args[5] == D3DFMT_D32 && c.result == D3D_OK; });
     EXPECT_EQ(d32 ? D3DFMT_D32 : D3DFMT_D16, CreatedWith().AutoDepthStencilFormat);
 
     Again();
@@ -554,8 +560,8 @@ TEST_F(DeviceTest, TheFirstUsableFloatFormatEndsTheRow)
     for (const bool before : {false, true})
     {
         Again();
-        for (D3DFORMAT f : {D3DFMT_R16F, D3DFMT_G16R16F, D3DFMT_A16B16G16R16F, D3DFMT_R32F, D3DFMT_G32R32F,
-                            D3DFMT_A32B32G32R32F})
+        for (D3DFORMAT f :
+             {D3DFMT_R16F, D3DFMT_G16R16F, D3DFMT_A16B16G16R16F, D3DFMT_R32F, D3DFMT_G32R32F, D3DFMT_A32B32G32R32F})
             kvproxy::FailCheckDeviceFormat(f, 0);
         Caps().m_bFloatTexture = before;
         ASSERT_TRUE(Init());
@@ -597,8 +603,9 @@ TEST_F(DeviceTest, TheShaderGateChoosesTheMode)
         Again();
         SetShaderVersions(v[0], v[1]);
         EXPECT_FALSE(Init());
-        EXPECT_EQ((std::vector<std::string>{"vs>=2.0 && ps>=2.0 not supported!!!", "Failed to BuildDeviceCapabilities"}),
-                  Errors());
+        EXPECT_EQ(
+            (std::vector<std::string>{"vs>=2.0 && ps>=2.0 not supported!!!", "Failed to BuildDeviceCapabilities"}),
+            Errors());
         EXPECT_EQ(0, rs->m_nBuildDeviceCapabilitiesCount);
         EXPECT_EQ("", Caps().getRenderSystemName());
         EXPECT_EQ(RST_DX9C, g_eRenderSystemType);

@@ -217,7 +217,8 @@ TEST_F(ResetTest, TwoRefusedResetsThenAGoodOne)
     EXPECT_EQ(0, probe->reset);
     EXPECT_EQ(0, EngineResets());
     EXPECT_EQ(nullptr, DynamicNative()) << "a refused reset leaves every default-pool object released";
-    EXPECT_EQ(nullptr, D3D(indices.get())->m_pD3D9IndexBuffer) << "a refused reset leaves every default-pool object released";
+    EXPECT_EQ(nullptr, D3D(indices.get())->m_pD3D9IndexBuffer)
+        << "a refused reset leaves every default-pool object released";
     // A windowed reset that fails explains nothing beyond its warning.
     EXPECT_EQ(2u, CountOf(Texts(LOG_WARNING), ResetWarning(D3DERR_DEVICELOST, kWidth, kHeight, false)));
     EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
@@ -237,8 +238,8 @@ TEST_F(ResetTest, StepsRunInOrder)
     d3d->_setRenderState(D3DRS_LIGHTING, FALSE);
     // A read-back surface of an earlier screenshot holds a reference the reset must give up.
     IDirect3DSurface9* readback = nullptr;
-    ASSERT_EQ(D3D_OK, device->CreateOffscreenPlainSurface(16, 16, D3DFMT_X8R8G8B8, D3DPOOL_SYSTEMMEM, &readback,
-                                                          nullptr));
+    ASSERT_EQ(D3D_OK,
+              device->CreateOffscreenPlainSurface(16, 16, D3DFMT_X8R8G8B8, D3DPOOL_SYSTEMMEM, &readback, nullptr));
     readback->AddRef();
     d3d->m_mapReadbackSurfaces[CD3D9RenderSystem::ReadbackKey(16, 16, D3DFMT_X8R8G8B8)] = readback;
     d3d->m_pLockedReadbackSurface = readback;
@@ -381,8 +382,7 @@ TEST_F(ResetTest, ChildWindowCannotGoFullScreen)
     auto from = kvproxy::Here();
     EXPECT_FALSE(ResetMain(kWidth, kHeight, true));
     EXPECT_FALSE(ResetWith(from).Windowed);
-    EXPECT_EQ(std::vector<std::string>{ResetWarning(D3DERR_INVALIDCALL, kWidth, kHeight, true)},
-              Texts(LOG_WARNING));
+    EXPECT_EQ(std::vector<std::string>{ResetWarning(D3DERR_INVALIDCALL, kWidth, kHeight, true)}, Texts(LOG_WARNING));
     EXPECT_EQ((std::vector<std::string>{kHasParent, kNotChild, kNotTopmost}), Errors());
     EXPECT_EQ(1, probe->lost);
     EXPECT_EQ(0, probe->reset);
@@ -400,8 +400,7 @@ TEST_F(ResetTest, TopLevelWindowFullScreenNeedsTopmost)
 {
     kvproxy::FailMethod(Method::Reset, D3DERR_INVALIDCALL, 2);
     EXPECT_FALSE(ResetMain(kWidth, kHeight, true));
-    EXPECT_EQ(std::vector<std::string>{ResetWarning(D3DERR_INVALIDCALL, kWidth, kHeight, true)},
-              Texts(LOG_WARNING));
+    EXPECT_EQ(std::vector<std::string>{ResetWarning(D3DERR_INVALIDCALL, kWidth, kHeight, true)}, Texts(LOG_WARNING));
     EXPECT_EQ(std::vector<std::string>{kNotTopmost}, Errors());
 
     // A topmost top-level window has nothing to explain beyond the warning.

@@ -155,7 +155,8 @@ TEST_F(Drivers, MonitorsCountFromOneAndAreFoundByTheirTrimmedDescription)
     kvproxy::SetAdapterIdentifier(KV_PROXY_ID_DRIVER | KV_PROXY_ID_DESCRIPTION, id);
     D3D9DriverList unterminated(d3d);
     EXPECT_EQ(std::string(sizeof(id.Driver), 'x'), unterminated.GetItem(0u)->GetDriverName());
-    EXPECT_EQ("Monitor-1-" + std::string(sizeof(id.Description), 'x'), unterminated.GetItem(0u)->GetDriverDescription());
+    EXPECT_EQ("Monitor-1-" + std::string(sizeof(id.Description), 'x'),
+              unterminated.GetItem(0u)->GetDriverDescription());
 }
 
 TEST_F(Drivers, CapabilitiesAreReadForTheRenderSystemsDeviceType)
@@ -216,18 +217,18 @@ TEST_F(Drivers, ModesAreFilteredCollapsedToTheBestRateAndSixteenBitFirst)
     EXPECT_EQ(nullptr, modes->GetItem("640 x 480 @ 32-bit colour"));
 
     // Below 640 by 400 is left out.
-    modes = Modes({}, {Mode(639, 480, 60), Mode(640, 399, 60), Mode(640, 400, 60), Mode(320, 200, 70),
-                       Mode(800, 600, 60)});
+    modes =
+        Modes({}, {Mode(639, 480, 60), Mode(640, 399, 60), Mode(640, 400, 60), Mode(320, 200, 70), Mode(800, 600, 60)});
     EXPECT_EQ((Texts{"640 x 400 @ 32-bit colour 60Hz", "800 x 600 @ 32-bit colour 60Hz"}), Describe(modes));
     // Refresh rates collapse to the highest, in either order.
-    modes = Modes({}, {Mode(800, 600, 60), Mode(1024, 768, 85), Mode(800, 600, 75), Mode(1024, 768, 60),
-                       Mode(800, 600, 72)});
+    modes = Modes(
+        {}, {Mode(800, 600, 60), Mode(1024, 768, 85), Mode(800, 600, 75), Mode(1024, 768, 60), Mode(800, 600, 72)});
     EXPECT_EQ((Texts{"800 x 600 @ 32-bit colour 75Hz", "1024 x 768 @ 32-bit colour 85Hz"}), Describe(modes));
     // Sixteen-bit modes come first and formats stay apart.
     modes = Modes({Mode(1024, 768, 60, D3DFMT_R5G6B5), Mode(800, 600, 60, D3DFMT_R5G6B5)}, {Mode(800, 600, 75)});
-    EXPECT_EQ((Texts{"1024 x 768 @ 16-bit colour 60Hz", "800 x 600 @ 16-bit colour 60Hz",
-                     "800 x 600 @ 32-bit colour 75Hz"}),
-              Describe(modes));
+    EXPECT_EQ(
+        (Texts{"1024 x 768 @ 16-bit colour 60Hz", "800 x 600 @ 16-bit colour 60Hz", "800 x 600 @ 32-bit colour 75Hz"}),
+        Describe(modes));
     EXPECT_EQ(PF_R5G6B5, modes->GetItem(0u)->getPixelFormat());
     EXPECT_EQ(PF_X8R8G8B8, modes->GetItem(2u)->getPixelFormat());
 

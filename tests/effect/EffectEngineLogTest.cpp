@@ -1,8 +1,8 @@
 // In the plug-in the reader's messages reach the engine's log: errors with the
 // reader's source position, warnings as warnings.
 
-#include "D3D9RenderSystem/D3D9ParseEffect.h"
 #include "D3D9RenderSystem/EffectEngineLog.h"
+#include "D3D9RenderSystem/D3D9ParseEffect.h"
 #include "D3D9RenderSystem/EffectLog.h"
 #include "engine/Log.h"
 

@@ -37,8 +37,9 @@ Bytes OneStateEffect(uint32_t stateType, uint32_t stateValueWord, uint32_t objec
 {
     EffectBuilder b;
     const uint32_t none = b.String(nullptr);
-    const uint32_t type = b.Put(stateType == D3DXPT_FLOAT ? NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, none, none, 0, 1, 1)
-                                                          : ObjectType(stateType, none, none, 0));
+    const uint32_t type =
+        b.Put(stateType == D3DXPT_FLOAT ? NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, none, none, 0, 1, 1)
+                                        : ObjectType(stateType, none, none, 0));
     const uint32_t value = b.Word(stateValueWord);
     const uint32_t tech = b.String("T"), pass = b.String("P");
     b.Body();
@@ -115,9 +116,9 @@ TEST(EffectFailures, ResourceRecordsOutOfBounds)
 
 TEST(EffectFailures, MissingReferencedParameter)
 {
-    EXPECT_EQ(Read(OneStateEffect(D3DXPT_TEXTURE, 0, 1, {{0, 0, 0xFFFFFFFF, 0, 1}}, Bytes{'N', 'o', 'p', 'e', 0})),
-              (Lines{"Referenced parameter Nope not found.\n", "Failed to parse resource 0\n",
-                     "Failed to parse effect.\n"}));
+    EXPECT_EQ(
+        Read(OneStateEffect(D3DXPT_TEXTURE, 0, 1, {{0, 0, 0xFFFFFFFF, 0, 1}}, Bytes{'N', 'o', 'p', 'e', 0})),
+        (Lines{"Referenced parameter Nope not found.\n", "Failed to parse resource 0\n", "Failed to parse effect.\n"}));
     // A preshader whose block is too short to hold a name.
     EXPECT_EQ(Read(OneStateEffect(D3DXPT_VERTEXSHADER, 0, 1, {{0, 0, 0xFFFFFFFF, 0, 2}}, Bytes{1, 2})),
               (Lines{"Preshader block of 2 bytes holds no parameter name\n", "Failed to parse resource 0\n",
@@ -154,7 +155,8 @@ TEST(EffectFailures, UnhandledClassesAndTypesAreReportedAndPassedOver)
     EXPECT_STREQ(EffectTypeName(D3DXPT_UNSUPPORTED), "D3DXPT_UNSUPPORTED");
     EXPECT_STREQ(EffectTypeName(20), "unrecognized");
     EXPECT_STREQ(EffectClassName(6), "unrecognized");
-    EXPECT_EQ(log.Texts(), (Lines{"Unrecognized D3DXPARAMETER_TYP 0x14.\n", "Unrecognized D3DXPARAMETER_CLASS 0x6.\n"}));
+    EXPECT_EQ(log.Texts(),
+              (Lines{"Unrecognized D3DXPARAMETER_TYP 0x14.\n", "Unrecognized D3DXPARAMETER_CLASS 0x6.\n"}));
 }
 
 TEST(EffectFailures, RepeatedObjectDataReplacesTheOldAndSaysSo)
@@ -211,10 +213,10 @@ TEST(EffectFailures, OffsetsCountsAndIdsOutsideTheFile)
         EffectBuilder b;
         const uint32_t name = b.Word(1000);
         const uint32_t type = b.Put({D3DXPT_FLOAT, D3DXPC_SCALAR, name, name, 0, 1, 1});
-        EXPECT_EQ(Read(OneParameter(b, type, 0)),
-                  (Lines{"String of 1000 bytes at offset 0 runs past the end of the effect data\n",
-                         "Failed to parse name\n", "Failed to parse type definition\n",
-                         "Failed to parse parameter 0\n", "Failed to parse effect.\n"}));
+        EXPECT_EQ(
+            Read(OneParameter(b, type, 0)),
+            (Lines{"String of 1000 bytes at offset 0 runs past the end of the effect data\n", "Failed to parse name\n",
+                   "Failed to parse type definition\n", "Failed to parse parameter 0\n", "Failed to parse effect.\n"}));
     }
     {
         EffectBuilder b;

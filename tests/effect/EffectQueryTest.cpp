@@ -94,8 +94,8 @@ TEST(EffectQueryNames, ANameWithASeparatorMatchesWholeAndNullNamesNever)
     EffectBuilder b;
     const uint32_t none = b.String(nullptr);
     const uint32_t dotted = b.Put(NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, b.String("x.y"), none, 0, 1, 1));
-    const uint32_t x = b.Put(StructType(b.String("x"), none, 0,
-                                        {NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, b.String("y"), none, 0, 1, 1)}));
+    const uint32_t x = b.Put(
+        StructType(b.String("x"), none, 0, {NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, b.String("y"), none, 0, 1, 1)}));
     const uint32_t anonymous = b.Put(NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, none, none, 0, 1, 1));
     const uint32_t value = b.Floats({1});
     b.Body();

@@ -70,13 +70,14 @@ TEST(EffectRobustness, SingleByteAndWordChangesNeverCrash)
         (ParseExact(changed.data(), changed.size(), &found) ? parsed : failed)[kind]++;
     };
     for (size_t at = 0; at < full.size(); ++at)
-        for (uint8_t value : {uint8_t(0), uint8_t(0xFF), uint8_t(0x80), uint8_t(full[at] + 1), uint8_t(full[at] ^ 0x10)})
+        for (uint8_t value :
+             {uint8_t(0), uint8_t(0xFF), uint8_t(0x80), uint8_t(full[at] + 1), uint8_t(full[at] ^ 0x10)})
             tryChange(0, at, &value, 1);
     for (size_t at = 0; at + 4 <= full.size(); at += 4)
     {
         const uint32_t old = WordAt(full.data(), at);
-        for (uint32_t value : {0u, 1u, 2u, 3u, 4u, 5u, 16u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu, 0xFFFFFFFEu,
-                               old + 1, old - 1, old + 4, old - 4, old * 2, old + 0x100})
+        for (uint32_t value : {0u, 1u, 2u, 3u, 4u, 5u, 16u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu, 0xFFFFFFFEu, old + 1,
+                               old - 1, old + 4, old - 4, old * 2, old + 0x100})
             tryChange(1, at, &value, 4);
     }
     // Both outcomes occur for bytes and for words: values, padding and names may change freely.

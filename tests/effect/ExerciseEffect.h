@@ -90,8 +90,9 @@ inline size_t ExerciseEffect(const CD3D9ParseEffect& fx)
         }
     }
     // Paths of every form, on whatever names the effect has.
-    static const char* const paths[] = {"", "a", "a.b", "a[0]", "a[1].b", "a@b", "a@b.c", "a@b[0]", "a[", "a[]",
-                                        "[0]", ".", "@", "a[0]@b", "a[0]x", "a@b@c", "a[-1]", "a[99999999999]"};
+    static const char* const paths[] = {"",      "a",      "a.b",   "a[0]",  "a[1].b", "a@b",
+                                        "a@b.c", "a@b[0]", "a[",    "a[]",   "[0]",    ".",
+                                        "@",     "a[0]@b", "a[0]x", "a@b@c", "a[-1]",  "a[99999999999]"};
     for (const char* path : paths)
         found += fx.GetParameterByName(nullptr, path) != nullptr;
     // Values that are no handles.

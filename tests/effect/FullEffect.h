@@ -19,8 +19,21 @@ struct FullEffectLayout
 // Parameter indices of the full effect.
 enum
 {
-    P_WORLD, P_LIGHTDIR, P_VIEWT, P_COUNTS, P_PAIRS, P_NEST, P_MAT, P_SAMP, P_SAMPS, P_MESSAGE, P_VS,
-    P_TEXTURES, P_ANONYMOUS, P_GAIN, P_COUNT
+    P_WORLD,
+    P_LIGHTDIR,
+    P_VIEWT,
+    P_COUNTS,
+    P_PAIRS,
+    P_NEST,
+    P_MAT,
+    P_SAMP,
+    P_SAMPS,
+    P_MESSAGE,
+    P_VS,
+    P_TEXTURES,
+    P_ANONYMOUS,
+    P_GAIN,
+    P_COUNT
 };
 const uint32_t kFullEffectHandles = 43;
 const uint32_t kFullEffectObjects = 12;
@@ -42,8 +55,7 @@ inline Bytes BuildFullEffect(FullEffectLayout* layout = nullptr)
     const uint32_t tUIName = b.Put(ObjectType(D3DXPT_STRING, b.String("UIName"), none, 0));
     const uint32_t tLightDir =
         b.Put(NumericType(D3DXPT_FLOAT, D3DXPC_VECTOR, b.String("LightDir"), b.String("Direction"), 0, 1, 3));
-    const uint32_t tViewT =
-        b.Put(NumericType(D3DXPT_FLOAT, D3DXPC_MATRIX_COLUMNS, b.String("ViewT"), none, 0, 4, 4));
+    const uint32_t tViewT = b.Put(NumericType(D3DXPT_FLOAT, D3DXPC_MATRIX_COLUMNS, b.String("ViewT"), none, 0, 4, 4));
     const uint32_t tCounts = b.Put(NumericType(D3DXPT_INT, D3DXPC_SCALAR, b.String("Counts"), none, 3, 1, 1));
     const Words pairA = scalar(D3DXPT_FLOAT, "a"), pairB = scalar(D3DXPT_FLOAT, "b");
     const uint32_t tPairs = b.Put(StructType(b.String("Pairs"), none, 3, {pairA, pairB}));

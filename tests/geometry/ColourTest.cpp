@@ -35,7 +35,8 @@ TEST(Colour, UnpackingReversesEachLayout)
     EXPECT_EQ(c, CColour(3 * k, 2 * k, 1 * k, 4 * k));
     c.fromPackedRGBA(0x01020304u);
     EXPECT_EQ(c, CColour(1 * k, 2 * k, 3 * k, 4 * k));
-    for (unsigned v : {0x00000000u, 0xFFFFFFFFu, 0x12345678u, 0xA0B0C0D0u}) {
+    for (unsigned v : {0x00000000u, 0xFFFFFFFFu, 0x12345678u, 0xA0B0C0D0u})
+    {
         c.fromPackedRGBA(v);
         EXPECT_EQ(c.toPackedRGBA(), v);
         c.fromPackedABGR(v);
@@ -62,32 +63,33 @@ TEST(Colour, ToHueSaturationBrightness)
     EXPECT_EQ(s, 1.0f);
     EXPECT_EQ(v, 0.5f);
     CColour(0.25f, 0.5f, 1.0f).toHueSaturationBrightness(h, s, v);
-    EXPECT_NEAR(h, 0.6111111f, 1e-6f);  // 220 degrees
+    EXPECT_NEAR(h, 0.6111111f, 1e-6f); // 220 degrees
     EXPECT_EQ(s, 0.75f);
-    CColour(1.0f, 0.0f, 0.5f).toHueSaturationBrightness(h, s, v);  // magenta side wraps
+    CColour(1.0f, 0.0f, 0.5f).toHueSaturationBrightness(h, s, v); // magenta side wraps
     EXPECT_NEAR(h, 0.9166667f, 1e-6f);
 }
 
 TEST(Colour, FromHueSaturationBrightness)
 {
     CColour c(9, 9, 9, 0.25f);
-    c.fromHueSaturationBrightness(1.0f, 1.0f, 1.0f);  // hue 1 * 6 wraps to sector 0: red
+    c.fromHueSaturationBrightness(1.0f, 1.0f, 1.0f); // hue 1 * 6 wraps to sector 0: red
     EXPECT_EQ(c, CColour(1, 0, 0, 0.25f));
-    c.fromHueSaturationBrightness(0.7f, 0.0f, 0.4f);  // grey, hue ignored
+    c.fromHueSaturationBrightness(0.7f, 0.0f, 0.4f); // grey, hue ignored
     EXPECT_EQ(c, CColour(0.4f, 0.4f, 0.4f, 0.25f));
-    c.fromHueSaturationBrightness(0.7f, 0.9f, 0.0f);  // black
+    c.fromHueSaturationBrightness(0.7f, 0.9f, 0.0f); // black
     EXPECT_EQ(c, CColour(0, 0, 0, 0.25f));
-    c.fromHueSaturationBrightness(0.5f, 1.0f, 7.0f);  // brightness clamps to 1: cyan
+    c.fromHueSaturationBrightness(0.5f, 1.0f, 7.0f); // brightness clamps to 1: cyan
     EXPECT_EQ(c, CColour(0, 1, 1, 0.25f));
-    c.fromHueSaturationBrightness(-0.5f, 2.0f, 1.0f);  // hue wraps to 0.5, saturation clamps
+    c.fromHueSaturationBrightness(-0.5f, 2.0f, 1.0f); // hue wraps to 0.5, saturation clamps
     EXPECT_EQ(c, CColour(0, 1, 1, 0.25f));
-    c.fromHueSaturationBrightness(1.5f, 1.0f, 1.0f);  // whole part dropped
+    c.fromHueSaturationBrightness(1.5f, 1.0f, 1.0f); // whole part dropped
     EXPECT_EQ(c, CColour(0, 1, 1, 0.25f));
-    c.fromHueSaturationBrightness(-2.5f, 1.0f, 1.0f);  // beyond one turn: the fraction
+    c.fromHueSaturationBrightness(-2.5f, 1.0f, 1.0f); // beyond one turn: the fraction
     EXPECT_EQ(c, CColour(0, 1, 1, 0.25f));
 
     // Round trip through every sector.
-    for (int i = 0; i < 36; ++i) {
+    for (int i = 0; i < 36; ++i)
+    {
         const float hue = (i + 0.5f) / 36.0f;
         c.fromHueSaturationBrightness(hue, 0.6f, 0.8f);
         float h, s, v;

@@ -15,7 +15,8 @@
 
 using namespace kv;
 
-namespace {
+namespace
+{
 
 constexpr int kCount = 4000;
 
@@ -23,7 +24,8 @@ Eigen::Matrix3d ToEigen(const Matrix3& m)
 {
     Eigen::Matrix3d e;
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) e(r, c) = m.m[r][c];
+        for (int c = 0; c < 3; ++c)
+            e(r, c) = m.m[r][c];
     return e;
 }
 
@@ -31,7 +33,8 @@ Eigen::Matrix4d ToEigen(const Matrix4& m)
 {
     Eigen::Matrix4d e;
     for (int r = 0; r < 4; ++r)
-        for (int c = 0; c < 4; ++c) e(r, c) = m.m[r][c];
+        for (int c = 0; c < 4; ++c)
+            e(r, c) = m.m[r][c];
     return e;
 }
 
@@ -40,14 +43,15 @@ void Report(const char* what, double worst, double tolerance)
     std::printf("%-34s worst %.3g, tolerance %.3g\n", what, worst, tolerance);
 }
 
-}  // namespace
+} // namespace
 
 TEST(EigenReference, SingularValuesAndSpectralNorm)
 {
     std::mt19937 rng(11);
     double worst = 0.0, worstNorm = 0.0;
     const double tolerance = 1e-5, normTolerance = 1e-4;
-    for (int n = 0; n < kCount; ++n) {
+    for (int n = 0; n < kCount; ++n)
+    {
         const Matrix3 m = geomtest::RandomWellConditioned(rng);
         Matrix3 left, right;
         Vector3 s;
@@ -55,7 +59,8 @@ TEST(EigenReference, SingularValuesAndSpectralNorm)
         double ours[3] = {s.x, s.y, s.z};
         std::sort(ours, ours + 3, [](double a, double b) { return a > b; });
         const Eigen::Vector3d ref = Eigen::JacobiSVD<Eigen::Matrix3d>(ToEigen(m)).singularValues();
-        for (int i = 0; i < 3; ++i) worst = std::max(worst, std::fabs(ours[i] - ref(i)) / ref(0));
+        for (int i = 0; i < 3; ++i)
+            worst = std::max(worst, std::fabs(ours[i] - ref(i)) / ref(0));
         worstNorm = std::max(worstNorm, std::fabs(m.SpectralNorm() - ref(0)) / ref(0));
     }
     Report("singular values (of sigma max)", worst, tolerance);
@@ -69,7 +74,8 @@ TEST(EigenReference, SymmetricEigenvalues)
     std::mt19937 rng(12);
     double worst = 0.0;
     const double tolerance = 1e-5;
-    for (int n = 0; n < kCount; ++n) {
+    for (int n = 0; n < kCount; ++n)
+    {
         Matrix3 m = geomtest::RandomMatrix(rng);
         m = m + m.Transpose();
         float values[3];
@@ -80,7 +86,8 @@ TEST(EigenReference, SymmetricEigenvalues)
         // Eigen works on the float matrix as given, widened to double.
         const Eigen::Vector3d ref = Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d>(ToEigen(m)).eigenvalues();
         const double scale = std::max(std::fabs(ref(0)), std::fabs(ref(2)));
-        for (int i = 0; i < 3; ++i) worst = std::max(worst, std::fabs(ours[i] - ref(i)) / scale);
+        for (int i = 0; i < 3; ++i)
+            worst = std::max(worst, std::fabs(ours[i] - ref(i)) / scale);
     }
     Report("symmetric eigenvalues (of |max|)", worst, tolerance);
     EXPECT_LT(worst, tolerance);
@@ -92,7 +99,8 @@ TEST(EigenReference, InversesAndDeterminants)
     std::uniform_real_distribution<float> u(-1.0f, 1.0f);
     double worstInv3 = 0.0, worstDet3 = 0.0, worstInv4 = 0.0, worstDet4 = 0.0;
     const double invTolerance = 2e-5, detTolerance = 1e-6;
-    for (int n = 0; n < kCount; ++n) {
+    for (int n = 0; n < kCount; ++n)
+    {
         const Matrix3 m3 = geomtest::RandomWellConditioned(rng);
         const Eigen::Matrix3d e3 = ToEigen(m3);
         Matrix3 inv3;
@@ -105,13 +113,16 @@ TEST(EigenReference, InversesAndDeterminants)
 
         Matrix4 m4;
         for (int r = 0; r < 4; ++r)
-            for (int c = 0; c < 4; ++c) m4.m[r][c] = u(rng);
+            for (int c = 0; c < 4; ++c)
+                m4.m[r][c] = u(rng);
         const Eigen::Matrix4d e4 = ToEigen(m4);
         const double scale4 = e4.cwiseAbs().rowwise().sum().prod();
         worstDet4 = std::max(worstDet4, std::fabs(m4.Determinant() - e4.determinant()) / scale4);
-        if (std::fabs(e4.determinant()) < 0.05) continue;  // the inverse has no test of its own
+        if (std::fabs(e4.determinant()) < 0.05)
+            continue; // the inverse has no test of its own
         const Eigen::Matrix4d ref4 = e4.inverse();
-        worstInv4 = std::max(worstInv4, (ToEigen(m4.Inverse()) - ref4).cwiseAbs().maxCoeff() / ref4.cwiseAbs().maxCoeff());
+        worstInv4 =
+            std::max(worstInv4, (ToEigen(m4.Inverse()) - ref4).cwiseAbs().maxCoeff() / ref4.cwiseAbs().maxCoeff());
     }
     Report("Matrix3 inverse (of max element)", worstInv3, invTolerance);
     Report("Matrix3 determinant (of row sums)", worstDet3, detTolerance);

@@ -7,13 +7,15 @@
 #include "geometry/Matrix3.h"
 #include "geometry/Quaternion.h"
 
-namespace geomtest {
+namespace geomtest
+{
 
 inline float MaxAbsDiff(const kv::Matrix3& a, const kv::Matrix3& b)
 {
     float e = 0.0f;
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) e = std::max(e, std::fabs(a.m[r][c] - b.m[r][c]));
+        for (int c = 0; c < 3; ++c)
+            e = std::max(e, std::fabs(a.m[r][c] - b.m[r][c]));
     return e;
 }
 
@@ -32,7 +34,8 @@ inline float FrobeniusNorm(const kv::Matrix3& a)
 {
     float s = 0.0f;
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) s += a.m[r][c] * a.m[r][c];
+        for (int c = 0; c < 3; ++c)
+            s += a.m[r][c] * a.m[r][c];
     return std::sqrt(s);
 }
 
@@ -47,7 +50,8 @@ inline kv::Matrix3 RandomMatrix(std::mt19937& rng, float range = 1.0f)
     std::uniform_real_distribution<float> u(-range, range);
     kv::Matrix3 m;
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c) m.m[r][c] = u(rng);
+        for (int c = 0; c < 3; ++c)
+            m.m[r][c] = u(rng);
     return m;
 }
 
@@ -55,10 +59,12 @@ inline kv::Matrix3 RandomMatrix(std::mt19937& rng, float range = 1.0f)
 // could have. The closed-form 2x2 steps lose accuracy as a block nears singularity.
 inline kv::Matrix3 RandomWellConditioned(std::mt19937& rng)
 {
-    for (;;) {
+    for (;;)
+    {
         const kv::Matrix3 m = RandomMatrix(rng);
         const float n = FrobeniusNorm(m);
-        if (std::fabs(m.Determinant()) > 0.1f * n * n * n / 5.196f) return m;
+        if (std::fabs(m.Determinant()) > 0.1f * n * n * n / 5.196f)
+            return m;
     }
 }
 
@@ -70,4 +76,4 @@ inline kv::Quaternion RandomUnitQuaternion(std::mt19937& rng)
     return q;
 }
 
-}  // namespace geomtest
+} // namespace geomtest

@@ -9,7 +9,8 @@
 
 using namespace kv;
 
-namespace {
+namespace
+{
 
 const BoundingBox kUnitBox(Vector3(-1, -1, -1), Vector3(1, 1, 1));
 
@@ -19,7 +20,7 @@ void ExpectHit(const RayHit& h, bool hit, float distance)
     EXPECT_FLOAT_EQ(h.distance, distance);
 }
 
-}  // namespace
+} // namespace
 
 TEST(Intersection, RayStartingInsideABox)
 {
@@ -27,9 +28,9 @@ TEST(Intersection, RayStartingInsideABox)
     ExpectHit(IntersectRayBox(ray, kUnitBox), true, 0.0f);
 
     float t = -1;
-    ASSERT_TRUE(IntersectRayOrientedBox(ray, Vector3(0, 0, 0), Vector3(1, 0, 0), Vector3(0, 1, 0),
-                                        Vector3(0, 0, 1), 1, 1, 1, t));
-    EXPECT_FLOAT_EQ(t, 0.5f);  // the exit
+    ASSERT_TRUE(IntersectRayOrientedBox(ray, Vector3(0, 0, 0), Vector3(1, 0, 0), Vector3(0, 1, 0), Vector3(0, 0, 1), 1,
+                                        1, 1, t));
+    EXPECT_FLOAT_EQ(t, 0.5f); // the exit
 
     float d1 = -1, d2 = -1;
     ASSERT_TRUE(IntersectRayBoxInterval(ray, kUnitBox, &d1, &d2));
@@ -41,10 +42,10 @@ TEST(Intersection, RayStartingInsideABox)
 TEST(Intersection, RayFromOutsideABox)
 {
     const Ray ray(Vector3(-5, 0.2f, 0.3f), Vector3(2, 0, 0));
-    ExpectHit(IntersectRayBox(ray, kUnitBox), true, 2.0f);  // in units of |direction|
+    ExpectHit(IntersectRayBox(ray, kUnitBox), true, 2.0f); // in units of |direction|
     float t = -1;
-    ASSERT_TRUE(IntersectRayOrientedBox(ray, Vector3(0, 0, 0), Vector3(1, 0, 0), Vector3(0, 1, 0),
-                                        Vector3(0, 0, 1), 1, 1, 1, t));
+    ASSERT_TRUE(IntersectRayOrientedBox(ray, Vector3(0, 0, 0), Vector3(1, 0, 0), Vector3(0, 1, 0), Vector3(0, 0, 1), 1,
+                                        1, 1, t));
     EXPECT_FLOAT_EQ(t, 2.0f);
     float d1 = -1, d2 = -1;
     ASSERT_TRUE(IntersectRayBoxInterval(ray, kUnitBox, &d1, &d2));
@@ -62,8 +63,8 @@ TEST(Intersection, RayFromOutsideABox)
     const Ray above(Vector3(-5, 2, 0), Vector3(1, 0, 0));
     EXPECT_FALSE(IntersectRayBox(above, kUnitBox).hit);
     EXPECT_FALSE(IntersectRayBoxInterval(above, kUnitBox, &d1, &d2));
-    EXPECT_FALSE(IntersectRayOrientedBox(above, Vector3(0, 0, 0), Vector3(1, 0, 0), Vector3(0, 1, 0),
-                                         Vector3(0, 0, 1), 1, 1, 1, t));
+    EXPECT_FALSE(IntersectRayOrientedBox(above, Vector3(0, 0, 0), Vector3(1, 0, 0), Vector3(0, 1, 0), Vector3(0, 0, 1),
+                                         1, 1, 1, t));
     const Ray away(Vector3(-5, 0, 0), Vector3(-1, 0, 0));
     ExpectHit(IntersectRayBox(away, kUnitBox), false, 0.0f);
     EXPECT_FALSE(IntersectRayBoxInterval(away, kUnitBox, &d1, &d2));
@@ -102,10 +103,10 @@ TEST(Intersection, ScaledOrientedBox)
     quarter.FromAngleAxis(HALF_PI, Vector3(0, 0, 1));
     Matrix4 transform;
     transform.MakeTransform(Vector3(10, 0, 0), Vector3(1, 1, 1), quarter);
-    const RayHit h = IntersectRayScaledOrientedBox(Ray(Vector3(10, -10, 0), Vector3(0, 4, 0)), kUnitBox,
-                                                   transform, 2, 1, 1);
+    const RayHit h =
+        IntersectRayScaledOrientedBox(Ray(Vector3(10, -10, 0), Vector3(0, 4, 0)), kUnitBox, transform, 2, 1, 1);
     ASSERT_TRUE(h.hit);
-    EXPECT_NEAR(h.distance, 8.0f, 1e-5f);  // the direction is normalised first
+    EXPECT_NEAR(h.distance, 8.0f, 1e-5f); // the direction is normalised first
     // At y = 1.5 only the box scaled by 2 on its x is met.
     const Ray side(Vector3(0, 1.5f, 0), Vector3(1, 0, 0));
     const RayHit scaled = IntersectRayScaledOrientedBox(side, kUnitBox, transform, 2, 1, 1);
@@ -113,10 +114,10 @@ TEST(Intersection, ScaledOrientedBox)
     EXPECT_NEAR(scaled.distance, 9.0f, 1e-5f);
     EXPECT_FALSE(IntersectRayScaledOrientedBox(side, kUnitBox, transform, 1, 1, 1).hit);
     // Running along a slab from outside it.
-    EXPECT_FALSE(IntersectRayScaledOrientedBox(Ray(Vector3(10, 0, 5), Vector3(0, 1, 0)), kUnitBox,
-                                               transform, 2, 1, 1).hit);
-    EXPECT_TRUE(IntersectRayScaledOrientedBox(Ray(Vector3(10, 0, 0.5f), Vector3(0, 1, 0)), kUnitBox,
-                                              transform, 2, 1, 1).hit);
+    EXPECT_FALSE(
+        IntersectRayScaledOrientedBox(Ray(Vector3(10, 0, 5), Vector3(0, 1, 0)), kUnitBox, transform, 2, 1, 1).hit);
+    EXPECT_TRUE(
+        IntersectRayScaledOrientedBox(Ray(Vector3(10, 0, 0.5f), Vector3(0, 1, 0)), kUnitBox, transform, 2, 1, 1).hit);
 }
 
 TEST(Intersection, RayAndPlanes)
@@ -130,19 +131,20 @@ TEST(Intersection, RayAndPlanes)
     ExpectHit(IntersectRayPlanes(ray, std::vector<Plane>(), true), true, 0.0f);
 
     // The unit cube as six outward planes.
-    const std::vector<Plane> cube = {Plane(1, 0, 0, -1), Plane(-1, 0, 0, -1), Plane(0, 1, 0, -1),
-                                     Plane(0, -1, 0, -1), Plane(0, 0, 1, -1), Plane(0, 0, -1, -1)};
+    const std::vector<Plane> cube = {Plane(1, 0, 0, -1),  Plane(-1, 0, 0, -1), Plane(0, 1, 0, -1),
+                                     Plane(0, -1, 0, -1), Plane(0, 0, 1, -1),  Plane(0, 0, -1, -1)};
     ExpectHit(IntersectRayPlanes(ray, cube, true), true, 4.0f);
     ExpectHit(IntersectRayPlanes(Ray(Vector3(0, 0, 0), Vector3(1, 0, 0)), cube, true), true, 0.0f);
     // Passing beside the cube: enters the x slab after leaving the y slab.
     const RayHit beside = IntersectRayPlanes(Ray(Vector3(-5, -5, 0), Vector3(1, 2, 0)), cube, true);
     EXPECT_FALSE(beside.hit);
-    EXPECT_FLOAT_EQ(beside.distance, 4.0f);  // the last entry stays
+    EXPECT_FLOAT_EQ(beside.distance, 4.0f); // the last entry stays
     // Outside one plane and pointing away from it.
     ExpectHit(IntersectRayPlanes(Ray(Vector3(-5, 0, 0), Vector3(-1, 0, 0)), cube, true), false, 0.0f);
     // The same cube with inward normals and the flag the other way, through the array form.
     std::vector<Plane> inward;
-    for (const Plane& p : cube) inward.push_back(Plane(-p.normal.x, -p.normal.y, -p.normal.z, -p.d));
+    for (const Plane& p : cube)
+        inward.push_back(Plane(-p.normal.x, -p.normal.y, -p.normal.z, -p.d));
     ExpectHit(IntersectRayPlanes(ray, inward.data(), 6, false), true, 4.0f);
 }
 
@@ -167,7 +169,7 @@ TEST(Intersection, RayAndSphere)
 
 TEST(Intersection, RayAndTriangle)
 {
-    const Vector3 a(0, 0, 0), b(4, 0, 0), c(0, 4, 0);  // normal +z
+    const Vector3 a(0, 0, 0), b(4, 0, 0), c(0, 4, 0); // normal +z
     const Ray down(Vector3(1, 1, 5), Vector3(0, 0, -1));
     ExpectHit(IntersectRayTriangle(down, a, b, c), true, 5.0f);
     ExpectHit(IntersectRayTriangle(down, a, b, c, Vector3(0, 0, 1), true, false), true, 5.0f);
@@ -180,7 +182,7 @@ TEST(Intersection, RayAndTriangle)
     EXPECT_TRUE(IntersectRayTriangle(Ray(Vector3(2, 2, 5), Vector3(0, 0, -1)), a, b, c).hit);
     EXPECT_TRUE(IntersectRayTriangle(Ray(Vector3(4, 0, 5), Vector3(0, 0, -1)), a, b, c).hit);
     EXPECT_FALSE(IntersectRayTriangle(Ray(Vector3(2.01f, 2.01f, 5), Vector3(0, 0, -1)), a, b, c).hit);
-    EXPECT_FALSE(IntersectRayTriangle(Ray(Vector3(1, 1, -5), Vector3(0, 0, -1)), a, b, c).hit);  // behind
+    EXPECT_FALSE(IntersectRayTriangle(Ray(Vector3(1, 1, -5), Vector3(0, 0, -1)), a, b, c).hit); // behind
     EXPECT_FALSE(IntersectRayTriangle(Ray(Vector3(1, 1, 5), Vector3(1, 0, 0)), a, b, c).hit);   // parallel
     // The same triangle standing in the x = 3 plane (normal largest on x), both windings.
     const Vector3 p(3, 0, 0), q(3, 4, 0), r(3, 0, 4);
@@ -204,16 +206,16 @@ TEST(Intersection, PolygonsAndTriangles2D)
     EXPECT_FALSE(PointInPolygon2D(tri, 3, Vector2(2.5f, 2.5f)));
 
     EXPECT_TRUE(CircleTouchesPolygon2D(square, 4, Circle(0.5f, 1, 1.6f)));
-    EXPECT_FALSE(CircleTouchesPolygon2D(square, 4, Circle(0.3f, 1, 1)));  // wholly inside: no edge
+    EXPECT_FALSE(CircleTouchesPolygon2D(square, 4, Circle(0.3f, 1, 1))); // wholly inside: no edge
     // Near the extension of the bottom edge, far beyond its end: the line counts.
     EXPECT_TRUE(CircleTouchesPolygon2D(square, 4, Circle(0.5f, 50, 0.3f)));
     EXPECT_FALSE(CircleTouchesPolygon2D(square, 0, Circle(5, 0, 0)));
 
     const Vector2 a(0, 0), b(4, 0), c(0, 4);
     EXPECT_TRUE(PointInTriangle2D(Vector2(1, 1), a, b, c));
-    EXPECT_TRUE(PointInTriangle2D(Vector2(1, 1), a, c, b));  // either winding
+    EXPECT_TRUE(PointInTriangle2D(Vector2(1, 1), a, c, b)); // either winding
     EXPECT_FALSE(PointInTriangle2D(Vector2(3, 3), a, b, c));
-    EXPECT_TRUE(PointInTriangle2D(Vector2(2, 0.0001f), a, b, c));  // on an edge within 0.001
+    EXPECT_TRUE(PointInTriangle2D(Vector2(2, 0.0001f), a, b, c)); // on an edge within 0.001
     EXPECT_FALSE(PointInTriangle2D(Vector2(-1, 1), a, b, c));
     const Vector3 n(0, 0, 1);
     EXPECT_TRUE(PointInTriangle3D(Vector3(1, 1, 0), Vector3(0, 0, 0), Vector3(4, 0, 0), Vector3(0, 4, 0), n));
@@ -224,7 +226,7 @@ TEST(Intersection, SegmentsNearSpheresAndRays)
 {
     const BoundingSphere s(1.0f, Vector3(0, 0, 0));
     EXPECT_TRUE(SphereContainsSegment(s, Segment(Vector3(0.5f, 0, 0), Vector3(0, -0.5f, 0))));
-    EXPECT_FALSE(SphereContainsSegment(s, Segment(Vector3(1, 0, 0), Vector3(0, 0, 0))));  // on the sphere
+    EXPECT_FALSE(SphereContainsSegment(s, Segment(Vector3(1, 0, 0), Vector3(0, 0, 0)))); // on the sphere
 
     const Ray ray(Vector3(0, 0, 0), Vector3(1, 0, 0));
     // Parallel, however near: false.

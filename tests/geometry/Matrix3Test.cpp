@@ -34,10 +34,10 @@ TEST(Matrix3, ArithmeticAndDeterminant)
 
 TEST(Matrix3, InverseBoundIsInclusive)
 {
-    const Matrix3 a(2, 0, 0, 0, 0.5f, 0, 0, 0, 1);  // det exactly 1
+    const Matrix3 a(2, 0, 0, 0, 0.5f, 0, 0, 0, 1); // det exactly 1
     Matrix3 r;
     EXPECT_FALSE(a.Inverse(r, 1.0f));
-    EXPECT_EQ(r, Matrix3(0.5f, 0, 0, 0, 2, 0, 0, 0, 1));  // the adjugate, undivided
+    EXPECT_EQ(r, Matrix3(0.5f, 0, 0, 0, 2, 0, 0, 0, 1)); // the adjugate, undivided
     EXPECT_EQ(a.InverseOrZero(1.0f), r);
     ASSERT_TRUE(a.Inverse(r, 0.999f));
     EXPECT_EQ(r * a, Matrix3::IDENTITY);
@@ -49,7 +49,8 @@ TEST(Matrix3, InverseTimesMatrixIsIdentity)
 {
     std::mt19937 rng(99);
     float worst = 0.0f;
-    for (int n = 0; n < 3000; ++n) {
+    for (int n = 0; n < 3000; ++n)
+    {
         const Matrix3 m = geomtest::RandomWellConditioned(rng);
         Matrix3 inv;
         ASSERT_TRUE(m.Inverse(inv, 1e-6f));
@@ -74,7 +75,8 @@ TEST(Matrix3, AngleAxis)
     EXPECT_LT(MaxAbsDiff(axis, Vector3(0, 0.6f, 0.8f)), 1e-5f);
 
     // Half turns (trace exactly -1): the axis comes from the largest diagonal element.
-    const struct {
+    const struct
+    {
         Matrix3 m;
         Vector3 axis;
     } halfTurns[] = {
@@ -85,7 +87,8 @@ TEST(Matrix3, AngleAxis)
         {Matrix3(0.28f, 0, 0.96f, 0, -1, 0, 0.96f, 0, -0.28f), Vector3(0.8f, 0, 0.6f)},
         {Matrix3(-1, 0, 0, 0, -0.28f, 0.96f, 0, 0.96f, 0.28f), Vector3(0, 0.6f, 0.8f)},
     };
-    for (const auto& h : halfTurns) {
+    for (const auto& h : halfTurns)
+    {
         h.m.ToAngleAxis(axis, angle);
         EXPECT_EQ(angle, PI);
         EXPECT_LE(MaxAbsDiff(axis, h.axis), 1e-6f) << h.axis;
@@ -96,21 +99,21 @@ TEST(Matrix3, EulerRoundTripsInEveryOrder)
 {
     using From = void (Matrix3::*)(float, float, float);
     using To = bool (Matrix3::*)(float&, float&, float&) const;
-    const struct {
+    const struct
+    {
         From from;
         To to;
     } orders[] = {
-        {&Matrix3::FromEulerXYZ, &Matrix3::ToEulerXYZ},
-        {&Matrix3::FromEulerXZY, &Matrix3::ToEulerXZY},
-        {&Matrix3::FromEulerYXZ, &Matrix3::ToEulerYXZ},
-        {&Matrix3::FromEulerYZX, &Matrix3::ToEulerYZX},
-        {&Matrix3::FromEulerZXY, &Matrix3::ToEulerZXY},
-        {&Matrix3::FromEulerZYX, &Matrix3::ToEulerZYX},
+        {&Matrix3::FromEulerXYZ, &Matrix3::ToEulerXYZ}, {&Matrix3::FromEulerXZY, &Matrix3::ToEulerXZY},
+        {&Matrix3::FromEulerYXZ, &Matrix3::ToEulerYXZ}, {&Matrix3::FromEulerYZX, &Matrix3::ToEulerYZX},
+        {&Matrix3::FromEulerZXY, &Matrix3::ToEulerZXY}, {&Matrix3::FromEulerZYX, &Matrix3::ToEulerZYX},
     };
     std::mt19937 rng(5);
     std::uniform_real_distribution<float> wide(-3.0f, 3.0f), mid(-1.5f, 1.5f);
-    for (const auto& o : orders) {
-        for (int n = 0; n < 200; ++n) {
+    for (const auto& o : orders)
+    {
+        for (int n = 0; n < 200; ++n)
+        {
             const float a = wide(rng), b = mid(rng), c = wide(rng);
             Matrix3 m;
             (m.*o.from)(a, b, c);
@@ -154,7 +157,7 @@ TEST(Matrix3, Orthonormalise)
     m.Orthonormalise();
     EXPECT_LT(Orthonormality(m), 1e-6f);
     EXPECT_EQ(m.GetColumn(0), Vector3(1, 0, 0));
-    Matrix3 z(0, 1, 0, 0, 1, 1, 0, 0, 3);  // zero first column: no guard
+    Matrix3 z(0, 1, 0, 0, 1, 1, 0, 0, 3); // zero first column: no guard
     z.Orthonormalise();
     EXPECT_FALSE(std::isfinite(z.m[0][0]));
 }
@@ -176,7 +179,8 @@ TEST(Matrix3, DecomposeQDU)
     std::mt19937 rng(42);
     float worstRebuild = 0.0f, worstOrtho = 0.0f;
     int reflections = 0;
-    for (int n = 0; n < 3000; ++n) {
+    for (int n = 0; n < 3000; ++n)
+    {
         const Matrix3 m = geomtest::RandomWellConditioned(rng);
         m.DecomposeQDU(q, d, u);
         ASSERT_GT(q.Determinant(), 0.0f);
@@ -184,13 +188,15 @@ TEST(Matrix3, DecomposeQDU)
         rebuilt.MultiplyUnitUpper(u.x, u.y, u.z);
         worstRebuild = std::max(worstRebuild, MaxAbsDiff(rebuilt, m) / FrobeniusNorm(m));
         worstOrtho = std::max(worstOrtho, Orthonormality(q));
-        if (m.Determinant() < 0.0f) {
+        if (m.Determinant() < 0.0f)
+        {
             ++reflections;
             ASSERT_LT(d.x * d.y * d.z, 0.0f);
         }
     }
     std::printf("QDU: worst rebuild %g of the norm (bound 1e-5), worst |I - q^T q| %g (bound 1e-5), "
-                "%d reflections\n", worstRebuild, worstOrtho, reflections);
+                "%d reflections\n",
+                worstRebuild, worstOrtho, reflections);
     EXPECT_LT(worstRebuild, 1e-5f);
     EXPECT_LT(worstOrtho, 1e-5f);
     EXPECT_GT(reflections, 100);
@@ -223,11 +229,14 @@ TEST(Matrix3, SingularValueDecompositionRebuilds)
 {
     std::mt19937 rng(2024);
     float worstRebuild = 0.0f, worstOrtho = 0.0f;
-    for (int n = 0; n < 3000; ++n) {
+    for (int n = 0; n < 3000; ++n)
+    {
         // Every third matrix is block diagonal: its bidiagonal form starts with a12 = 0.
         Matrix3 m = geomtest::RandomWellConditioned(rng);
-        if (n % 3 == 0) m.m[0][2] = m.m[1][2] = m.m[2][0] = m.m[2][1] = 0.0f;
-        if (n % 3 == 0 && std::fabs(m.Determinant()) < 0.05f) continue;
+        if (n % 3 == 0)
+            m.m[0][2] = m.m[1][2] = m.m[2][0] = m.m[2][1] = 0.0f;
+        if (n % 3 == 0 && std::fabs(m.Determinant()) < 0.05f)
+            continue;
         Matrix3 left, right;
         Vector3 s(-1, -1, -1);
         m.SingularValueDecomposition(left, s, right);
@@ -244,7 +253,8 @@ TEST(Matrix3, SingularValueDecompositionRebuilds)
         ASSERT_NEAR(m.SpectralNorm(), largest, 1e-3f * largest) << n;
     }
     std::printf("SVD: worst |A - L S R| %g of the norm (bound 1e-3), worst orthonormality %g "
-                "(bound 1e-5)\n", worstRebuild, worstOrtho);
+                "(bound 1e-5)\n",
+                worstRebuild, worstOrtho);
     EXPECT_LT(worstOrtho, 1e-5f);
 }
 
@@ -262,13 +272,16 @@ TEST(Matrix3, EigenSolveSymmetric)
 
     std::mt19937 rng(77);
     float worstResidual = 0.0f;
-    for (int n = 0; n < 3000; ++n) {
+    for (int n = 0; n < 3000; ++n)
+    {
         Matrix3 m = geomtest::RandomMatrix(rng);
         m = m + m.Transpose();
-        if (n % 4 == 0) m.m[0][2] = m.m[2][0] = 1e-7f;  // the road without the reflection
+        if (n % 4 == 0)
+            m.m[0][2] = m.m[2][0] = 1e-7f; // the road without the reflection
         m.EigenSolveSymmetric(values, vectors);
         const float scale = FrobeniusNorm(m);
-        for (int i = 0; i < 3; ++i) {
+        for (int i = 0; i < 3; ++i)
+        {
             const Vector3 r = m * vectors[i] - vectors[i] * values[i];
             worstResidual = std::max(worstResidual, r.Length() / scale);
             ASSERT_NEAR(vectors[i].Length(), 1.0f, 1e-5f);
@@ -282,7 +295,7 @@ TEST(Matrix3, EigenSolveSymmetric)
 
 TEST(Matrix3, SpectralNormAndCubicRoot)
 {
-    EXPECT_EQ(Matrix3::MaxCubicRoot(-1.0f, 3.0f, -3.0f), 1.0f);  // (x - 1)^3
+    EXPECT_EQ(Matrix3::MaxCubicRoot(-1.0f, 3.0f, -3.0f), 1.0f); // (x - 1)^3
     // (x - 1)(x - 2)(x - 5) = x^3 - 8x^2 + 17x - 10
     EXPECT_NEAR(Matrix3::MaxCubicRoot(-10.0f, 17.0f, -8.0f), 5.0f, 1e-5f);
     // Two roots above 1 while the cubic is positive at 1: (x - 0.5)(x - 1.5)(x - 2)

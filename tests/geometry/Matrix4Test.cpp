@@ -11,28 +11,33 @@
 
 using namespace kv;
 
-namespace {
+namespace
+{
 
 float MaxAbsDiff(const Matrix4& a, const Matrix4& b)
 {
     float e = 0.0f;
     for (int r = 0; r < 4; ++r)
-        for (int c = 0; c < 4; ++c) e = std::max(e, std::fabs(a.m[r][c] - b.m[r][c]));
+        for (int c = 0; c < 4; ++c)
+            e = std::max(e, std::fabs(a.m[r][c] - b.m[r][c]));
     return e;
 }
 
 Matrix4 RandomMatrix4(std::mt19937& rng)
 {
     std::uniform_real_distribution<float> u(-1.0f, 1.0f);
-    for (;;) {
+    for (;;)
+    {
         Matrix4 m;
         for (int r = 0; r < 4; ++r)
-            for (int c = 0; c < 4; ++c) m.m[r][c] = u(rng);
-        if (std::fabs(m.Determinant()) > 0.1f) return m;
+            for (int c = 0; c < 4; ++c)
+                m.m[r][c] = u(rng);
+        if (std::fabs(m.Determinant()) > 0.1f)
+            return m;
     }
 }
 
-}  // namespace
+} // namespace
 
 TEST(Matrix4, ConcatenateAndRows)
 {
@@ -56,7 +61,8 @@ TEST(Matrix4, AdjointTimesMatrixIsDeterminantTimesIdentity)
     EXPECT_EQ(det, -18.0f);
     const Matrix4 p = m.Adjoint() * m;
     for (int r = 0; r < 4; ++r)
-        for (int c = 0; c < 4; ++c) EXPECT_EQ(p.m[r][c], r == c ? det : 0.0f) << r << c;
+        for (int c = 0; c < 4; ++c)
+            EXPECT_EQ(p.m[r][c], r == c ? det : 0.0f) << r << c;
     // A singular matrix: no test, non-finite results.
     const Matrix4 s(1, 2, 3, 4, 2, 4, 6, 8, 0, 0, 1, 0, 0, 0, 0, 1);
     EXPECT_EQ(s.Determinant(), 0.0f);
@@ -67,13 +73,15 @@ TEST(Matrix4, InversesTimesMatrixAreIdentity)
 {
     std::mt19937 rng(31);
     float worst = 0.0f, worstAffine = 0.0f;
-    for (int n = 0; n < 3000; ++n) {
+    for (int n = 0; n < 3000; ++n)
+    {
         const Matrix4 m = RandomMatrix4(rng);
         worst = std::max(worst, MaxAbsDiff(m.Inverse() * m, Matrix4::IDENTITY));
         Matrix4 affine = m;
         affine.m[3][0] = affine.m[3][1] = affine.m[3][2] = 0.0f;
         affine.m[3][3] = 1.0f;
-        if (std::fabs(affine.Determinant()) < 0.1f) continue;
+        if (std::fabs(affine.Determinant()) < 0.1f)
+            continue;
         const Matrix4 inv = affine.InverseAffine();
         EXPECT_EQ(inv.m[3][3], 1.0f);
         worstAffine = std::max(worstAffine, MaxAbsDiff(inv * affine, Matrix4::IDENTITY));
@@ -87,7 +95,8 @@ TEST(Matrix4, TransformThenDecompose)
 {
     std::mt19937 rng(8);
     std::uniform_real_distribution<float> pos(-100.0f, 100.0f), scl(0.1f, 10.0f);
-    for (int n = 0; n < 2000; ++n) {
+    for (int n = 0; n < 2000; ++n)
+    {
         const Vector3 p(pos(rng), pos(rng), pos(rng)), s(scl(rng), scl(rng), scl(rng));
         const Quaternion q = geomtest::RandomUnitQuaternion(rng);
         Matrix4 m;
@@ -127,7 +136,7 @@ TEST(Matrix4, ViewMatrixAndReflection)
     unit.Normalise();
     const Matrix4 r = Matrix4::MakeReflection(unit);
     EXPECT_LT(MaxAbsDiff(r * r, Matrix4::IDENTITY), 1e-6f);
-    const Matrix4 floor = Matrix4::MakeReflection(Plane(0, 1, 0, -1));  // y = 1
+    const Matrix4 floor = Matrix4::MakeReflection(Plane(0, 1, 0, -1)); // y = 1
     EXPECT_EQ(floor * Vector3(3, 5, 4), Vector3(3, -3, 4));
     const Matrix4 reflected = Matrix4::MakeViewMatrix(Vector3(1, 2, 3), Quaternion::IDENTITY, &floor);
     EXPECT_EQ(reflected, view * floor);
@@ -136,16 +145,17 @@ TEST(Matrix4, ViewMatrixAndReflection)
 TEST(Matrix4, LookAt)
 {
     const Matrix4 m = Matrix4::LookAtForward(Vector3(0, 0, 5), Vector3(0, 0, 0), Vector3(0, 1, 0));
-    EXPECT_EQ(m * Vector3(0, 0, 0), Vector3(0, 0, 5));   // the target lies 5 ahead on z
-    EXPECT_EQ(m * Vector3(0, 0, 5), Vector3(0, 0, 0));   // the eye is the origin
-    EXPECT_EQ(m.m[1][1], 1.0f);                          // up stays up
+    EXPECT_EQ(m * Vector3(0, 0, 0), Vector3(0, 0, 5)); // the target lies 5 ahead on z
+    EXPECT_EQ(m * Vector3(0, 0, 5), Vector3(0, 0, 0)); // the eye is the origin
+    EXPECT_EQ(m.m[1][1], 1.0f);                        // up stays up
     const Matrix4 b = Matrix4::LookAtBackward(Vector3(0, 0, 5), Vector3(0, 0, 0), Vector3(0, 1, 0));
     EXPECT_EQ(b * Vector3(0, 0, 0), Vector3(0, 0, -5));
 
     // Eye on the target: the three axes stay zero.
     const Matrix4 z = Matrix4::LookAtForward(Vector3(1, 1, 1), Vector3(1, 1, 1), Vector3(0, 1, 0));
     for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 4; ++c) EXPECT_EQ(z.m[r][c], 0.0f);
+        for (int c = 0; c < 4; ++c)
+            EXPECT_EQ(z.m[r][c], 0.0f);
     EXPECT_EQ(z.m[3][3], 1.0f);
 }
 

@@ -11,15 +11,17 @@
 using namespace kv;
 using geomtest::RandomUnitQuaternion;
 
-namespace {
+namespace
+{
 
 void ExpectQuatNear(const Quaternion& a, const Quaternion& b, float tol)
 {
-    EXPECT_LE(geomtest::MaxAbsDiff(a, b), tol) << "(" << a.w << ", " << a.x << ", " << a.y << ", " << a.z << ") against ("
-                                               << b.w << ", " << b.x << ", " << b.y << ", " << b.z << ")";
+    EXPECT_LE(geomtest::MaxAbsDiff(a, b), tol)
+        << "(" << a.w << ", " << a.x << ", " << a.y << ", " << a.z << ") against (" << b.w << ", " << b.x << ", " << b.y
+        << ", " << b.z << ")";
 }
 
-}  // namespace
+} // namespace
 
 TEST(Quaternion, ArithmeticAndInverse)
 {
@@ -37,7 +39,7 @@ TEST(Quaternion, ArithmeticAndInverse)
     EXPECT_EQ(n.Normalise(), 30.0f);
     EXPECT_NEAR(n.Norm(), 1.0f, 1e-6f);
 
-    const Quaternion inv = Quaternion::ZERO.Inverse();  // no guard, no fault
+    const Quaternion inv = Quaternion::ZERO.Inverse(); // no guard, no fault
     EXPECT_FALSE(std::isfinite(inv.w));
     EXPECT_FALSE(std::isfinite(inv.x));
 }
@@ -45,7 +47,7 @@ TEST(Quaternion, ArithmeticAndInverse)
 TEST(Quaternion, RotateAndAngleAxis)
 {
     const Vector3 v(0.3f, -1.7f, 2.9f);
-    EXPECT_EQ(Quaternion::IDENTITY.Rotate(v), v);  // exactly
+    EXPECT_EQ(Quaternion::IDENTITY.Rotate(v), v); // exactly
 
     Quaternion q;
     q.FromAngleAxis(HALF_PI, Vector3(0, 0, 1));
@@ -66,11 +68,11 @@ TEST(Quaternion, RotateAndAngleAxis)
 
 TEST(Quaternion, HalfTurnAboutZFromMatrix)
 {
-    Matrix3 m(-1, 0, 0, 0, -1, 0, 0, 0, 1);  // trace -1: the largest-diagonal road, i = 2
+    Matrix3 m(-1, 0, 0, 0, -1, 0, 0, 0, 1); // trace -1: the largest-diagonal road, i = 2
     Quaternion q;
     q.FromRotationMatrix(m);
     EXPECT_EQ(q, Quaternion(0, 0, 0, 1));
-    m = Matrix3(1, 0, 0, 0, -1, 0, 0, 0, -1);  // i = 0
+    m = Matrix3(1, 0, 0, 0, -1, 0, 0, 0, -1); // i = 0
     q.FromRotationMatrix(m);
     EXPECT_EQ(q, Quaternion(0, 1, 0, 0));
 }
@@ -78,7 +80,8 @@ TEST(Quaternion, HalfTurnAboutZFromMatrix)
 TEST(Quaternion, MatrixRoundTripAndAxes)
 {
     std::mt19937 rng(1234);
-    for (int n = 0; n < 2000; ++n) {
+    for (int n = 0; n < 2000; ++n)
+    {
         const Quaternion q = RandomUnitQuaternion(rng);
         Matrix3 m;
         q.ToRotationMatrix(m);
@@ -113,7 +116,7 @@ TEST(Quaternion, SingleAngles)
     EXPECT_NEAR(q.AngleAboutZ(true), 2.5f, 1e-6f);
     EXPECT_NEAR(q.AngleAboutZ(false), 2.5f, 1e-6f);
     // Past the pole the arcsine form saturates at a quarter turn.
-    const Quaternion over(1.0f, 0.0f, 1.0f, 0.0f);  // not unit: 2wy = 2
+    const Quaternion over(1.0f, 0.0f, 1.0f, 0.0f); // not unit: 2wy = 2
     EXPECT_EQ(over.AngleAboutY(false), HALF_PI);
 }
 
@@ -196,7 +199,7 @@ TEST(Quaternion, FromDirection)
 {
     Quaternion q(0.5f, 0.5f, 0.5f, 0.5f);
     EXPECT_FALSE(q.FromDirection(Vector3(0, 0, 2), Vector3(0, 0, 1)));
-    EXPECT_EQ(q, Quaternion(0.5f, 0.5f, 0.5f, 0.5f));  // untouched
+    EXPECT_EQ(q, Quaternion(0.5f, 0.5f, 0.5f, 0.5f)); // untouched
     ASSERT_TRUE(q.FromDirection(Vector3(0, 3, 0), Vector3(0, 0, 1)));
     // Columns side, direction, up: (1,0,0), (0,1,0), (0,0,1) is no rotation.
     ExpectQuatNear(q, Quaternion::IDENTITY, 1e-6f);

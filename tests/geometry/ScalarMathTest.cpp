@@ -10,7 +10,8 @@
 
 using namespace kv;
 
-namespace {
+namespace
+{
 
 std::uint32_t Bits(float f)
 {
@@ -19,7 +20,7 @@ std::uint32_t Bits(float f)
     return b;
 }
 
-}  // namespace
+} // namespace
 
 TEST(ScalarMath, ConstantsDeriveFromTheFloatPi)
 {
@@ -32,13 +33,13 @@ TEST(ScalarMath, ConstantsDeriveFromTheFloatPi)
 
 TEST(ScalarMath, GuardsAtTheirBounds)
 {
-    EXPECT_TRUE(FloatEquals(1.0f, 1.5f, 0.5f));  // inclusive
+    EXPECT_TRUE(FloatEquals(1.0f, 1.5f, 0.5f)); // inclusive
     EXPECT_FALSE(FloatEquals(1.0f, 1.5f, 0.49f));
     EXPECT_FALSE(FloatEquals(std::nanf(""), 1.0f, 1e30f));
 
     EXPECT_EQ(SafeInverseSqrt(0.0f), 0.0f);
     EXPECT_EQ(SafeInverseSqrt(-4.0f), 0.0f);
-    EXPECT_EQ(SafeInverseSqrt(1e-39f), 0.0f);  // denormal
+    EXPECT_EQ(SafeInverseSqrt(1e-39f), 0.0f); // denormal
     EXPECT_EQ(SafeInverseSqrt(1.1754944e-38f), 0.0f);
     EXPECT_EQ(SafeInverseSqrt(4.0f), 0.5f);
     // The double-precision root rounds once: 1/sqrt(3) as a float.
@@ -97,15 +98,14 @@ TEST(ScalarMath, TablesReadTheEntryAtOrBelowTheAngle)
         EXPECT_EQ(ScalarMath::GetAngleUnit(), ScalarMath::ANGLE_DEGREE);
         EXPECT_EQ(ScalarMath::GetTableFactor(), 4.0f / TWO_PI);
         // Entries: sin 0, sin 90, sin 180, sin 270 degrees, taken in double precision.
-        EXPECT_EQ(ScalarMath::TableSine(1e-6f), 0.0f);                       // entry 0
-        EXPECT_EQ(ScalarMath::TableSine(-1e-6f), -1.0f);                     // entry 3
-        EXPECT_EQ(ScalarMath::TableSine(HALF_PI + 0.1f), 1.0f);              // entry 1
-        EXPECT_EQ(ScalarMath::TableSine(-HALF_PI - 0.1f),                    // entry 2
+        EXPECT_EQ(ScalarMath::TableSine(1e-6f), 0.0f);          // entry 0
+        EXPECT_EQ(ScalarMath::TableSine(-1e-6f), -1.0f);        // entry 3
+        EXPECT_EQ(ScalarMath::TableSine(HALF_PI + 0.1f), 1.0f); // entry 1
+        EXPECT_EQ(ScalarMath::TableSine(-HALF_PI - 0.1f),       // entry 2
                   static_cast<float>(std::sin(static_cast<double>(PI))));
-        EXPECT_EQ(ScalarMath::TableSine(2.0f * TWO_PI + 0.1f), 0.0f);        // wraps
+        EXPECT_EQ(ScalarMath::TableSine(2.0f * TWO_PI + 0.1f), 0.0f); // wraps
         EXPECT_EQ(ScalarMath::TableTangent(0.3f), 0.0f);
-        EXPECT_EQ(ScalarMath::TableTangent(PI + 0.3f),
-                  static_cast<float>(std::tan(static_cast<double>(PI))));
+        EXPECT_EQ(ScalarMath::TableTangent(PI + 0.3f), static_cast<float>(std::tan(static_cast<double>(PI))));
         // A negative angle reads its entry within one turn, as the sine does.
         EXPECT_EQ(ScalarMath::TableTangent(-0.3f),
                   static_cast<float>(std::tan(3.0 * static_cast<double>(TWO_PI) / 4.0)));
@@ -128,10 +128,11 @@ TEST(ScalarMath, RandomSources)
 {
     EXPECT_EQ(Bits(3.051851e-5f), 0x38000100u);
     EXPECT_EQ(Bits(4.6566134e-10f), 0x30000001u);
-    EXPECT_EQ(32767.0f * 3.051851e-5f, 1.0f);  // both ends reachable
+    EXPECT_EQ(32767.0f * 3.051851e-5f, 1.0f); // both ends reachable
 
     std::srand(7);
-    for (int i = 0; i < 2000; ++i) {
+    for (int i = 0; i < 2000; ++i)
+    {
         const float u = UnitRandom();
         ASSERT_GE(u, 0.0f);
         ASSERT_LE(u, 1.0f);
@@ -145,7 +146,8 @@ TEST(ScalarMath, RandomSources)
 
     // The Lehmer source starts from 0x0F0F0F0F: its first values follow from the rule.
     std::int64_t state = 0x0F0F0F0F;
-    for (int i = 0; i < 1000; ++i) {
+    for (int i = 0; i < 1000; ++i)
+    {
         state = state * 40692 % 2147483399;
         ASSERT_EQ(LehmerUnitRandom(), static_cast<float>(state) * 4.6566134e-10f) << i;
     }

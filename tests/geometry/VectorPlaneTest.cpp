@@ -30,7 +30,7 @@ TEST(Vector3, NormaliseLeavesTinyVectorsAlone)
 
 TEST(Vector3, PerpendicularCrossesTheSmallestAxis)
 {
-    EXPECT_EQ(Perpendicular(Vector3(0, 0, 1)), Vector3(-1, 0, 0));  // axis 1
+    EXPECT_EQ(Perpendicular(Vector3(0, 0, 1)), Vector3(-1, 0, 0)); // axis 1
     // (1, 1, 1) takes axis 2: (1, 1, 1) x z = (1, -1, 0), normalised.
     const Vector3 p = Perpendicular(Vector3(1, 1, 1));
     EXPECT_FLOAT_EQ(p.x, 1.0f / std::sqrt(2.0f));
@@ -52,7 +52,7 @@ TEST(Plane, ConstructorsAndNormalise)
     EXPECT_EQ(byValues.d, 3.0f);
     const Plane byPoint(Vector3(0, 2, 0), Vector3(5, 4, 1));
     EXPECT_EQ(byPoint.d, -8.0f);
-    EXPECT_EQ(byPoint.normal, Vector3(0, 2, 0));  // not normalised
+    EXPECT_EQ(byPoint.normal, Vector3(0, 2, 0)); // not normalised
     const Plane byPoints(Vector3(0, 0, 2), Vector3(1, 0, 2), Vector3(0, 1, 2));
     EXPECT_EQ(byPoints.normal, Vector3(0, 0, 1));
     EXPECT_EQ(byPoints.d, -2.0f);
@@ -74,7 +74,7 @@ TEST(Plane, ConstructorsAndNormalise)
 
 TEST(Plane, Sides)
 {
-    const Plane p(0, 1, 0, -1);  // y = 1
+    const Plane p(0, 1, 0, -1); // y = 1
     EXPECT_EQ(p.Side(Vector3(5, 1, 5)), PLANE_NO_SIDE);
     EXPECT_EQ(p.Side(Vector3(0, 2, 0)), PLANE_POSITIVE_SIDE);
     EXPECT_EQ(p.Side(Vector3(0, 0, 0)), PLANE_NEGATIVE_SIDE);

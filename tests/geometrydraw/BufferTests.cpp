@@ -127,8 +127,8 @@ TEST_F(Buffers, PoolAndUsageFollowTheBufferUsage)
     ref_ptr<CD3D9HardwareVertexBuffer> vb(new CD3D9HardwareVertexBuffer(
         8, 4, static_cast<CHardwareBuffer::Usage>(CHardwareBuffer::USAGE_DYNAMIC | CHardwareBuffer::USAGE_DISCARDABLE),
         true, nullptr));
-    ref_ptr<CD3D9HardwareIndexBuffer> ib(new CD3D9HardwareIndexBuffer(CHardwareIndexBuffer::IT_16BIT, 4,
-                                                                      CHardwareBuffer::USAGE_STATIC, true, nullptr));
+    ref_ptr<CD3D9HardwareIndexBuffer> ib(
+        new CD3D9HardwareIndexBuffer(CHardwareIndexBuffer::IT_16BIT, 4, CHardwareBuffer::USAGE_STATIC, true, nullptr));
     EXPECT_EQ(D3DPOOL_SYSTEMMEM, ib->m_d3dDesc.Pool);
     EXPECT_EQ((std::vector<std::vector<uint64_t>>{{32, D3DUSAGE_DYNAMIC, 0, D3DPOOL_SYSTEMMEM}}),
               Creations(from, Method::CreateVertexBuffer));
@@ -214,15 +214,12 @@ TEST_F(Buffers, RangesOutsideTheBufferTouchNothing)
     ref_ptr<CHardwareVertexBuffer> target = Vertices(rs, 4, CHardwareBuffer::USAGE_STATIC, Bytes(16, 0).data());
     target->CopyData(*source, 4, 0, 8, false);
     EXPECT_EQ(Bytes(16, 0), Read(target, 0, 16));
-    EXPECT_EQ((std::vector<std::string>{"(length:16 + offset:8) > mSizeInBytes:16",
-                                        "Failed to CD3D9HardwareVertexBuffer::WriteData",
-                                        "(length:16 + offset:4) > mSizeInBytes:16",
-                                        "Failed to CD3D9HardwareVertexBuffer::ReadData",
-                                        "(length:4 + offset:2) > mSizeInBytes:4",
-                                        "Failed to CD3D9HardwareIndexBuffer::ReadData",
-                                        "(length:1 + offset:4) > mSizeInBytes:4",
-                                        "Failed to CD3D9HardwareIndexBuffer::WriteData",
-                                        "(length:8 + offset:4) > mSizeInBytes:8"}),
+    EXPECT_EQ((std::vector<std::string>{
+                  "(length:16 + offset:8) > mSizeInBytes:16", "Failed to CD3D9HardwareVertexBuffer::WriteData",
+                  "(length:16 + offset:4) > mSizeInBytes:16", "Failed to CD3D9HardwareVertexBuffer::ReadData",
+                  "(length:4 + offset:2) > mSizeInBytes:4", "Failed to CD3D9HardwareIndexBuffer::ReadData",
+                  "(length:1 + offset:4) > mSizeInBytes:4", "Failed to CD3D9HardwareIndexBuffer::WriteData",
+                  "(length:8 + offset:4) > mSizeInBytes:8"}),
               Errors());
 }
 
@@ -245,12 +242,11 @@ TEST_F(Buffers, DefaultPoolBuffersGoWithALostDeviceAndComeBackEmptyHanded)
     std::vector<uint8_t> out = Read(vb, 0, 16);
     ib->WriteData(0, 4, out.data(), true);
     EXPECT_EQ(std::vector<uint8_t>(16, 0xEE), out);
-    EXPECT_EQ((std::vector<std::string>{
-                  "Failed to CD3D9HardwareVertexBuffer::LockImpl, as m_pD3D9VertexBuffer is NULL",
-                  "Failed to CD3D9HardwareVertexBuffer::LockImpl, as m_pD3D9VertexBuffer is NULL",
-                  "Failed to CD3D9HardwareVertexBuffer::ReadData",
-                  "Failed to CD3D9HardwareIndexBuffer::LockImpl, as m_pD3D9IndexBuffer is NULL",
-                  "Failed to CD3D9HardwareIndexBuffer::WriteData"}),
+    EXPECT_EQ((std::vector<std::string>{"Failed to CD3D9HardwareVertexBuffer::LockImpl, as m_pD3D9VertexBuffer is NULL",
+                                        "Failed to CD3D9HardwareVertexBuffer::LockImpl, as m_pD3D9VertexBuffer is NULL",
+                                        "Failed to CD3D9HardwareVertexBuffer::ReadData",
+                                        "Failed to CD3D9HardwareIndexBuffer::LockImpl, as m_pD3D9IndexBuffer is NULL",
+                                        "Failed to CD3D9HardwareIndexBuffer::WriteData"}),
               Errors());
     vb->Unlock();
     EXPECT_FALSE(vb->IsLocked());
@@ -285,8 +281,7 @@ TEST_F(Buffers, DefaultPoolBuffersGoWithALostDeviceAndComeBackEmptyHanded)
 TEST_F(Buffers, RefusedCreationIsLoggedAndRetriedAtResetInTheDefaultPool)
 {
     kvproxy::FailMethod(Method::CreateVertexBuffer, E_OUTOFMEMORY, 2);
-    ref_ptr<CHardwareVertexBuffer> deflt =
-        Vertices(rs, 4, CHardwareBuffer::USAGE_DISCARDABLE, Bytes(16, 0).data());
+    ref_ptr<CHardwareVertexBuffer> deflt = Vertices(rs, 4, CHardwareBuffer::USAGE_DISCARDABLE, Bytes(16, 0).data());
     ref_ptr<CHardwareVertexBuffer> managed = Vertices(rs, 4, CHardwareBuffer::USAGE_STATIC);
     ASSERT_TRUE(deflt && managed);
     EXPECT_EQ(nullptr, D3D(deflt.get())->m_pD3D9VertexBuffer);
@@ -338,8 +333,7 @@ HRESULT STDMETHODCALLTYPE WatchedVertexLock(IDirect3DVertexBuffer9* b, UINT offs
     return g_vertexLock(b, offset, length, data, flags);
 }
 
-HRESULT STDMETHODCALLTYPE WatchedIndexLock(IDirect3DIndexBuffer9* b, UINT offset, UINT length, void** data,
-                                           DWORD flags)
+HRESULT STDMETHODCALLTYPE WatchedIndexLock(IDirect3DIndexBuffer9* b, UINT offset, UINT length, void** data, DWORD flags)
 {
     g_locks.push_back({offset, length, flags});
     return g_indexLock(b, offset, length, data, flags);
@@ -373,8 +367,8 @@ struct LockFlags : KvDeviceTest
         ASSERT_TRUE(vertexObject && indexObject);
         g_vertexLock = reinterpret_cast<VertexLockFn>(
             SwapSlot(vertexObject, kLockSlot, reinterpret_cast<void*>(&WatchedVertexLock)));
-        g_indexLock = reinterpret_cast<IndexLockFn>(
-            SwapSlot(indexObject, kLockSlot, reinterpret_cast<void*>(&WatchedIndexLock)));
+        g_indexLock =
+            reinterpret_cast<IndexLockFn>(SwapSlot(indexObject, kLockSlot, reinterpret_cast<void*>(&WatchedIndexLock)));
         ASSERT_TRUE(g_vertexLock && g_indexLock);
         g_locks.clear();
     }
@@ -475,8 +469,7 @@ TEST_F(Buffers, DeclarationElementsReachTheDeviceTranslated)
 
     // An empty declaration is the end mark alone.
     for (int count : {0, -3})
-        EXPECT_EQ(kEndMark, Describe(ElementsOf(Native(rs->CreateVertexDeclaration(nullptr, count).get()))))
-            << count;
+        EXPECT_EQ(kEndMark, Describe(ElementsOf(Native(rs->CreateVertexDeclaration(nullptr, count).get())))) << count;
 
     EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
 }

@@ -28,7 +28,10 @@ struct Streams : KvDeviceTest
     ref_ptr<CVertexData> data;
 };
 
-std::vector<uint64_t> Args(const KvProxyCall& c) { return std::vector<uint64_t>(c.args, c.args + c.argCount); }
+std::vector<uint64_t> Args(const KvProxyCall& c)
+{
+    return std::vector<uint64_t>(c.args, c.args + c.argCount);
+}
 
 } // namespace
 
@@ -60,9 +63,10 @@ TEST_F(Streams, RepeatedBindMakesNoCallAndStreamTwoIsRefused)
     rs->SetVertexBuffers(2, data.get(), 0);
     rs->SetVertexBuffers(7, data.get(), 0);
     EXPECT_TRUE(kvproxy::NoDeviceCalls(from));
-    EXPECT_EQ((std::vector<std::string>{"Failed to CD3D9RenderSystem::SetVertexBuffers, Too many vertex buffers:2 > 2",
-                                        "Failed to CD3D9RenderSystem::SetVertexBuffers, Too many vertex buffers:7 > 2"}),
-              Errors());
+    EXPECT_EQ(
+        (std::vector<std::string>{"Failed to CD3D9RenderSystem::SetVertexBuffers, Too many vertex buffers:2 > 2",
+                                  "Failed to CD3D9RenderSystem::SetVertexBuffers, Too many vertex buffers:7 > 2"}),
+        Errors());
     EXPECT_EQ(2u, Timer().m_nVBBinds);
     EXPECT_EQ(declarationBefore, d3d->m_pCurrentVertexDeclaration);
 }
@@ -177,8 +181,8 @@ struct Draws : Streams
     void DrawIndexedUP(PrimitiveType type, unsigned vertices, unsigned count, const void* list = nullptr,
                        CHardwareIndexBuffer::IndexType kind = CHardwareIndexBuffer::IT_16BIT)
     {
-        rs->DrawIndexedPrimitiveUP(type, vertices, count, list ? list : userIndices, kind, user,
-                                   sizeof(ColourVertex), declaration.get(), 1);
+        rs->DrawIndexedPrimitiveUP(type, vertices, count, list ? list : userIndices, kind, user, sizeof(ColourVertex),
+                                   declaration.get(), 1);
     }
 
     ref_ptr<CHardwareIndexBuffer> indices;
@@ -285,8 +289,8 @@ TEST_F(Draws, InstancingSetsAndThenRestoresTheStreamFrequencies)
     kvproxy::Mark from = kvproxy::Here();
     rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), all.get(), 10, true);
     EXPECT_EQ((std::vector<std::vector<uint64_t>>{{0, 0x4000000A}, {1, 0x80000001}}), Frequencies(from));
-    EXPECT_TRUE(kvproxy::CalledInOrder(from, {Method::SetStreamSourceFreq, Method::SetStreamSourceFreq,
-                                              Method::DrawIndexedPrimitive}));
+    EXPECT_TRUE(kvproxy::CalledInOrder(
+        from, {Method::SetStreamSourceFreq, Method::SetStreamSourceFreq, Method::DrawIndexedPrimitive}));
     EXPECT_EQ((std::vector<unsigned>{20, 4, 1}), Counts());
     EXPECT_EQ(9u, Timer().m_nExtraInstances);
 
@@ -345,9 +349,9 @@ TEST_F(Draws, WhatTheStatisticsCount)
     DrawUP(PT_TRIANGLE_LIST, 3);
     DrawIndexedUP(PT_TRIANGLE_LIST, 4, 6);
     g_bInGUIMode = false;
-    EXPECT_EQ((std::vector<unsigned>{4 + 1 + 2, 4 + 3 + 4, 3}),
-              (std::vector<unsigned>{Timer().m_nGUIPrimitiveCount, Timer().m_nGUIVertexCount,
-                                     Timer().m_nGUIDrawCallCount}));
+    EXPECT_EQ(
+        (std::vector<unsigned>{4 + 1 + 2, 4 + 3 + 4, 3}),
+        (std::vector<unsigned>{Timer().m_nGUIPrimitiveCount, Timer().m_nGUIVertexCount, Timer().m_nGUIDrawCallCount}));
     EXPECT_EQ((std::vector<unsigned>{0, 0, 0}), Counts());
     EXPECT_EQ(1u, Timer().m_nExtraInstances);
     EXPECT_EQ(2u, Timer().m_nVBBinds);
@@ -355,13 +359,12 @@ TEST_F(Draws, WhatTheStatisticsCount)
     rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), nullptr, 1, false);
     EXPECT_EQ(1u, Timer().m_nDrawCallCount);
     EXPECT_EQ(3u, Timer().m_nGUIDrawCallCount);
-
 }
 
 TEST_F(Draws, RefusedDrawsAreLoggedAndStillCounted)
 {
-    for (Method m : {Method::DrawIndexedPrimitive, Method::DrawPrimitive, Method::DrawPrimitiveUP,
-                     Method::DrawIndexedPrimitiveUP})
+    for (Method m :
+         {Method::DrawIndexedPrimitive, Method::DrawPrimitive, Method::DrawPrimitiveUP, Method::DrawIndexedPrimitiveUP})
         kvproxy::FailMethod(m, D3DERR_INVALIDCALL, 1);
     rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), IndexData(indices.get(), 0, 3).get(), 1, false);
     rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), nullptr, 1, false);
@@ -384,9 +387,9 @@ TEST_F(Draws, ProfilerEventsAndMarkersCarryTheirText)
     rs->EndEvent();
     rs->BeginEvent("");
     std::vector<KvProxyCall> calls = kvproxy::CallsSince(from);
-    ASSERT_EQ((std::vector<std::string>{"D3DPERF_BeginEvent", "D3DPERF_SetMarker", "D3DPERF_EndEvent",
-                                        "D3DPERF_BeginEvent"}),
-              MethodsSince(from));
+    ASSERT_EQ(
+        (std::vector<std::string>{"D3DPERF_BeginEvent", "D3DPERF_SetMarker", "D3DPERF_EndEvent", "D3DPERF_BeginEvent"}),
+        MethodsSince(from));
     EXPECT_EQ(0x01000100u, calls[0].args[0]);
     EXPECT_EQ(L"Shadow pass", kvproxy::TextOf(calls[0]));
     EXPECT_EQ(0x01000100u, calls[1].args[0]);

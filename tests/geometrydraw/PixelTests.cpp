@@ -24,10 +24,7 @@ struct Pixels : KvDeviceTest
         FixedFunctionColour();
     }
     // The colour at pixel (x, y) of the last read back.
-    uint32_t At(unsigned x, unsigned y) const
-    {
-        return y * kWidth + x < pixels.size() ? pixels[y * kWidth + x] : 0;
-    }
+    uint32_t At(unsigned x, unsigned y) const { return y * kWidth + x < pixels.size() ? pixels[y * kWidth + x] : 0; }
 
     ref_ptr<CVertexDeclaration> declaration;
     std::vector<uint32_t> pixels;
@@ -66,8 +63,8 @@ ID3DXBuffer* Compile(const char* source, const char* profile)
 {
     ID3DXBuffer* code = nullptr;
     ID3DXBuffer* errors = nullptr;
-    HRESULT hr = D3DXCompileShader(source, static_cast<UINT>(std::strlen(source)), nullptr, nullptr, "main", profile,
-                                   0, &code, &errors, nullptr);
+    HRESULT hr = D3DXCompileShader(source, static_cast<UINT>(std::strlen(source)), nullptr, nullptr, "main", profile, 0,
+                                   &code, &errors, nullptr);
     EXPECT_EQ(D3D_OK, hr) << (errors ? static_cast<const char*>(errors->GetBufferPointer()) : "");
     if (errors)
         errors->Release();

@@ -51,15 +51,41 @@ const struct FormatRow
     PixelFormat engine;
     unsigned number, d3d;
 } kFormats[] = {
-    {PF_L8, 1, 50},        {PF_L16, 2, 81},         {PF_A8, 3, 28},          {PF_A4L4, 4, 52},
-    {PF_A8L8, 5, 51},      {PF_R5G6B5, 6, 23},      {PF_A4R4G4B4, 8, 26},    {PF_A1R5G5B5, 9, 25},
-    {PF_R8G8B8, 10, 20},   {PF_A8R8G8B8, 12, 21},   {PF_A8B8G8R8, 13, 32},   {PF_A2R10G10B10, 15, 35},
-    {PF_A2B10G10R10, 16, 31}, {PF_DXT1, 17, 0x31545844}, {PF_DXT2, 18, 0x32545844}, {PF_DXT3, 19, 0x33545844},
-    {PF_DXT4, 20, 0x34545844}, {PF_DXT5, 21, 0x35545844}, {PF_FLOAT16_RGBA, 23, 113}, {PF_FLOAT32_RGBA, 25, 116},
-    {PF_X8R8G8B8, 26, 22}, {PF_X8B8G8R8, 27, 33},   {PF_D24X8, 29, 77},      {PF_A16B16G16R16, 30, 36},
-    {PF_R3G3B2, 31, 27},   {PF_FLOAT16_R, 32, 111}, {PF_FLOAT32_R, 33, 114}, {PF_G16R16, 34, 34},
-    {PF_FLOAT16_GR, 35, 112}, {PF_FLOAT32_GR, 36, 115}, {PF_ATI2, 72, 0x32495441}, {PF_D24S8, 110, 75},
-    {PF_NULL, 111, 0x4C4C554E}, {PF_INTZ, 112, 0x5A544E49}, {PF_D16, 113, 80},
+    {PF_L8, 1, 50},
+    {PF_L16, 2, 81},
+    {PF_A8, 3, 28},
+    {PF_A4L4, 4, 52},
+    {PF_A8L8, 5, 51},
+    {PF_R5G6B5, 6, 23},
+    {PF_A4R4G4B4, 8, 26},
+    {PF_A1R5G5B5, 9, 25},
+    {PF_R8G8B8, 10, 20},
+    {PF_A8R8G8B8, 12, 21},
+    {PF_A8B8G8R8, 13, 32},
+    {PF_A2R10G10B10, 15, 35},
+    {PF_A2B10G10R10, 16, 31},
+    {PF_DXT1, 17, 0x31545844},
+    {PF_DXT2, 18, 0x32545844},
+    {PF_DXT3, 19, 0x33545844},
+    {PF_DXT4, 20, 0x34545844},
+    {PF_DXT5, 21, 0x35545844},
+    {PF_FLOAT16_RGBA, 23, 113},
+    {PF_FLOAT32_RGBA, 25, 116},
+    {PF_X8R8G8B8, 26, 22},
+    {PF_X8B8G8R8, 27, 33},
+    {PF_D24X8, 29, 77},
+    {PF_A16B16G16R16, 30, 36},
+    {PF_R3G3B2, 31, 27},
+    {PF_FLOAT16_R, 32, 111},
+    {PF_FLOAT32_R, 33, 114},
+    {PF_G16R16, 34, 34},
+    {PF_FLOAT16_GR, 35, 112},
+    {PF_FLOAT32_GR, 36, 115},
+    {PF_ATI2, 72, 0x32495441},
+    {PF_D24S8, 110, 75},
+    {PF_NULL, 111, 0x4C4C554E},
+    {PF_INTZ, 112, 0x5A544E49},
+    {PF_D16, 113, 80},
 };
 
 bool IsTableFormat(unsigned engine)
@@ -92,13 +118,34 @@ TEST(PixelFormats, EveryOtherValueIsUnknownBothWays)
     EXPECT_EQ(D3DFMT_UNKNOWN, toD3DFormat(static_cast<PixelFormat>(0xFFFFFFFFu)));
 
     // Direct3D formats the engine has no name for.
-    const D3DFORMAT others[] = {D3DFMT_X1R5G5B5, D3DFMT_A8R3G3B2, D3DFMT_X4R4G4B4, D3DFMT_A8P8, D3DFMT_P8,
-                                D3DFMT_V8U8, D3DFMT_L6V5U5, D3DFMT_X8L8V8U8, D3DFMT_Q8W8V8U8, D3DFMT_V16U16,
-                                D3DFMT_A2W10V10U10, D3DFMT_UYVY, D3DFMT_YUY2, D3DFMT_R8G8_B8G8,
-                                D3DFMT_G8R8_G8B8, D3DFMT_MULTI2_ARGB8, D3DFMT_D16_LOCKABLE, D3DFMT_D32,
-                                D3DFMT_D15S1, D3DFMT_D24X4S4, D3DFMT_D32F_LOCKABLE, D3DFMT_D24FS8,
-                                D3DFMT_VERTEXDATA, D3DFMT_INDEX16, D3DFMT_INDEX32, D3DFMT_Q16W16V16U16,
-                                D3DFMT_CxV8U8, static_cast<D3DFORMAT>(MAKEFOURCC('A', 'T', 'I', '1')),
+    const D3DFORMAT others[] = {D3DFMT_X1R5G5B5,
+                                D3DFMT_A8R3G3B2,
+                                D3DFMT_X4R4G4B4,
+                                D3DFMT_A8P8,
+                                D3DFMT_P8,
+                                D3DFMT_V8U8,
+                                D3DFMT_L6V5U5,
+                                D3DFMT_X8L8V8U8,
+                                D3DFMT_Q8W8V8U8,
+                                D3DFMT_V16U16,
+                                D3DFMT_A2W10V10U10,
+                                D3DFMT_UYVY,
+                                D3DFMT_YUY2,
+                                D3DFMT_R8G8_B8G8,
+                                D3DFMT_G8R8_G8B8,
+                                D3DFMT_MULTI2_ARGB8,
+                                D3DFMT_D16_LOCKABLE,
+                                D3DFMT_D32,
+                                D3DFMT_D15S1,
+                                D3DFMT_D24X4S4,
+                                D3DFMT_D32F_LOCKABLE,
+                                D3DFMT_D24FS8,
+                                D3DFMT_VERTEXDATA,
+                                D3DFMT_INDEX16,
+                                D3DFMT_INDEX32,
+                                D3DFMT_Q16W16V16U16,
+                                D3DFMT_CxV8U8,
+                                static_cast<D3DFORMAT>(MAKEFOURCC('A', 'T', 'I', '1')),
                                 static_cast<D3DFORMAT>(MAKEFOURCC('D', 'F', '2', '4')),
                                 static_cast<D3DFORMAT>(0x7FFFFFFF)};
     for (D3DFORMAT f : others)
@@ -117,8 +164,17 @@ TEST(PixelFormats, ClosestSupportedNeverAnswersAnUnknownFormat)
     // Partners, then strays that fall back to PF_A8R8G8B8 (12).
     ExpectMapped("closest format", {{7, 6}, {11, 10}, {22, 23}, {24, 25}, {37, 30}, {109, 8}}, closest);
     ExpectMapped("closest format",
-                 {{0, 12}, {14, 12}, {28, 12}, {38, 12}, {71, 12}, {73, 12}, {108, 12}, {114, 12}, {200, 12},
-                  {0x7FFFFFFF, 12}, {-1, 12}},
+                 {{0, 12},
+                  {14, 12},
+                  {28, 12},
+                  {38, 12},
+                  {71, 12},
+                  {73, 12},
+                  {108, 12},
+                  {114, 12},
+                  {200, 12},
+                  {0x7FFFFFFF, 12},
+                  {-1, 12}},
                  closest);
     for (unsigned v = 0; v < 400; ++v)
         EXPECT_NE(D3DFMT_UNKNOWN, toD3DFormat(closestSupportedFormat(static_cast<PixelFormat>(v)))) << v;
@@ -128,10 +184,10 @@ TEST(VertexDeclarations, TypesInTheirOwnOrderAndUnknownReported)
 {
     ClearLog();
     auto type = [](int v) { return toD3DDeclType(static_cast<VertexElementType>(v)); };
-    ExpectMapped("declaration type",
-                 {{0, 0}, {1, 1}, {2, 2}, {3, 3}, {4, 4}, {5, 6}, {6, 7}, {7, 5}, {8, 8}, {9, 9}, {10, 10},
-                  {11, 15}, {12, 16}},
-                 type);
+    ExpectMapped(
+        "declaration type",
+        {{0, 0}, {1, 1}, {2, 2}, {3, 3}, {4, 4}, {5, 6}, {6, 7}, {7, 5}, {8, 8}, {9, 9}, {10, 10}, {11, 15}, {12, 16}},
+        type);
     EXPECT_EQ(0u, GetLogLineCount()) << "known types are not reported";
 
     for (int v : {13, -1, 1000})
@@ -166,8 +222,22 @@ TEST(VertexDeclarations, SemanticsAgreeBothWaysAndFallBackToPosition)
 TEST(States, BlendCompareFillAndIndexFormats)
 {
     ExpectMapped("blend factor",
-                 {{0, 2}, {1, 1}, {2, 9}, {3, 3}, {4, 10}, {5, 4}, {6, 7}, {7, 5}, {8, 8}, {9, 6}, {10, 14},
-                  {11, 15}, {12, 11}, {13, kForceDword}, {-1, kForceDword}, {100, kForceDword}},
+                 {{0, 2},
+                  {1, 1},
+                  {2, 9},
+                  {3, 3},
+                  {4, 10},
+                  {5, 4},
+                  {6, 7},
+                  {7, 5},
+                  {8, 8},
+                  {9, 6},
+                  {10, 14},
+                  {11, 15},
+                  {12, 11},
+                  {13, kForceDword},
+                  {-1, kForceDword},
+                  {100, kForceDword}},
                  [](int v) { return toD3DBlend(static_cast<BlendFactor>(v)); });
     ExpectMapped("blend operation", {{0, 1}, {1, 2}, {2, 3}, {3, 4}, {4, 5}, {5, kForceDword}, {-1, kForceDword}},
                  [](int v) { return toD3DBlendOp(static_cast<BlendOperation>(v)); });
@@ -175,8 +245,16 @@ TEST(States, BlendCompareFillAndIndexFormats)
                  [](int v) { return toD3DCmpFunc(static_cast<CompareFunction>(v)); });
     // Points, wireframe, solid, and the two wire viewing modes.
     ExpectMapped("fill mode",
-                 {{1, 1}, {2, 2}, {3, 3}, {4, 2}, {5, 2}, {6, kForceDword}, {7, kForceDword}, {0, kForceDword},
-                  {8, kForceDword}, {-1, kForceDword}},
+                 {{1, 1},
+                  {2, 2},
+                  {3, 3},
+                  {4, 2},
+                  {5, 2},
+                  {6, kForceDword},
+                  {7, kForceDword},
+                  {0, kForceDword},
+                  {8, kForceDword},
+                  {-1, kForceDword}},
                  [](int v) { return toD3DFillMode(static_cast<FillMode>(v)); });
     // 32-bit indices for one type only; everything else is 16-bit.
     ExpectMapped("index format", {{1, 102}, {0, 101}, {2, 101}, {32, 101}, {-1, 101}},
@@ -282,8 +360,8 @@ TEST_F(CapabilityRules, AnisotropyOnlyWhereTheDeviceOffersItForThatFilter)
         DWORD caps;
         unsigned expected;
     } aniso[] = {
-        {1, 0, 2}, {1, mag, 3}, {1, min, 2}, {1, mag | min, 3}, {1, ~(mag | min), 2},
-        {0, 0, 2}, {0, mag, 2}, {0, min, 3}, {0, mag | min, 3}, {0, ~(mag | min), 2},
+        {1, 0, 2}, {1, mag, 3},       {1, min, 2},        {1, mag | min, 3},  {1, ~(mag | min), 2},
+        {0, 0, 2}, {0, mag, 2},       {0, min, 3},        {0, mag | min, 3},  {0, ~(mag | min), 2},
         {2, 0, 2}, {2, mag | min, 2}, {2, 0xFFFFFFFF, 2}, {3, 0xFFFFFFFF, 2}, {-1, 0xFFFFFFFF, 2},
     };
     for (const auto& r : aniso)
@@ -317,8 +395,14 @@ TEST_F(CapabilityRules, SphereMapOnlyWithTheVertexProcessingCap)
         int engine;
         DWORD with, without;
     } rows[] = {
-        {1, sphere, normal}, {2, sphere, reflection}, {3, reflection, reflection}, {4, normal, normal},
-        {5, position, position}, {0, 0, 0}, {6, 0, 0}, {-1, 0, 0},
+        {1, sphere, normal},
+        {2, sphere, reflection},
+        {3, reflection, reflection},
+        {4, normal, normal},
+        {5, position, position},
+        {0, 0, 0},
+        {6, 0, 0},
+        {-1, 0, 0},
     };
     for (const auto& r : rows)
     {

@@ -4,9 +4,9 @@
 
 #include "engine/Colour.h"
 #include "engine/IndexData.h"
-#include "engine/VertexData.h"
 #include "engine/Log.h"
 #include "engine/RenderWindow.h"
+#include "engine/VertexData.h"
 #include "engine/Viewport.h"
 
 #include <gtest/gtest.h>

@@ -2,18 +2,19 @@
 // and read back, used to show that the proxy changes nothing in what is drawn.
 #pragma once
 
-#include <windows.h>
 #include <d3d9.h>
+#include <windows.h>
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-namespace scene {
+namespace scene
+{
 
 constexpr unsigned kSize = 64;
-constexpr uint32_t kClearColour = 0x000000FF;  // blue, alpha dropped by the X8R8G8B8 target
-constexpr uint32_t kSolidColour = 0x00FF0000;  // red, the upper-left triangle
+constexpr uint32_t kClearColour = 0x000000FF; // blue, alpha dropped by the X8R8G8B8 target
+constexpr uint32_t kSolidColour = 0x00FF0000; // red, the upper-left triangle
 
 // A hidden window for devices of tests.
 HWND TestWindow();
@@ -26,6 +27,9 @@ bool Draw(IDirect3D9* d3d, std::vector<uint32_t>* pixels, std::string* error);
 // otherwise one line for each pixel that is off.
 std::string KnownPixelMismatches(const std::vector<uint32_t>& pixels);
 
-inline uint32_t At(const std::vector<uint32_t>& pixels, unsigned x, unsigned y) { return pixels[y * kSize + x]; }
+inline uint32_t At(const std::vector<uint32_t>& pixels, unsigned x, unsigned y)
+{
+    return pixels[y * kSize + x];
+}
 
-}  // namespace scene
+} // namespace scene

@@ -63,8 +63,8 @@ TEST_F(PluginOnProxy, WithoutTheRuntimeTheObjectBuildsAndInitFailsAtBuildDevice)
     EXPECT_EQ(nullptr, kv::GetD3D9RenderSystem()->m_pD3D9Device);
     // Nothing was asked of a runtime that is not there, and the proxy was not asked again.
     EXPECT_EQ(1u, kvproxy::CountSince(mark, Method::Direct3DCreate9));
-    EXPECT_TRUE(kvproxy::NoCallsOf(mark, {Method::D3D9_GetAdapterCount, Method::D3D9_GetDeviceCaps,
-                                          Method::D3D9_CreateDevice}));
+    EXPECT_TRUE(kvproxy::NoCallsOf(
+        mark, {Method::D3D9_GetAdapterCount, Method::D3D9_GetDeviceCaps, Method::D3D9_CreateDevice}));
     EXPECT_TRUE(kvproxy::NoDeviceCalls(mark));
     delete rs;
 }

@@ -129,9 +129,9 @@ TEST_F(Registry, EachWalkTellsEveryMemberInTableOrder)
     manager->notifyOnDeviceLost();
     manager->notifyOnDeviceReset();
     manager->notifyOnDeviceDestroy();
-    EXPECT_EQ((Names{"a lost", "c lost", "d lost", "a reset", "c reset", "d reset", "a destroy", "c destroy",
-                     "d destroy"}),
-              journal);
+    EXPECT_EQ(
+        (Names{"a lost", "c lost", "d lost", "a reset", "c reset", "d reset", "a destroy", "c destroy", "d destroy"}),
+        journal);
 
     // A member removed during a walk is not told: a drops c, d moves into c's
     // place and is still told.
@@ -182,13 +182,15 @@ TEST_F(Registry, ReservesTwentyThousandAndThenGrowsByHalf)
 TEST_F(Registry, LeakReportListsTheEngineCountersAndTheClosingLine)
 {
     int* const counters[] = {
-        &g_nNodeAmount, &g_nEntityAmount, &g_nEffectAmount, &g_nSkinAmount, &g_nSkinSocketAmount,
-        &g_nAnimNodeAmount, &g_nSoundAmount, &g_nTerrainAmount, &g_nCameraAmount, &g_nLineAmount,
-        &g_nLightAmount, &g_nTerrainTrunkAmount, &g_nNodeResAmount, &g_nTmeAmount, &g_nActionAmount,
-        &g_nParticleSystemAmount, &g_nSceneManagerAmount, &g_nTextureAmount, &g_nTextureResAmount,
-        &g_nTextureManualAmount, &g_nRenderTargetAmount, &g_nVBAmount, &g_nIBAmount, &g_nMeshAmount,
-        &g_nEffectMeshAmount, &g_nTmeMeshAmount, &g_nMaterialAmount, &g_nMaterialSetAmount, &g_nSkeletonAmount,
-        &g_nSkaAmount, &g_nSoundBufferAmount, &g_nVertexDeclarationAmount, &g_nGpuProgramAmount};
+        &g_nNodeAmount,         &g_nEntityAmount,   &g_nEffectAmount,      &g_nSkinAmount,
+        &g_nSkinSocketAmount,   &g_nAnimNodeAmount, &g_nSoundAmount,       &g_nTerrainAmount,
+        &g_nCameraAmount,       &g_nLineAmount,     &g_nLightAmount,       &g_nTerrainTrunkAmount,
+        &g_nNodeResAmount,      &g_nTmeAmount,      &g_nActionAmount,      &g_nParticleSystemAmount,
+        &g_nSceneManagerAmount, &g_nTextureAmount,  &g_nTextureResAmount,  &g_nTextureManualAmount,
+        &g_nRenderTargetAmount, &g_nVBAmount,       &g_nIBAmount,          &g_nMeshAmount,
+        &g_nEffectMeshAmount,   &g_nTmeMeshAmount,  &g_nMaterialAmount,    &g_nMaterialSetAmount,
+        &g_nSkeletonAmount,     &g_nSkaAmount,      &g_nSoundBufferAmount, &g_nVertexDeclarationAmount,
+        &g_nGpuProgramAmount};
     ASSERT_EQ(33u, sizeof(counters) / sizeof(counters[0]));
     int saved[33];
     for (int i = 0; i < 33; ++i)

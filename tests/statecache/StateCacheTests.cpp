@@ -85,11 +85,16 @@ TEST_F(StateCache, FirstSetsReachTheDeviceAndRepeatsMakeNoCall)
     };
     kvproxy::Mark mark = kvproxy::Here();
     setAll();
-    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_ZENABLE, 1}, {D3DRS_ZWRITEENABLE, 1},
-                                                {D3DRS_ZFUNC, D3DCMP_LESSEQUAL}, {D3DRS_FILLMODE, D3DFILL_WIREFRAME},
-                                                {D3DRS_CULLMODE, D3DCULL_NONE}, {D3DRS_MULTISAMPLEANTIALIAS, 1},
-                                                {D3DRS_SCISSORTESTENABLE, 1}, {D3DRS_POINTSPRITEENABLE, 1},
-                                                {D3DRS_BLENDFACTOR, 0xFFFF7F00u}, {D3DRS_SRGBWRITEENABLE, 1}}));
+    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_ZENABLE, 1},
+                                                {D3DRS_ZWRITEENABLE, 1},
+                                                {D3DRS_ZFUNC, D3DCMP_LESSEQUAL},
+                                                {D3DRS_FILLMODE, D3DFILL_WIREFRAME},
+                                                {D3DRS_CULLMODE, D3DCULL_NONE},
+                                                {D3DRS_MULTISAMPLEANTIALIAS, 1},
+                                                {D3DRS_SCISSORTESTENABLE, 1},
+                                                {D3DRS_POINTSPRITEENABLE, 1},
+                                                {D3DRS_BLENDFACTOR, 0xFFFF7F00u},
+                                                {D3DRS_SRGBWRITEENABLE, 1}}));
     EXPECT_TRUE(kvproxy::SamplerStatesSet(mark, {{3, D3DSAMP_ADDRESSU, D3DTADDRESS_WRAP},
                                                  {3, D3DSAMP_ADDRESSV, D3DTADDRESS_MIRROR},
                                                  {3, D3DSAMP_ADDRESSW, D3DTADDRESS_CLAMP},
@@ -141,13 +146,17 @@ TEST_F(StateCache, ColourWriteMaskGoesToAllFourTargets)
 {
     kvproxy::Mark mark = kvproxy::Here();
     rs->SetColourWriteEnabled(true, false, true, false);
-    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_COLORWRITEENABLE, 5}, {D3DRS_COLORWRITEENABLE1, 5},
-                                                {D3DRS_COLORWRITEENABLE2, 5}, {D3DRS_COLORWRITEENABLE3, 5}}));
+    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_COLORWRITEENABLE, 5},
+                                                {D3DRS_COLORWRITEENABLE1, 5},
+                                                {D3DRS_COLORWRITEENABLE2, 5},
+                                                {D3DRS_COLORWRITEENABLE3, 5}}));
     mark = kvproxy::Here();
     rs->SetColourWriteEnabled(false, true, false, true);
     rs->SetColourWriteEnabled(false, true, false, true);
-    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_COLORWRITEENABLE, 10}, {D3DRS_COLORWRITEENABLE1, 10},
-                                                {D3DRS_COLORWRITEENABLE2, 10}, {D3DRS_COLORWRITEENABLE3, 10}}));
+    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_COLORWRITEENABLE, 10},
+                                                {D3DRS_COLORWRITEENABLE1, 10},
+                                                {D3DRS_COLORWRITEENABLE2, 10},
+                                                {D3DRS_COLORWRITEENABLE3, 10}}));
 }
 
 TEST_F(StateCache, StencilSidesTakeOppositeIncrements)
@@ -156,8 +165,10 @@ TEST_F(StateCache, StencilSidesTakeOppositeIncrements)
     rs->SetInvertVertexWinding(true);
     kvproxy::Mark mark = kvproxy::Here();
     rs->SetStencilState(CMPF_EQUAL, 7, 0xF0, 0x0F, SOP_INCREMENT, SOP_DECREMENT_WRAP, SOP_REPLACE, false);
-    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_TWOSIDEDSTENCILMODE, 0}, {D3DRS_STENCILFUNC, D3DCMP_EQUAL},
-                                                {D3DRS_STENCILREF, 7}, {D3DRS_STENCILMASK, 0xF0},
+    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_TWOSIDEDSTENCILMODE, 0},
+                                                {D3DRS_STENCILFUNC, D3DCMP_EQUAL},
+                                                {D3DRS_STENCILREF, 7},
+                                                {D3DRS_STENCILMASK, 0xF0},
                                                 {D3DRS_STENCILWRITEMASK, 0x0F},
                                                 {D3DRS_STENCILFAIL, D3DSTENCILOP_INCRSAT},
                                                 {D3DRS_STENCILZFAIL, D3DSTENCILOP_DECR},
@@ -172,8 +183,10 @@ TEST_F(StateCache, StencilSidesTakeOppositeIncrements)
                                                 {D3DRS_CCW_STENCILFAIL, D3DSTENCILOP_INCRSAT},
                                                 {D3DRS_CCW_STENCILZFAIL, D3DSTENCILOP_DECR},
                                                 {D3DRS_CCW_STENCILPASS, D3DSTENCILOP_INCR},
-                                                {D3DRS_STENCILFUNC, D3DCMP_GREATER}, {D3DRS_STENCILREF, 1},
-                                                {D3DRS_STENCILMASK, 2}, {D3DRS_STENCILWRITEMASK, 3},
+                                                {D3DRS_STENCILFUNC, D3DCMP_GREATER},
+                                                {D3DRS_STENCILREF, 1},
+                                                {D3DRS_STENCILMASK, 2},
+                                                {D3DRS_STENCILWRITEMASK, 3},
                                                 {D3DRS_STENCILFAIL, D3DSTENCILOP_DECRSAT},
                                                 {D3DRS_STENCILZFAIL, D3DSTENCILOP_INCR},
                                                 {D3DRS_STENCILPASS, D3DSTENCILOP_DECR}}));
@@ -216,8 +229,10 @@ TEST_F(StateCache, ViewingModesOverrideBlendingAndDepthWrites)
     EXPECT_EQ(FILL_OVERDRAW, rs->GetFillMode());
     mark = kvproxy::Here();
     rs->SetSceneBlending(SBF_ONE, SBF_ZERO, SBO_SUBTRACT);
-    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_ALPHABLENDENABLE, 1}, {D3DRS_SEPARATEALPHABLENDENABLE, 0},
-                                                {D3DRS_SRCBLEND, D3DBLEND_SRCALPHA}, {D3DRS_DESTBLEND, D3DBLEND_ONE},
+    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_ALPHABLENDENABLE, 1},
+                                                {D3DRS_SEPARATEALPHABLENDENABLE, 0},
+                                                {D3DRS_SRCBLEND, D3DBLEND_SRCALPHA},
+                                                {D3DRS_DESTBLEND, D3DBLEND_ONE},
                                                 {D3DRS_BLENDOP, D3DBLENDOP_ADD},
                                                 {D3DRS_BLENDOPALPHA, D3DBLENDOP_ADD}}));
     mark = kvproxy::Here();
@@ -264,7 +279,8 @@ TEST_F(StateCache, SolidBlendingDisablesOnlyForPlainReplace)
 
     mark = kvproxy::Here();
     rs->SetSceneBlending(SBF_SOURCE_ALPHA, SBF_ONE_MINUS_SOURCE_ALPHA, SBO_REVERSE_SUBTRACT);
-    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_ALPHABLENDENABLE, 1}, {D3DRS_SEPARATEALPHABLENDENABLE, 0},
+    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_ALPHABLENDENABLE, 1},
+                                                {D3DRS_SEPARATEALPHABLENDENABLE, 0},
                                                 {D3DRS_SRCBLEND, D3DBLEND_SRCALPHA},
                                                 {D3DRS_DESTBLEND, D3DBLEND_INVSRCALPHA},
                                                 {D3DRS_BLENDOP, D3DBLENDOP_REVSUBTRACT},
@@ -273,7 +289,8 @@ TEST_F(StateCache, SolidBlendingDisablesOnlyForPlainReplace)
     // Colour replace with an alpha blend is still a blend.
     mark = kvproxy::Here();
     rs->SetSeparateSceneBlending(SBF_ONE, SBF_ZERO, SBF_BLEND_FACTOR, SBF_ONE_MINUS_BLEND_FACTOR, SBO_ADD, SBO_MIN);
-    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_SEPARATEALPHABLENDENABLE, 1}, {D3DRS_SRCBLEND, D3DBLEND_ONE},
+    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_SEPARATEALPHABLENDENABLE, 1},
+                                                {D3DRS_SRCBLEND, D3DBLEND_ONE},
                                                 {D3DRS_DESTBLEND, D3DBLEND_ZERO},
                                                 {D3DRS_SRCBLENDALPHA, D3DBLEND_BLENDFACTOR},
                                                 {D3DRS_DESTBLENDALPHA, D3DBLEND_INVBLENDFACTOR},
@@ -307,8 +324,8 @@ TEST_F(StateCache, DepthBiasFollowsTheRasterCaps)
     ReadCaps();
     mark = kvproxy::Here();
     rs->SetDepthBias(-0.0005f, 1.0f);
-    EXPECT_TRUE(kvproxy::RenderStatesSet(mark, {{D3DRS_DEPTHBIAS, Bits(-0.0005f)},
-                                                {D3DRS_SLOPESCALEDEPTHBIAS, Bits(1.0f)}}));
+    EXPECT_TRUE(
+        kvproxy::RenderStatesSet(mark, {{D3DRS_DEPTHBIAS, Bits(-0.0005f)}, {D3DRS_SLOPESCALEDEPTHBIAS, Bits(1.0f)}}));
 }
 
 TEST_F(StateCache, SRGBAndMipBiasHeldAtZeroWithoutTheCapability)
@@ -445,7 +462,8 @@ TEST_F(StateCache, TextureBindingSetsItsSamplerStatesThroughTheShadow)
     state.sRGB = true;
     kvproxy::Mark mark = kvproxy::Here();
     rs->SetTexture(4, texture.get(), state);
-    EXPECT_TRUE(kvproxy::SamplerStatesSet(mark, {{4, D3DSAMP_SRGBTEXTURE, 1}, {4, D3DSAMP_MINFILTER, D3DTEXF_POINT},
+    EXPECT_TRUE(kvproxy::SamplerStatesSet(mark, {{4, D3DSAMP_SRGBTEXTURE, 1},
+                                                 {4, D3DSAMP_MINFILTER, D3DTEXF_POINT},
                                                  {4, D3DSAMP_MAGFILTER, D3DTEXF_LINEAR},
                                                  {4, D3DSAMP_MIPFILTER, D3DTEXF_LINEAR},
                                                  {4, D3DSAMP_ADDRESSU, D3DTADDRESS_WRAP},

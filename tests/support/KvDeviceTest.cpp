@@ -129,8 +129,8 @@ HWND KvDeviceTest::MakeWindow(unsigned width, unsigned height, DWORD style, HWND
 {
     RECT rect = {0, 0, static_cast<LONG>(width), static_cast<LONG>(height)};
     AdjustWindowRectEx(&rect, style, FALSE, exStyle);
-    HWND w = CreateWindowExA(exStyle, "STATIC", "kv test", style, 0, 0, rect.right - rect.left,
-                             rect.bottom - rect.top, parent, nullptr, GetModuleHandleA(nullptr), nullptr);
+    HWND w = CreateWindowExA(exStyle, "STATIC", "kv test", style, 0, 0, rect.right - rect.left, rect.bottom - rect.top,
+                             parent, nullptr, GetModuleHandleA(nullptr), nullptr);
     if (w)
         windows.push_back(w);
     return w;

@@ -47,8 +47,14 @@ extern const std::vector<uint16_t> kQuadIndices;
 std::string HrText(HRESULT hr);
 // "D3D9Verify:<hr>, <name>, <description>[, <what>]".
 std::string VerifyLine(HRESULT hr, const char* what = nullptr);
-inline std::vector<std::string> Texts(kv::LogLevel level) { return kv::GetLogTexts(level); }
-inline std::vector<std::string> Errors() { return kv::GetLogTexts(kv::LOG_ERROR); }
+inline std::vector<std::string> Texts(kv::LogLevel level)
+{
+    return kv::GetLogTexts(level);
+}
+inline std::vector<std::string> Errors()
+{
+    return kv::GetLogTexts(kv::LOG_ERROR);
+}
 size_t CountOf(const std::vector<std::string>& lines, const std::string& text);
 inline bool Logged(const std::string& text, kv::LogLevel level = kv::LOG_ERROR)
 {
@@ -89,8 +95,7 @@ protected:
     std::vector<KvProxyCall> Calls(kvproxy::Method m) const { return kvproxy::CallsSince(mark, m); }
 
     // A render target's pixels through a system-memory copy, the top byte set.
-    std::vector<uint32_t> ReadPixels(IDirect3DSurface9* surface, unsigned* width = nullptr,
-                                     unsigned* height = nullptr);
+    std::vector<uint32_t> ReadPixels(IDirect3DSurface9* surface, unsigned* width = nullptr, unsigned* height = nullptr);
     std::vector<uint32_t> ReadBackBuffer(unsigned* width = nullptr, unsigned* height = nullptr);
 
     // The engine's geometry, made through the render system's factories.

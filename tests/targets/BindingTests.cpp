@@ -11,7 +11,10 @@ namespace
 
 const kv::CColour kOrange(1.0f, 0.5f, 0.0f, 1.0f);
 
-std::vector<uint64_t> Args(const KvProxyCall& c, unsigned n) { return std::vector<uint64_t>(c.args, c.args + n); }
+std::vector<uint64_t> Args(const KvProxyCall& c, unsigned n)
+{
+    return std::vector<uint64_t>(c.args, c.args + n);
+}
 
 std::vector<uint64_t> DepthBindings(kvproxy::Mark from)
 {
@@ -63,12 +66,12 @@ TEST_F(TargetsTest, ViewportTwiceSetsViewportAndScissorTwiceButBindsOnce)
     for (uint64_t i = 1; i < d3d->m_d3dcaps.NumSimultaneousRTs; ++i)
         want.push_back({i, 0});
     EXPECT_EQ(want, ArgsOf(from, Method::SetRenderTarget, 2));
-    EXPECT_TRUE(kvproxy::CalledInOrder(from, {Method::SetRenderTarget, Method::SetDepthStencilSurface,
-                                              Method::SetViewport, Method::SetScissorRect}));
+    EXPECT_TRUE(kvproxy::CalledInOrder(
+        from, {Method::SetRenderTarget, Method::SetDepthStencilSurface, Method::SetViewport, Method::SetScissorRect}));
     EXPECT_TRUE(kvproxy::NoCallsOf(from, {Method::Clear}));
     // The second spares the binding, and neither touches the scissor test.
-    EXPECT_TRUE(kvproxy::NoCallsOf(second, {Method::SetRenderTarget, Method::SetDepthStencilSurface,
-                                            Method::SetRenderState}));
+    EXPECT_TRUE(
+        kvproxy::NoCallsOf(second, {Method::SetRenderTarget, Method::SetDepthStencilSurface, Method::SetRenderState}));
     for (const KvProxyCall& c : kvproxy::CallsSince(from, Method::SetRenderState))
         EXPECT_NE(static_cast<uint64_t>(D3DRS_SCISSORTESTENABLE), c.args[0]);
     EXPECT_TRUE(rs->GetScissorTestEnabled());
@@ -102,8 +105,11 @@ TEST_F(TargetsTest, ClearFlagsFollowTheBuffersWordAndOnlyDepthMarksTheDepthClear
         DWORD flags;
         bool depthCleared;
     } cases[] = {
-        {6, D3DCLEAR_ZBUFFER | D3DCLEAR_STENCIL, true}, {5, D3DCLEAR_TARGET | D3DCLEAR_STENCIL, false},
-        {1, D3DCLEAR_TARGET, false}, {8, 0, false}, {0xFFFFFFF9u, D3DCLEAR_TARGET, false},
+        {6, D3DCLEAR_ZBUFFER | D3DCLEAR_STENCIL, true},
+        {5, D3DCLEAR_TARGET | D3DCLEAR_STENCIL, false},
+        {1, D3DCLEAR_TARGET, false},
+        {8, 0, false},
+        {0xFFFFFFF9u, D3DCLEAR_TARGET, false},
     };
     for (const auto& c : cases)
     {
@@ -382,8 +388,8 @@ TEST_F(TargetsTest, RefusedBindingsAreLoggedAndTheShadowsKeepTheNewSurfaces)
     ref_ptr<SurfaceTarget> same(new SurfaceTarget({bb}, kWidth, kHeight));
     kvproxy::Mark from = kvproxy::Here();
     rs->_setRenderTarget(same.get());
-    EXPECT_TRUE(kvproxy::NoCallsOf(from, {Method::SetRenderTarget, Method::SetDepthStencilSurface,
-                                          Method::CreateDepthStencilSurface}));
+    EXPECT_TRUE(kvproxy::NoCallsOf(
+        from, {Method::SetRenderTarget, Method::SetDepthStencilSurface, Method::CreateDepthStencilSurface}));
     EXPECT_EQ(rs->m_pMainWindow->m_pDepthBuffer.get(), same->m_pDepthBuffer.get());
 }
 

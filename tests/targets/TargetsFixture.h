@@ -63,12 +63,14 @@ protected:
     TargetsTest() : KvDeviceTest(320, 240) {}
 
     // A colour surface of the device; the caller owns the reference.
-    IDirect3DSurface9* MakeSurface(unsigned width, unsigned height,
-                                   D3DMULTISAMPLE_TYPE samples = D3DMULTISAMPLE_NONE,
+    IDirect3DSurface9* MakeSurface(unsigned width, unsigned height, D3DMULTISAMPLE_TYPE samples = D3DMULTISAMPLE_NONE,
                                    D3DFORMAT format = D3DFMT_X8R8G8B8);
     // A stand-in target over new surfaces of one size, one per count.
     ref_ptr<SurfaceTarget> MakeTarget(unsigned width, unsigned height, unsigned count = 1,
                                       D3DMULTISAMPLE_TYPE samples = D3DMULTISAMPLE_NONE);
 };
 
-inline uint64_t P(const void* p) { return kvproxy::PtrArg(p); }
+inline uint64_t P(const void* p)
+{
+    return kvproxy::PtrArg(p);
+}

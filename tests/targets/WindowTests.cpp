@@ -240,11 +240,11 @@ TEST_F(Windows, FurtherWindowHasItsOwnSwapChain)
     ASSERT_EQ(1u, chains.size());
     D3DPRESENT_PARAMETERS pp = {};
     ASSERT_TRUE(kvproxy::PresentParametersOf(chains[0], &pp));
-    EXPECT_EQ((std::vector<uint64_t>{200, 150, D3DFMT_X8R8G8B8, 1, D3DMULTISAMPLE_NONE, TRUE,
-                                     D3DPRESENT_INTERVAL_IMMEDIATE}),
-              (std::vector<uint64_t>{pp.BackBufferWidth, pp.BackBufferHeight, uint64_t(pp.BackBufferFormat),
-                                     pp.BackBufferCount, uint64_t(pp.MultiSampleType), uint64_t(pp.Windowed),
-                                     pp.PresentationInterval}));
+    EXPECT_EQ(
+        (std::vector<uint64_t>{200, 150, D3DFMT_X8R8G8B8, 1, D3DMULTISAMPLE_NONE, TRUE, D3DPRESENT_INTERVAL_IMMEDIATE}),
+        (std::vector<uint64_t>{pp.BackBufferWidth, pp.BackBufferHeight, uint64_t(pp.BackBufferFormat),
+                               pp.BackBufferCount, uint64_t(pp.MultiSampleType), uint64_t(pp.Windowed),
+                               pp.PresentationInterval}));
     EXPECT_EQ(otherWnd, pp.hDeviceWindow);
     EXPECT_EQ("200x150", SizeOf(w->m_pBackBuffer));
     EXPECT_EQ(kv::PF_X8R8G8B8, w->getFormat());
@@ -371,9 +371,9 @@ TEST_F(Windows, CopiesGoThroughStretchRectWithoutFiltering)
     rs->m_pMainWindow->CopyToTarget(w2, &src, &dst);
     std::vector<KvProxyCall> copies = kvproxy::CallsSince(from, Method::StretchRect);
     ASSERT_EQ(1u, copies.size());
-    EXPECT_EQ((std::vector<uint64_t>{P(MainWindow()->m_pBackBuffer), P(&src), P(w2->m_pBackBuffer), P(&dst),
-                                     D3DTEXF_NONE}),
-              std::vector<uint64_t>(copies[0].args, copies[0].args + 5));
+    EXPECT_EQ(
+        (std::vector<uint64_t>{P(MainWindow()->m_pBackBuffer), P(&src), P(w2->m_pBackBuffer), P(&dst), D3DTEXF_NONE}),
+        std::vector<uint64_t>(copies[0].args, copies[0].args + 5));
     // Nothing to copy into: no call.
     ref_ptr<SurfaceTarget> empty(new SurfaceTarget({}, 16, 16));
     from = kvproxy::Here();
@@ -389,8 +389,8 @@ TEST_F(TargetsTest, DepthBufferCountsItsBytesWhileItLivesAndReleasesOnlyItsOwnSu
 {
     const uint32_t before = kv::g_nDepthBufferSizeInBytes;
     {
-        ref_ptr<kv::CD3D9DepthBuffer> b(new kv::CD3D9DepthBuffer(1, nullptr, D3DFMT_D24S8, 1024, 768,
-                                                                 D3DMULTISAMPLE_NONE, 0, false));
+        ref_ptr<kv::CD3D9DepthBuffer> b(
+            new kv::CD3D9DepthBuffer(1, nullptr, D3DFMT_D24S8, 1024, 768, D3DMULTISAMPLE_NONE, 0, false));
         EXPECT_EQ(before + 3145728u, kv::g_nDepthBufferSizeInBytes);
         EXPECT_EQ(32, b->getBitDepth());
         EXPECT_TRUE(b->hasStencil());
@@ -399,8 +399,8 @@ TEST_F(TargetsTest, DepthBufferCountsItsBytesWhileItLivesAndReleasesOnlyItsOwnSu
     EXPECT_EQ(before, kv::g_nDepthBufferSizeInBytes);
     {
         // Not a depth format: no bits, no bytes.
-        ref_ptr<kv::CD3D9DepthBuffer> b(new kv::CD3D9DepthBuffer(1, nullptr, D3DFMT_X8R8G8B8, 1024, 768,
-                                                                 D3DMULTISAMPLE_NONE, 0, false));
+        ref_ptr<kv::CD3D9DepthBuffer> b(
+            new kv::CD3D9DepthBuffer(1, nullptr, D3DFMT_X8R8G8B8, 1024, 768, D3DMULTISAMPLE_NONE, 0, false));
         EXPECT_EQ(before, kv::g_nDepthBufferSizeInBytes);
         EXPECT_EQ(0, b->getBitDepth());
         EXPECT_FALSE(b->hasStencil());
@@ -410,8 +410,8 @@ TEST_F(TargetsTest, DepthBufferCountsItsBytesWhileItLivesAndReleasesOnlyItsOwnSu
     for (bool manual : {true, false})
     {
         IDirect3DSurface9* s = nullptr;
-        ASSERT_EQ(D3D_OK, device->CreateDepthStencilSurface(32, 32, D3DFMT_D24S8, D3DMULTISAMPLE_NONE, 0, TRUE, &s,
-                                                            nullptr));
+        ASSERT_EQ(D3D_OK,
+                  device->CreateDepthStencilSurface(32, 32, D3DFMT_D24S8, D3DMULTISAMPLE_NONE, 0, TRUE, &s, nullptr));
         s->AddRef(); // ours, beside the one the buffer takes over
         {
             ref_ptr<kv::CD3D9DepthBuffer> b(
@@ -438,15 +438,15 @@ TEST_F(TargetsTest, CompatibleOnlyWithTargetsItCovers)
     EXPECT_FALSE(buffer.isCompatible(multi.get()));
     EXPECT_FALSE(buffer.isCompatible(ref_ptr<SurfaceTarget>(new SurfaceTarget({}, 16, 16)).get())) << "no surface";
     // Another depth format than the one found for the colour format: no.
-    EXPECT_FALSE(kv::CD3D9DepthBuffer(1, nullptr, D3DFMT_D16, 64, 64, D3DMULTISAMPLE_NONE, 0, true)
-                     .isCompatible(same.get()));
+    EXPECT_FALSE(
+        kv::CD3D9DepthBuffer(1, nullptr, D3DFMT_D16, 64, 64, D3DMULTISAMPLE_NONE, 0, true).isCompatible(same.get()));
     // A four-sample buffer does not serve a plain target, but does a four-sample one.
     kv::CD3D9DepthBuffer ms(1, nullptr, D3DFMT_D24S8, 64, 64, D3DMULTISAMPLE_4_SAMPLES, 0, true);
     EXPECT_FALSE(ms.isCompatible(same.get()));
     EXPECT_TRUE(ms.isCompatible(multi.get()));
     // The pool id plays no part.
-    EXPECT_TRUE(kv::CD3D9DepthBuffer(7, nullptr, D3DFMT_D24S8, 64, 64, D3DMULTISAMPLE_NONE, 0, true)
-                    .isCompatible(same.get()));
+    EXPECT_TRUE(
+        kv::CD3D9DepthBuffer(7, nullptr, D3DFMT_D24S8, 64, 64, D3DMULTISAMPLE_NONE, 0, true).isCompatible(same.get()));
 }
 
 TEST_F(TargetsTest, FormatSearchStopsAtTheFirstFittingCandidateAndIsKept)
@@ -456,9 +456,9 @@ TEST_F(TargetsTest, FormatSearchStopsAtTheFirstFittingCandidateAndIsKept)
         kvproxy::FailCheckDeviceFormat(f, D3DUSAGE_DEPTHSTENCIL);
     kvproxy::Mark from = kvproxy::Here();
     EXPECT_EQ(D3DFMT_D16, d3d->_getDepthStencilFormatFor(D3DFMT_A8R8G8B8));
-    EXPECT_EQ((std::vector<uint64_t>{D3DFMT_D24S8, D3DFMT_D24FS8, D3DFMT_D24X4S4, D3DFMT_D24X8, D3DFMT_D15S1,
-                                     D3DFMT_D16}),
-              DepthFormatsAsked(from));
+    EXPECT_EQ(
+        (std::vector<uint64_t>{D3DFMT_D24S8, D3DFMT_D24FS8, D3DFMT_D24X4S4, D3DFMT_D24X8, D3DFMT_D15S1, D3DFMT_D16}),
+        DepthFormatsAsked(from));
     std::vector<KvProxyCall> matches = kvproxy::CallsSince(from, Method::D3D9_CheckDepthStencilMatch);
     ASSERT_EQ(1u, matches.size());
     EXPECT_EQ((std::vector<uint64_t>{d3d->m_adapterFormat, D3DFMT_A8R8G8B8, D3DFMT_D16}),
