@@ -195,7 +195,7 @@ TEST_F(PluginEntry, BuildDeviceReadsTheAdapterOrNamesTheMissingRuntime)
     std::vector<LogLine> lines = GetLogLines();
     ASSERT_EQ(1u, lines.size());
     EXPECT_EQ("Cannot Create D3D9", lines[0].text);
-    EXPECT_EQ("D3D9RenderSystem/D3D9RenderSystem", lines[0].file);
+    EXPECT_EQ("D3D9RenderSystem/D3D9RenderSystemDevice", lines[0].file);
     EXPECT_GT(lines[0].line, 0);
 }
 

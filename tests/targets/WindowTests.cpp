@@ -520,7 +520,7 @@ TEST_F(TargetsTest, RefusedOrImpossibleDepthSurfacesLeaveTheTargetWithoutDepth)
     ASSERT_EQ(1u, depth.size());
     EXPECT_EQ(0u, depth[0].args[0]) << "the depth surface unbound";
     // The error names its source as a path from the plug-in's folder.
-    EXPECT_EQ("D3D9RenderSystem/D3D9RenderSystem", kv::GetLogLines().back().file);
+    EXPECT_EQ("D3D9RenderSystem/D3D9RenderSystemTargets", kv::GetLogLines().back().file);
 
     // No depth buffer for a target without surface, and no word of it.
     kv::ClearLog();
