@@ -3,10 +3,25 @@
 #include <cstring>
 #include <new>
 
+namespace
+{
+// Lives as long as the process: the DLL is never unloaded while a program runs.
+std::atomic<ProxyState*> g_state{nullptr};
+} // namespace
+
 ProxyState& ProxyState::Get()
 {
-    static ProxyState* state = new ProxyState; // lives as long as the process: the DLL is never unloaded mid-test
+    static ProxyState* state = [] {
+        ProxyState* made = new ProxyState;
+        g_state.store(made, std::memory_order_release);
+        return made;
+    }();
     return *state;
+}
+
+ProxyState* ProxyState::IfMade()
+{
+    return g_state.load(std::memory_order_acquire);
 }
 
 ProxyState::ProxyState()

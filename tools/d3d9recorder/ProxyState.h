@@ -21,6 +21,8 @@ public:
     static constexpr uint32_t kMaxModes = 64;
 
     static ProxyState& Get();
+    // The state when any call has made it, else null: for readers that must not allocate.
+    static ProxyState* IfMade();
 
     // Counts the call and, while recording, reserves its trace slot (null when off or full).
     KvProxyCall* Begin(kvproxy::Method m, const uint64_t* args, uint32_t argCount);
