@@ -16,7 +16,8 @@
 
 class GfxTimerQueryManager;
 
-// The manager of GPU timer queries; the render system makes and deletes it.
+// The manager of GPU timer queries. No manager exists yet: it stays null and
+// CreateTimerQuery answers null.
 extern GfxTimerQueryManager* g_pGfxTimerQueryManager;
 
 namespace kv
