@@ -44,19 +44,19 @@ struct VertexInput
 #endif
 };
 
+// The fog amount rides in the normal's w: Wine's compiler gives a third pixel
+// input the register of the first.
 struct VertexOutput
 {
     float4 position : POSITION;
     float4 colour : COLOR0;
-    float3 normal : TEXCOORD0;
-    float4 fog : TEXCOORD1;
+    float4 normalFog : TEXCOORD0;
 };
 
 struct PixelInput
 {
     float4 colour : COLOR0;
-    float3 normal : TEXCOORD0;
-    float4 fog : TEXCOORD1;
+    float4 normalFog : TEXCOORD0;
 };
 
 VertexOutput vs(VertexInput input)
@@ -72,22 +72,21 @@ VertexOutput vs(VertexInput input)
     float3 n = mul(float4(input.normal, 0.0), world).xyz;
 #endif
     output.position = mul(p, viewProjection);
-    output.normal = n;
     output.colour = materialColour;
 #ifdef VERTEX_COLOUR
     output.colour = output.colour * input.colour;
 #endif
 #ifdef FOG
-    output.fog = float4(clamp((output.position.w - fogRange.x) * fogRange.y, 0.0, 1.0), 0.0, 0.0, 0.0);
+    output.normalFog = float4(n, clamp((output.position.w - fogRange.x) * fogRange.y, 0.0, 1.0));
 #else
-    output.fog = float4(0.0, 0.0, 0.0, 0.0);
+    output.normalFog = float4(n, 0.0);
 #endif
     return output;
 }
 
 float4 ps(PixelInput input) : COLOR0
 {
-    float3 n = input.normal;
+    float3 n = input.normalFog.xyz;
     float3 light = ambientColour.rgb;
 #if LIGHT_COUNT > 0
     light = light + lightColours[0].rgb * max(mul(n, lightDirections[0].xyz), 0.0);
@@ -103,7 +102,7 @@ float4 ps(PixelInput input) : COLOR0
 #endif
     float4 colour = float4(input.colour.rgb * light, input.colour.a);
 #ifdef FOG
-    colour.rgb = lerp(colour.rgb, fogColour.rgb, input.fog.x);
+    colour.rgb = lerp(colour.rgb, fogColour.rgb, input.normalFog.w);
 #endif
     return colour;
 }
