@@ -1,5 +1,7 @@
 #include "D3D9RenderSystem.h"
 #include "D3D9DriverList.h"
+#include "D3D9HLSLCompileThread.h"
+#include "D3D9HLSLProgram.h"
 #include "D3D9HardwareIndexBuffer.h"
 #include "D3D9HardwareVertexBuffer.h"
 #include "D3D9Mappings.h"
@@ -8,6 +10,7 @@
 #include "D3D9VertexDeclaration.h"
 
 #include "engine/GfxTimerQuery.h"
+#include "engine/Globals.h"
 #include "engine/GpuProgram.h"
 #include "engine/HardwareOcclusionQuery.h"
 #include "engine/HardwareVertexBuffer.h"
@@ -31,7 +34,8 @@ CD3D9RenderSystem::CD3D9RenderSystem()
       m_adapterFormat(D3DFMT_UNKNOWN), m_pLockedReadbackSurface(nullptr), m_pResourceManager(nullptr),
       m_pDriverList(nullptr), m_pCurrentVertexShader(nullptr), m_pCurrentPixelShader(nullptr),
       m_pCurrentDepthStencil(nullptr), m_scissorRect(), m_bScissorEnabled(false), m_bStencilEnabled(false),
-      m_pCurrentIndexBuffer(nullptr), m_pCurrentVertexDeclaration(nullptr)
+      m_pCurrentIndexBuffer(nullptr), m_pCurrentVertexDeclaration(nullptr), m_nComplexityRegister(-1),
+      m_nComplexityRegisterCount(0)
 {
     std::memset(&m_d3dcaps, 0, sizeof(m_d3dcaps));
     std::memset(&m_d3dpp, 0, sizeof(m_d3dpp));
@@ -103,8 +107,13 @@ CD3D9RenderSystem::~CD3D9RenderSystem()
 
 bool CD3D9RenderSystem::Init(HWND hWnd, unsigned width, unsigned height, bool fullScreen, bool vsync, unsigned fsaa)
 {
-    // Step 1 still missing: the HLSL compile thread (CD3D9HLSLCompileThread),
-    // stored in g_pCompileThread and started here.
+    // Compiles need no device: programs may be queued from here on. The engine
+    // owns the thread once it is made and ends it; one that already runs stays.
+    if (!g_pCompileThread)
+    {
+        g_pCompileThread = new CD3D9HLSLCompileThread;
+        g_pCompileThread->Start();
+    }
 
     m_pMainWindow = new CD3D9RenderWindow;
     if (!m_pMainWindow->Init(hWnd, width, height, fullScreen, vsync, fsaa))
@@ -189,9 +198,13 @@ ref_ptr<CReferenced> CD3D9RenderSystem::CreateReservedBuffer(unsigned, unsigned,
 
 ref_ptr<CGpuProgram> CD3D9RenderSystem::CreateGpuProgram(const char* name)
 {
-    // Still missing: CD3D9HLSLProgram and its Load; until then no program can be made.
-    LogError("Failed to CreateGpuProgram:%s", name ? name : "");
-    return ref_ptr<CGpuProgram>();
+    ref_ptr<CD3D9HLSLProgram> program(new CD3D9HLSLProgram);
+    if (!program->Load(name))
+    {
+        LogError("Failed to CreateGpuProgram:%s", name ? name : "");
+        return ref_ptr<CGpuProgram>();
+    }
+    return ref_ptr<CGpuProgram>(program);
 }
 
 ref_ptr<CTexture> CD3D9RenderSystem::CreateTextureManual(TextureType, unsigned width, unsigned height, unsigned, int,

@@ -207,6 +207,13 @@ public:
     void _setStreamFrequency(unsigned stream, uint32_t value);
     void _restoreStreamFrequencies();
     D3D9ResourceManager* GetResourceManager() { return m_pResourceManager; }
+    // The shaders a program activates; a shader already set makes no device
+    // call. In the viewing modes 4 to 7 the pixel shader of the mode stands in
+    // for the one given.
+    void SetVertexShader(IDirect3DVertexShader9* shader);
+    void SetPixelShader(IDirect3DPixelShader9* shader);
+    // The debug pixel shader of the viewing mode in m_polygonMode (4 to 7), or null.
+    IDirect3DPixelShader9* _getComplexityShader();
     // D3DUSAGE value for the engine's texture usage word; first match wins.
     static DWORD TextureUsageToD3D(unsigned usage);
 
@@ -241,6 +248,9 @@ public:
     std::vector<uint32_t> m_streamFrequencies;
     std::list<int> m_frameNesting;
     IDirect3DPixelShader9* m_pComplexityShaders[kComplexityShaders];
+    // Where the complexity shader takes its NormalizedComplexity constant; -1 and 0 until known.
+    int m_nComplexityRegister;
+    int m_nComplexityRegisterCount;
 };
 
 // The render system of this process as the plug-in's class.

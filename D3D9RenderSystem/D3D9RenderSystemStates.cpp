@@ -62,6 +62,32 @@ void CD3D9RenderSystem::_restoreDeviceStates()
     SetPointSpritesEnabled(m_bPointSprites);
 }
 
+void CD3D9RenderSystem::SetVertexShader(IDirect3DVertexShader9* shader)
+{
+    if (m_pCurrentVertexShader == shader || !m_pD3D9Device)
+        return;
+    // Kept even after a failure, like the state shadows.
+    m_pCurrentVertexShader = shader;
+    D3D9Verify(m_pD3D9Device->SetVertexShader(shader), "Failed to SetVertexShader!");
+}
+
+void CD3D9RenderSystem::SetPixelShader(IDirect3DPixelShader9* shader)
+{
+    if (m_polygonMode >= FILL_WIRE_BLACK && m_polygonMode <= FILL_SHADER_COMPLEXITY)
+        shader = _getComplexityShader();
+    if (m_pCurrentPixelShader == shader || !m_pD3D9Device)
+        return;
+    m_pCurrentPixelShader = shader;
+    D3D9Verify(m_pD3D9Device->SetPixelShader(shader), "Failed to SetPixelShader");
+}
+
+IDirect3DPixelShader9* CD3D9RenderSystem::_getComplexityShader()
+{
+    // Still missing: compiling the shader of a mode at its first use; until
+    // then a viewing mode draws with no pixel shader at all.
+    return m_pComplexityShaders[m_polygonMode - FILL_WIRE_BLACK];
+}
+
 void CD3D9RenderSystem::_sendRenderState(D3DRENDERSTATETYPE state, DWORD value)
 {
     D3D9Verify(m_pD3D9Device->SetRenderState(state, value), "Failed to SetRenderState");

@@ -19,9 +19,9 @@
 #endif
 
 #if defined(__GNUC__)
-#define KV_PRINTF_LIKE(fmt, args) __attribute__((format(printf, fmt, args)))
+#define KV_PRINTF_LIKE(fmt, first) __attribute__((format(printf, fmt, first)))
 #else
-#define KV_PRINTF_LIKE(fmt, args)
+#define KV_PRINTF_LIKE(fmt, first)
 #endif
 
 class CStaticFunc

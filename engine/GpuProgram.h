@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace kv
 {
@@ -70,10 +71,20 @@ public:
 
     using CResource::Load;
 
+    // Reads the program's description, "shader/<first piece of the name>.ini"
+    // under the data root of GetGpuProgramManager() (the format is told in
+    // samples/shader/README.md): the masks, the macros and the parameters.
+    // False, with the reason in the log, when the file is missing, empty or
+    // malformed; the program then keeps what it had before.
     bool BuildXml();
+    // Links the global parameters of the description to the engine's values
+    // of the same names (CGpuProgramManager::SetGlobalValue).
     void InitGlobalParameter();
-    // Macro text to put in front of the HLSL source, as #define lines.
+    // Macro text to put in front of the HLSL source, as #define lines: the
+    // description's fixed defines.
     std::string CalcMacro();
+    // The #define lines of one variant: one per runtime bit set in the key,
+    // and the lighting macro with the masked lighting key as its value.
     std::string CalcRTMacro(uint64_t runtimeKey, uint64_t lightingKey);
     bool IsCustomShader() const { return m_bCustomShader; }
     bool GetReceiveLighting() const { return m_bReceiveLighting; }
@@ -81,17 +92,32 @@ public:
     void ResetRTFlagsForBinds(const void* variant);
     void BuildVSBind(const char* name, const void* variant, int registerIndex, int registerCount);
     void BuildPSBind(const char* name, const void* variant, int registerIndex, int registerCount);
+    // Sets every global parameter whose engine value exists, through the
+    // program's own setters and so through the binds of the current variant.
     bool CommitGlobalParameter(CCamera* camera, bool flag);
 
     const PARAM* GetParam(const char* name) const;
+    // The first "+"-separated piece of the resource name: the source's name.
+    std::string GetSourceName() const;
 
     uint64_t m_nRuntimeMask;
     uint64_t m_nRegisterMask;
     std::map<std::string, PARAM> m_params;
-    std::string m_strMacro; // what CalcMacro answers
-    bool m_bBuildXmlResult; // what BuildXml answers
+    std::string m_strMacro;                 // what CalcMacro answers
+    std::vector<std::string> m_runtimeBits; // macro name of each runtime bit, 64 entries
+    std::string m_strLightingDefine;        // empty: the lighting key makes no macro
+    uint64_t m_nLightingMask;
     bool m_bCustomShader;
     bool m_bReceiveLighting;
+
+private:
+    struct GlobalSlot
+    {
+        const PARAM* m_pParam;
+        const std::vector<float>* m_pValue; // the engine's value, four floats a register
+    };
+    std::vector<std::string> m_globalNames;
+    std::vector<GlobalSlot> m_globals;
 };
 
 } // namespace kv

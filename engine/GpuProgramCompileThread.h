@@ -6,7 +6,9 @@
 #include "engine/Export.h"
 #include "engine/ShaderAsyncInfo.h"
 
+#include <atomic>
 #include <deque>
+#include <string>
 
 namespace kv
 {
@@ -21,10 +23,15 @@ public:
     // in state VARIANT_COMPILED or VARIANT_FAILED.
     uint32_t main() override;
     virtual bool CompileShader(ShaderAsyncInfo* info) = 0;
-    // True only when valid code for both stages was read into the record.
+    // True only when valid code for both stages was read into the record (and
+    // then m_bFromCache is set). An entry that is short, damaged or another
+    // entry's file is refused with a warning, so the caller compiles again.
     virtual bool LoadCache(ShaderAsyncInfo* info, const char* name);
-    // Stores both stages under the name so that LoadCache reads them back.
+    // Stores both stages under the name so that LoadCache reads them back. A
+    // save that fails is only warned of: it costs the next run a compile.
     virtual void SaveCache(ShaderAsyncInfo* info, const char* name);
+    // The file of a cache entry: "shadercache/<name>.bin" in the cache area.
+    static std::string CacheEntryPath(const char* name);
 
     // Queues a record and wakes the thread. Any thread may call it.
     void AddRes(ShaderAsyncInfo* info);
@@ -32,12 +39,21 @@ public:
     void Shutdown();
     std::size_t GetQueueLength();
 
+    // What became of the records taken so far: code from the cache, code
+    // compiled, and failures.
+    unsigned GetCacheHitCount() const { return m_nCacheHits.load(); }
+    unsigned GetCompileCount() const { return m_nCompiles.load(); }
+    unsigned GetFailureCount() const { return m_nFailures.load(); }
+
 private:
     ShaderAsyncInfo* PopRes();
 
     CriticalSection m_queueLock;
     std::deque<ShaderAsyncInfo*> m_queue;
     void* m_hWake; // auto-reset event
+    std::atomic<unsigned> m_nCacheHits;
+    std::atomic<unsigned> m_nCompiles;
+    std::atomic<unsigned> m_nFailures;
 };
 
 } // namespace kv

@@ -35,6 +35,8 @@ struct KV_API ShaderAsyncInfo
     std::vector<uint8_t> m_VSCode;
     std::vector<uint8_t> m_PSCode;
     uint8_t m_bCustomShader;
+    // Set by the compile thread: the code came from the shader cache, no compile ran.
+    bool m_bFromCache;
     CGpuProgram* m_pOwner;
 
     explicit ShaderAsyncInfo(CGpuProgram* owner);

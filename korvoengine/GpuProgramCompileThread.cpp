@@ -1,10 +1,15 @@
 #include "engine/GpuProgramCompileThread.h"
 #include "engine/ArchiveManager.h"
+#include "engine/Log.h"
+
+#include "base/Md5.h"
+#include "base/StaticFunc.h"
 
 #include <windows.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <vector>
 
 namespace kv
@@ -12,32 +17,94 @@ namespace kv
 namespace
 {
 
-// A cache entry: u32 vertex size, vertex code, u32 pixel size, pixel code.
-std::string CacheEntryPath(const char* name)
+// A cache entry is one file:
+//   "KVSC", u32 layout (1), u32 name length, u32 vertex size, u32 pixel size,
+//   32 hex digits of the MD5 over name, vertex code and pixel code,
+//   the name, the vertex code, the pixel code.
+// The name inside tells an entry copied over another's file, the sizes a
+// short file, the digest a damaged one. Numbers are little-endian.
+const char kMagic[4] = {'K', 'V', 'S', 'C'};
+const uint32_t kLayout = 1;
+const std::size_t kDigestSize = 32;
+const std::size_t kHeaderSize = 4 + 4 * 4 + kDigestSize;
+// Far above any shader pair; a bigger file is not ours.
+const int64_t kMaxEntrySize = 64 << 20;
+
+uint32_t ReadU32(const uint8_t* p)
 {
-    return GetArchiveMananger()->CachePath(std::string("shadercache/") + name + ".bin");
+    return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
 }
 
-bool ReadBlock(FILE* f, std::vector<uint8_t>& out)
+void AppendU32(std::vector<uint8_t>& out, uint32_t v)
 {
-    uint32_t size = 0;
-    if (std::fread(&size, sizeof(size), 1, f) != 1 || size == 0)
+    for (int shift = 0; shift < 32; shift += 8)
+        out.push_back(static_cast<uint8_t>(v >> shift));
+}
+
+std::string Digest(const std::string& name, const uint8_t* vs, std::size_t vsSize, const uint8_t* ps,
+                   std::size_t psSize)
+{
+    Md5 md5;
+    md5.Update(name);
+    md5.Update(vs, vsSize);
+    md5.Update(ps, psSize);
+    return md5.HexDigest();
+}
+
+// The whole file, or false with the reason.
+bool ReadEntryFile(const std::string& path, std::vector<uint8_t>& bytes, const char*& fault)
+{
+    fault = nullptr; // no entry: the normal case of a first compile
+    HANDLE file = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                              FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
         return false;
-    // Never trust a size beyond what the file still holds.
-    long here = std::ftell(f);
-    if (here < 0 || std::fseek(f, 0, SEEK_END) != 0)
-        return false;
-    long end = std::ftell(f);
-    if (end < here || static_cast<unsigned long>(end - here) < size || std::fseek(f, here, SEEK_SET) != 0)
-        return false;
-    out.resize(size);
-    return std::fread(out.data(), 1, size, f) == size;
+    LARGE_INTEGER size;
+    DWORD read = 0;
+    bool ok = GetFileSizeEx(file, &size) && size.QuadPart <= kMaxEntrySize;
+    if (ok)
+    {
+        bytes.resize(static_cast<std::size_t>(size.QuadPart));
+        ok = bytes.empty() ||
+             (ReadFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &read, nullptr) && read == bytes.size());
+    }
+    CloseHandle(file);
+    if (!ok)
+        fault = "unreadable or too big";
+    return ok;
+}
+
+// Checks an entry's bytes against the name it was asked for; the reason of a refusal in fault.
+bool CheckEntry(const std::vector<uint8_t>& bytes, const std::string& name, const char*& fault)
+{
+    if (bytes.size() < kHeaderSize)
+        fault = "shorter than its header";
+    else if (std::memcmp(bytes.data(), kMagic, sizeof(kMagic)) != 0 || ReadU32(&bytes[4]) != kLayout)
+        fault = "not a shader cache entry";
+    else
+    {
+        const uint64_t nameSize = ReadU32(&bytes[8]), vsSize = ReadU32(&bytes[12]), psSize = ReadU32(&bytes[16]);
+        const uint8_t* body = bytes.data() + kHeaderSize;
+        if (nameSize + vsSize + psSize != bytes.size() - kHeaderSize)
+            fault = "its sizes do not match the file";
+        else if (vsSize == 0 || psSize == 0)
+            fault = "a stage has no code";
+        else if (nameSize != name.size() || std::memcmp(body, name.data(), name.size()) != 0)
+            fault = "it belongs to another entry";
+        else if (Digest(name, body + nameSize, vsSize, body + nameSize + vsSize, psSize) !=
+                 std::string(reinterpret_cast<const char*>(&bytes[20]), kDigestSize))
+            fault = "its checksum is wrong";
+        else
+            return true;
+    }
+    return false;
 }
 
 } // namespace
 
 CGpuProgramCompileThread::CGpuProgramCompileThread()
-    : Thread("GpuProgramCompileThread"), m_hWake(CreateEventA(nullptr, FALSE, FALSE, nullptr))
+    : Thread("GpuProgramCompileThread"), m_hWake(CreateEventA(nullptr, FALSE, FALSE, nullptr)), m_nCacheHits(0),
+      m_nCompiles(0), m_nFailures(0)
 {
 }
 
@@ -90,34 +157,45 @@ uint32_t CGpuProgramCompileThread::main()
             WaitForSingleObject(m_hWake, 10);
             continue;
         }
+        info->m_bFromCache = false;
         bool ok = CompileShader(info);
+        if (!ok)
+            ++m_nFailures;
+        else if (info->m_bFromCache)
+            ++m_nCacheHits;
+        else
+            ++m_nCompiles;
         info->m_nState.store(ok ? VARIANT_COMPILED : VARIANT_FAILED, std::memory_order_release);
     }
     return 0;
+}
+
+std::string CGpuProgramCompileThread::CacheEntryPath(const char* name)
+{
+    return GetArchiveMananger()->CachePath(std::string("shadercache/") + name + ".bin");
 }
 
 bool CGpuProgramCompileThread::LoadCache(ShaderAsyncInfo* info, const char* name)
 {
     if (!info || !name || !*name)
         return false;
-    FILE* f = std::fopen(CacheEntryPath(name).c_str(), "rb");
-    if (!f)
-        return false;
-    std::vector<uint8_t> vs, ps;
-    bool ok = ReadBlock(f, vs) && ReadBlock(f, ps);
-    if (ok)
+    info->m_bFromCache = false;
+    const std::string path = CacheEntryPath(name);
+    std::vector<uint8_t> bytes;
+    const char* fault = nullptr;
+    if (!ReadEntryFile(path, bytes, fault) || !CheckEntry(bytes, name, fault))
     {
-        // Anything behind the two blocks means the entry is not what was saved.
-        int extra = std::fgetc(f);
-        ok = extra == EOF;
-    }
-    std::fclose(f);
-    if (!ok)
+        if (fault)
+            LogWarning("Shader cache entry %s refused (%s); compiling it again", path.c_str(), fault);
         return false;
-    info->ResizeVS(vs.size());
-    std::copy(vs.begin(), vs.end(), info->GetVSData());
-    info->ResizePS(ps.size());
-    std::copy(ps.begin(), ps.end(), info->GetPSData());
+    }
+    const std::size_t nameSize = ReadU32(&bytes[8]), vsSize = ReadU32(&bytes[12]), psSize = ReadU32(&bytes[16]);
+    const uint8_t* code = bytes.data() + kHeaderSize + nameSize;
+    info->ResizeVS(vsSize);
+    std::memcpy(info->GetVSData(), code, vsSize);
+    info->ResizePS(psSize);
+    std::memcpy(info->GetPSData(), code + vsSize, psSize);
+    info->m_bFromCache = true;
     return true;
 }
 
@@ -125,20 +203,35 @@ void CGpuProgramCompileThread::SaveCache(ShaderAsyncInfo* info, const char* name
 {
     if (!info || !name || !*name || info->GetVSSize() == 0 || info->GetPSSize() == 0)
         return;
-    std::string path = CacheEntryPath(name);
-    if (!MakeParentFolders(path))
-        return;
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (!f)
-        return;
-    uint32_t vsSize = static_cast<uint32_t>(info->GetVSSize());
-    uint32_t psSize = static_cast<uint32_t>(info->GetPSSize());
-    bool ok = std::fwrite(&vsSize, sizeof(vsSize), 1, f) == 1 &&
-              std::fwrite(info->GetVSData(), 1, vsSize, f) == vsSize &&
-              std::fwrite(&psSize, sizeof(psSize), 1, f) == 1 && std::fwrite(info->GetPSData(), 1, psSize, f) == psSize;
-    ok = std::fclose(f) == 0 && ok;
+    const std::string entryName(name);
+    std::vector<uint8_t> bytes(kMagic, kMagic + sizeof(kMagic));
+    AppendU32(bytes, kLayout);
+    AppendU32(bytes, static_cast<uint32_t>(entryName.size()));
+    AppendU32(bytes, static_cast<uint32_t>(info->GetVSSize()));
+    AppendU32(bytes, static_cast<uint32_t>(info->GetPSSize()));
+    const std::string digest =
+        Digest(entryName, info->GetVSData(), info->GetVSSize(), info->GetPSData(), info->GetPSSize());
+    bytes.insert(bytes.end(), digest.begin(), digest.end());
+    bytes.insert(bytes.end(), entryName.begin(), entryName.end());
+    bytes.insert(bytes.end(), info->GetVSData(), info->GetVSData() + info->GetVSSize());
+    bytes.insert(bytes.end(), info->GetPSData(), info->GetPSData() + info->GetPSSize());
+
+    // Written aside and moved into place, so that a reader never meets half an entry.
+    const std::string path = CacheEntryPath(name);
+    const std::string part = path + ".part";
+    bool ok = MakeParentFolders(path);
+    if (ok)
+    {
+        FILE* f = std::fopen(part.c_str(), "wb");
+        ok = f && std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+        if (f)
+            ok = std::fclose(f) == 0 && ok;
+        ok = ok && MoveFileExA(part.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING);
+        if (!ok)
+            std::remove(part.c_str());
+    }
     if (!ok)
-        std::remove(path.c_str()); // half an entry would read back as damaged anyway
+        LogWarning("Shader cache entry %s not saved; it will be compiled again next time", path.c_str());
 }
 
 void CGpuProgramCompileThread::Shutdown()

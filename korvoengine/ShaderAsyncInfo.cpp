@@ -5,7 +5,7 @@ namespace kv
 
 ShaderAsyncInfo::ShaderAsyncInfo(CGpuProgram* owner)
     : m_nState(VARIANT_IDLE), m_nRuntimeMacro(0), m_nLightingMacro(0), m_nRegisterMacro(0), m_bCustomShader(0),
-      m_pOwner(owner)
+      m_bFromCache(false), m_pOwner(owner)
 {
 }
 

@@ -9,8 +9,12 @@
 // render system's Reset, and the drawing goes on at the new size. The last
 // frame's back buffer goes to out/demo.png through D3DX.
 //
-// Instancing needs a vertex shader; until the plug-in's HLSL programs exist
-// the demo compiles its own small pair with D3DX and sets it on the device.
+// The cubes are shaded by the samples' lit shader (samples/shader/lit.fx)
+// through the render system's programs: made by CreateGpuProgram, its
+// variants compiled on the compile thread or read from the shader cache in
+// ./cache, activated per draw, its constants set through the program's
+// setters and sent by FlushConstants. A second run finds every variant in
+// the cache and compiles nothing.
 //
 // Device calls are counted through the recording d3d9.dll when it lies beside
 // the demo (a test build puts it there): the demo loads it before the plug-in,
@@ -21,6 +25,9 @@
 #include "engine/DeviceCapabilities.h"
 #include "engine/Engine.h"
 #include "engine/Globals.h"
+#include "engine/GpuProgram.h"
+#include "engine/GpuProgramCompileThread.h"
+#include "engine/GpuProgramManager.h"
 #include "engine/HardwareIndexBuffer.h"
 #include "engine/HardwareVertexBuffer.h"
 #include "engine/IndexData.h"
@@ -266,75 +273,79 @@ bool SaveBackBuffer(IDirect3DDevice9* device, const char* path)
     return SUCCEEDED(hr);
 }
 
+// --- Programs.
+
+// Runtime bits of the lit shader (samples/shader/lit.ini).
+const uint64_t kLitFog = 1, kLitVertexColour = 2, kLitInstancing = 4;
+const uint64_t kLitInstanced = kLitVertexColour | kLitInstancing;
+
+struct VariantKeys
+{
+    uint64_t runtime;
+    uint64_t lights;
+};
+
+// Makes a program and waits until the variants of these keys are ready, as a
+// loading screen would; tells how long that took and where the code came from.
+ref_ptr<kv::CGpuProgram> PrepareProgram(kv::CRenderSystem* rs, const char* name, std::vector<VariantKeys> keys)
+{
+    const DWORD start = GetTickCount();
+    const unsigned hitsBefore = kv::g_pCompileThread->GetCacheHitCount();
+    const unsigned compilesBefore = kv::g_pCompileThread->GetCompileCount();
+    // Load queues the variant of the current keys: let that be one we need.
+    rs->m_nRuntimeMacro = keys[0].runtime;
+    rs->m_nLightingMacro = keys[0].lights;
+    ref_ptr<kv::CGpuProgram> program = rs->CreateGpuProgram(name);
+    if (!program)
+    {
+        std::printf("demo: program %s could NOT be made\n", name);
+        return program;
+    }
+    size_t ready = 0;
+    while (ready < keys.size() && GetTickCount() - start < 20000)
+    {
+        ready = 0;
+        for (const VariantKeys& k : keys)
+        {
+            rs->m_nRuntimeMacro = k.runtime;
+            rs->m_nLightingMacro = k.lights;
+            ready += program->SelectVariant() ? 1 : 0;
+        }
+        PumpMessages();
+        Sleep(1);
+    }
+    rs->m_nRuntimeMacro = 0;
+    rs->m_nLightingMacro = 0;
+    const unsigned hits = kv::g_pCompileThread->GetCacheHitCount() - hitsBefore;
+    const unsigned compiles = kv::g_pCompileThread->GetCompileCount() - compilesBefore;
+    std::printf("demo: program %s: %u of %u variants ready after %lu ms; %u came from the shader cache, %u were "
+                "compiled%s\n",
+                name, static_cast<unsigned>(ready), static_cast<unsigned>(keys.size()),
+                static_cast<unsigned long>(GetTickCount() - start), hits, compiles,
+                compiles == 0 && hits > 0 ? " (all from the cache)" : "");
+    return ready == keys.size() ? program : ref_ptr<kv::CGpuProgram>();
+}
+
 // --- The scene: a grid of cubes, one mesh drawn once per cube by instancing.
 
-// Stream 0 carries the cube, stream 1 one record per cube: where it stands, the
-// sine and cosine of its turn (the compiler of this platform has no sin()), and
-// its colour.
-const char kCubeVertexShader[] = R"(
-float4x4 viewProjection;
-struct Input
-{
-    float3 position : POSITION0;
-    float4 shade : COLOR0;
-    float4 placement : TEXCOORD0;
-    float4 colour : COLOR1;
-};
-struct Output
-{
-    float4 position : POSITION;
-    float4 colour : COLOR0;
-};
-Output main(Input input)
-{
-    float s = input.placement.z, c = input.placement.w;
-    float3 p = input.position * 0.32;
-    p = float3(c * p.x + s * p.z, p.y, -s * p.x + c * p.z);
-    p = float3(p.x, 0.8 * p.y - 0.6 * p.z, 0.6 * p.y + 0.8 * p.z);
-    Output output;
-    output.position = mul(float4(p + float3(input.placement.xy, 0.0), 1.0), viewProjection);
-    output.colour = input.shade * input.colour;
-    return output;
-}
-)";
-
-const char kColourPixelShader[] = R"(
-float4 main(float4 colour : COLOR0) : COLOR
-{
-    return colour;
-}
-)";
-
+// Stream 0 carries the cube with its normals, stream 1 one record per cube:
+// the three rows of its world transform and its colour. The lit program's
+// instanced, vertex-coloured variant reads them (samples/shader/lit.fx).
 struct CubeVertex
 {
     float x, y, z;
-    uint32_t shade;
+    float nx, ny, nz;
 };
 
 struct CubeInstance
 {
-    float x, y, sine, cosine;
+    float rows[3][4];
     uint32_t colour;
 };
 
 const unsigned kColumns = 8, kRows = 5;
 const unsigned kCubes = kColumns * kRows;
-
-// The shader's code, or null after printing the compiler's words. The
-// constant table, when asked for, says where the compiler put each constant.
-ID3DXBuffer* CompileShader(const char* source, const char* profile, ID3DXConstantTable** constants = nullptr)
-{
-    ID3DXBuffer* code = nullptr;
-    ID3DXBuffer* errors = nullptr;
-    HRESULT hr = D3DXCompileShader(source, static_cast<UINT>(std::strlen(source)), nullptr, nullptr, "main", profile, 0,
-                                   &code, &errors, constants);
-    if (FAILED(hr))
-        std::printf("demo: %s shader not compiled: %s\n", profile,
-                    errors ? static_cast<const char*>(errors->GetBufferPointer()) : "no message");
-    if (errors)
-        errors->Release();
-    return SUCCEEDED(hr) ? code : nullptr;
-}
+const float kCubeSize = 0.32f;
 
 uint32_t Packed(const kv::CColour& c)
 {
@@ -346,42 +357,37 @@ class CubeGrid
 {
 public:
     // Everything through the render system's factories, as the engine makes it.
-    bool Make(kv::CRenderSystem* rs, IDirect3DDevice9* device)
+    bool Make(kv::CRenderSystem* rs, kv::CGpuProgram* program)
     {
-        ID3DXBuffer* vsCode = CompileShader(kCubeVertexShader, "vs_3_0", &m_vsConstants);
-        ID3DXBuffer* psCode = CompileShader(kColourPixelShader, "ps_3_0");
-        bool ok = vsCode && psCode && m_vsConstants &&
-                  SUCCEEDED(device->CreateVertexShader(static_cast<const DWORD*>(vsCode->GetBufferPointer()), &m_vs)) &&
-                  SUCCEEDED(device->CreatePixelShader(static_cast<const DWORD*>(psCode->GetBufferPointer()), &m_ps));
-        if (vsCode)
-            vsCode->Release();
-        if (psCode)
-            psCode->Release();
-        if (!ok)
+        m_program = program;
+        if (!program)
             return false;
 
-        // Each face its own four corners and its own shade, so the cubes show their edges.
+        // Each face its own four corners and its own normal, so the light shows its edges.
         static const float faces[6][4][3] = {
             {{-1, -1, -1}, {-1, 1, -1}, {1, 1, -1}, {1, -1, -1}}, {{1, -1, 1}, {1, 1, 1}, {-1, 1, 1}, {-1, -1, 1}},
             {{-1, -1, 1}, {-1, 1, 1}, {-1, 1, -1}, {-1, -1, -1}}, {{1, -1, -1}, {1, 1, -1}, {1, 1, 1}, {1, -1, 1}},
             {{-1, 1, -1}, {-1, 1, 1}, {1, 1, 1}, {1, 1, -1}},     {{-1, -1, 1}, {-1, -1, -1}, {1, -1, -1}, {1, -1, 1}}};
-        static const uint32_t shades[6] = {0xFFFFFFFF, 0xFF8C8C8C, 0xFFB4B4B4, 0xFFD2D2D2, 0xFFF0F0F0, 0xFF646464};
+        static const float normals[6][3] = {{0, 0, -1}, {0, 0, 1}, {-1, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, -1, 0}};
         std::vector<CubeVertex> vertices;
         std::vector<uint16_t> indices;
         for (unsigned f = 0; f < 6; ++f)
         {
             const uint16_t base = static_cast<uint16_t>(vertices.size());
-            for (const float* corner : faces[f])
-                vertices.push_back({corner[0], corner[1], corner[2], shades[f]});
+            for (const auto& corner : faces[f])
+                vertices.push_back({corner[0] * kCubeSize, corner[1] * kCubeSize, corner[2] * kCubeSize, normals[f][0],
+                                    normals[f][1], normals[f][2]});
             for (uint16_t i : {0, 1, 2, 0, 2, 3})
                 indices.push_back(static_cast<uint16_t>(base + i));
         }
 
         const kv::VertexElement elements[] = {kv::VertexElement(0, 0, kv::VET_FLOAT3, kv::VES_POSITION),
-                                              kv::VertexElement(0, 12, kv::VET_COLOUR, kv::VES_COLOUR),
-                                              kv::VertexElement(1, 0, kv::VET_FLOAT4, kv::VES_TEXTURE_COORDINATES),
-                                              kv::VertexElement(1, 16, kv::VET_COLOUR, kv::VES_COLOUR, 1)};
-        m_declaration = rs->CreateVertexDeclaration(elements, 4);
+                                              kv::VertexElement(0, 12, kv::VET_FLOAT3, kv::VES_NORMAL),
+                                              kv::VertexElement(1, 0, kv::VET_FLOAT4, kv::VES_TEXTURE_COORDINATES, 1),
+                                              kv::VertexElement(1, 16, kv::VET_FLOAT4, kv::VES_TEXTURE_COORDINATES, 2),
+                                              kv::VertexElement(1, 32, kv::VET_FLOAT4, kv::VES_TEXTURE_COORDINATES, 3),
+                                              kv::VertexElement(1, 48, kv::VET_COLOUR, kv::VES_COLOUR)};
+        m_declaration = rs->CreateVertexDeclaration(elements, 6);
         m_mesh = rs->CreateHardwareVertexBuffer(sizeof(CubeVertex), static_cast<unsigned>(vertices.size()),
                                                 kv::CHardwareBuffer::USAGE_STATIC, vertices.data());
         m_indices =
@@ -412,7 +418,12 @@ public:
         return true;
     }
 
-    void Draw(kv::CRenderSystem* rs, IDirect3DDevice9* device, float time, unsigned width, unsigned height)
+    // One frame's cubes: the engine's camera as the global viewProjection, the
+    // variant of the current switches made current, the material and lights
+    // set through the program, then one instanced draw. False when the program
+    // could not be activated (its variant not ready).
+    bool Draw(kv::CRenderSystem* rs, float time, unsigned width, unsigned height, bool fog,
+              const kv::CColour& background)
     {
         std::vector<CubeInstance> cubes;
         for (unsigned row = 0; row < kRows; ++row)
@@ -422,22 +433,40 @@ public:
                 kv::CColour colour;
                 colour.fromHueSaturationBrightness(static_cast<float>(i) / kCubes, 0.75f, 1.0f);
                 const float x = static_cast<float>(column) - (kColumns - 1) * 0.5f;
-                const float y = static_cast<float>(row) - (kRows - 1) * 0.5f;
-                const float turn = time + 0.4f * i;
-                cubes.push_back(
-                    {x, y + 0.15f * std::sin(time * 2.0f + x), std::sin(turn), std::cos(turn), Packed(colour)});
+                const float y = static_cast<float>(row) - (kRows - 1) * 0.5f + 0.15f * std::sin(time * 2.0f + x);
+                const float turn = time + 0.4f * i, s = std::sin(turn), c = std::cos(turn);
+                // A turn about the vertical axis, then a tilt towards the camera.
+                cubes.push_back({{{c, 0.0f, s, x}, {0.6f * s, 0.8f, -0.6f * c, y}, {-0.8f * s, 0.6f, 0.8f * c, 0.0f}},
+                                 Packed(colour)});
             }
         m_instances->WriteData(0, static_cast<unsigned>(cubes.size() * sizeof(CubeInstance)), cubes.data(), true);
 
         D3DXVECTOR3 eye(0.0f, 0.0f, -9.0f), at(0.0f, 0.0f, 0.0f), up(0.0f, 1.0f, 0.0f);
-        D3DXMATRIX view, projection, viewProjection;
+        D3DXMATRIX view, projection, viewProjection, columns;
         D3DXMatrixLookAtLH(&view, &eye, &at, &up);
         D3DXMatrixPerspectiveFovLH(&projection, D3DX_PI / 4.0f, static_cast<float>(width) / height, 0.5f, 50.0f);
         D3DXMatrixMultiply(&viewProjection, &view, &projection);
-        // Where the compiler put the matrix, and in which order, is the constant table's to say.
-        m_vsConstants->SetMatrix(device, "viewProjection", &viewProjection);
-        device->SetVertexShader(m_vs);
-        device->SetPixelShader(m_ps);
+        // HLSL keeps a matrix constant by columns.
+        D3DXMatrixTranspose(&columns, &viewProjection);
+        kv::GetGpuProgramManager()->SetGlobalValue("viewProjection", &columns._11, 4);
+
+        rs->m_nRuntimeMacro = kLitInstanced | (fog ? kLitFog : 0);
+        rs->m_nLightingMacro = 2;
+        if (!m_program->BeginActivate(nullptr, false))
+            return false;
+        const float white[4] = {1.0f, 1.0f, 1.0f, 1.0f}, ambient[4] = {0.16f, 0.17f, 0.2f, 0.0f};
+        // Towards the lights: a warm key light from the upper left, a cool fill from the right.
+        const float directions[8] = {-0.41f, 0.61f, -0.68f, 0.0f, 0.9f, -0.2f, -0.39f, 0.0f};
+        const float colours[8] = {0.78f, 0.74f, 0.66f, 0.0f, 0.22f, 0.27f, 0.36f, 0.0f};
+        const float fogColour[4] = {background.r, background.g, background.b, 1.0f};
+        const float fogRange[4] = {8.4f, 1.0f / 2.4f, 0.0f, 0.0f};
+        m_program->SetVector4(m_program->GetParam("materialColour"), white);
+        m_program->SetVector4(m_program->GetParam("ambientColour"), ambient);
+        m_program->SetVector4Array(m_program->GetParam("lightDirections"), directions, 2);
+        m_program->SetVector4Array(m_program->GetParam("lightColours"), colours, 2);
+        m_program->SetVector4(m_program->GetParam("fogColour"), fogColour);
+        m_program->SetVector4(m_program->GetParam("fogRange"), fogRange);
+        m_program->FlushConstants();
 
         rs->SetDepthCheckEnabled(true);
         rs->SetDepthWriteEnabled(true);
@@ -447,8 +476,7 @@ public:
         rs->SetVertexBuffers(1, m_instanceData.get(), 0);
         rs->SetIndexBuffer(m_indices.get());
         rs->DrawPrimitive(kv::PT_TRIANGLE_LIST, m_meshData.get(), m_indexData.get(), kCubes, true);
-        device->SetVertexShader(nullptr);
-        device->SetPixelShader(nullptr);
+        return true;
     }
 
     void Release()
@@ -460,21 +488,11 @@ public:
         m_mesh = nullptr;
         m_indices = nullptr;
         m_instances = nullptr;
-        if (m_vsConstants)
-            m_vsConstants->Release();
-        m_vsConstants = nullptr;
-        if (m_vs)
-            m_vs->Release();
-        if (m_ps)
-            m_ps->Release();
-        m_vs = nullptr;
-        m_ps = nullptr;
+        m_program = nullptr;
     }
 
 private:
-    IDirect3DVertexShader9* m_vs = nullptr;
-    IDirect3DPixelShader9* m_ps = nullptr;
-    ID3DXConstantTable* m_vsConstants = nullptr;
+    kv::CGpuProgram* m_program = nullptr; // held by the host
     ref_ptr<kv::CVertexDeclaration> m_declaration;
     ref_ptr<kv::CHardwareVertexBuffer> m_mesh;
     ref_ptr<kv::CHardwareIndexBuffer> m_indices;
@@ -554,11 +572,21 @@ int main(int argc, char** argv)
     if (ok)
         ReportCapabilities(*rs->m_pCapabilities);
 
+    // The lit shader of samples/shader through the engine's program path: the
+    // variants are compiled on the compile thread, or read from the shader
+    // cache (./cache) that an earlier run filled.
+    ref_ptr<kv::CGpuProgram> lit;
+    if (ok)
+    {
+        kv::GetGpuProgramManager()->SetDataRoot("samples");
+        lit = PrepareProgram(rs, "lit", {{kLitInstanced, 2}, {kLitInstanced | kLitFog, 2}});
+    }
+
     // The frames. Each clears the whole window (colour, depth and stencil),
     // draws the cubes and presents. Half-way the window grows and the device is
     // reset to its new size through the render system's Reset.
     const unsigned newWidth = 800, newHeight = 450;
-    unsigned drawn = 0, scenesRefused = 0, unavailable = 0;
+    unsigned drawn = 0, scenesRefused = 0, unavailable = 0, notActivated = 0;
     unsigned frameWidth = width, frameHeight = height;
     CallCounts firstFrame, secondFrame, allFrames;
     bool saved = false, sceneMade = false, resetOk = false;
@@ -568,7 +596,7 @@ int main(int argc, char** argv)
     CubeGrid grid;
     if (ok && window)
     {
-        sceneMade = grid.Make(rs, rs->GetD3D9Device());
+        sceneMade = grid.Make(rs, lit.get());
         std::printf("demo: cube grid of %u cubes %s\n", kCubes, sceneMade ? "made" : "could NOT be made");
     }
     const kv::CColour background(0.08f, 0.09f, 0.13f, 1.0f);
@@ -607,7 +635,10 @@ int main(int argc, char** argv)
             }
             const kv::CViewport whole(window, 0.0f, 0.0f, 1.0f, 1.0f);
             rs->_setViewport(whole, 7, &background, 1.0f, 0);
-            grid.Draw(rs, rs->GetD3D9Device(), static_cast<float>(frame) * 0.05f, frameWidth, frameHeight);
+            // Fog in the second half: the program switches to its other variant.
+            if (!grid.Draw(rs, static_cast<float>(frame) * 0.05f, frameWidth, frameHeight, frame >= frames / 2,
+                           background))
+                ++notActivated;
             window->_endUpdate();
             if (frame + 1 == frames)
             {
@@ -640,9 +671,11 @@ int main(int argc, char** argv)
         }
     }
     grid.Release();
-    std::printf("demo: %u frames drawn through _beginUpdate, _setViewport, one instanced DrawPrimitive, _endUpdate and "
-                "swapBuffers; %u scenes refused, %u frames skipped on an unavailable device\n",
-                drawn, scenesRefused, unavailable);
+    lit = nullptr;
+    std::printf("demo: %u frames drawn through _beginUpdate, _setViewport, the lit program's BeginActivate, setters "
+                "and FlushConstants, one instanced DrawPrimitive, _endUpdate and swapBuffers; %u scenes refused, %u "
+                "frames skipped on an unavailable device, %u frames whose program was not ready\n",
+                drawn, scenesRefused, unavailable, notActivated);
     if (counting && drawn > 0)
     {
         std::printf("demo: device calls of frame 1: %u (%s)\n", Total(firstFrame), Describe(firstFrame).c_str());
