@@ -8,6 +8,10 @@
 
 #include <algorithm>
 
+#if defined(__SSE__)
+#include <xmmintrin.h>
+#endif
+
 namespace kv
 {
 namespace
@@ -19,20 +23,55 @@ float s_floatRegister[4];
 float s_vector2Register[4];
 float s_vector3Register[4];
 
-// Whether `count` registers of the shadow from `start` already hold the data.
-// Compared as floats: a NaN always differs, -0 equals 0.
-bool ShadowHolds(const float (*shadow)[4], int start, const float* data, int count)
+// Whether a register holds a value, compared as floats: a NaN always
+// differs, -0 equals 0. The setters run per draw, so x86-64 (which always has
+// SSE) compares a register at once; the 32-bit DLL keeps the plain form.
+inline bool Holds(const float* shadow, const float* data)
 {
-    for (int r = 0; r < count; ++r)
-        for (int c = 0; c < 4; ++c)
-            if (shadow[start + r][c] != data[r * 4 + c])
-                return false;
-    return true;
+#if defined(__SSE__)
+    return _mm_movemask_ps(_mm_cmpneq_ps(_mm_loadu_ps(shadow), _mm_loadu_ps(data))) == 0;
+#else
+    return shadow[0] == data[0] && shadow[1] == data[1] && shadow[2] == data[2] && shadow[3] == data[3];
+#endif
 }
 
-void CopyToShadow(float (*shadow)[4], int start, const float* data, int count)
+inline void Store(float* shadow, const float* data)
 {
-    std::copy(data, data + static_cast<size_t>(count) * 4, &shadow[start][0]);
+#if defined(__SSE__)
+    _mm_storeu_ps(shadow, _mm_loadu_ps(data));
+#else
+    shadow[0] = data[0];
+    shadow[1] = data[1];
+    shadow[2] = data[2];
+    shadow[3] = data[3];
+#endif
+}
+
+// Copies `count` registers into a stage's shadow and lists them, unless the
+// shadow held them all already. A write beyond the list's room is lost; a
+// bind that reaches past the registers would write past the shadow and is
+// refused. `fullListKeepsWrite`: the pixel list's rule, under which a write
+// that would fill the list lives in the shadow only.
+//
+// Whether a value repeats is as likely as not from draw to draw, so nothing
+// here branches on it: the registers are stored and the list entries written
+// either way (both within bounds by the first test), and only the count
+// decides whether they are taken. A repeated value stored again changes at
+// most the sign of a zero.
+template <int kRegisters, bool fullListKeepsWrite>
+inline void Queue(float (*shadow)[4], int* list, int& pending, int start, const float* data, int count)
+{
+    if (pending + count > kRegisters || count < 1 || start < 0 || start > kRegisters - count)
+        return;
+    bool changed = false;
+    for (int r = 0; r < count; ++r)
+    {
+        changed |= !Holds(shadow[start + r], data + r * 4);
+        Store(shadow[start + r], data + r * 4);
+        list[pending + r] = start + r;
+    }
+    const bool listed = changed && !(fullListKeepsWrite && pending + count >= kRegisters);
+    pending += listed ? count : 0;
 }
 
 // Sends a pending list in runs of adjacent registers, in list order, and empties it.
@@ -100,33 +139,14 @@ void CD3D9HLSLProgram::BuildPixelBinds(ID3DXConstantTable* table, ShaderVariant*
 
 void CD3D9HLSLProgram::QueueVertexConstants(int startRegister, const float* data, int count)
 {
-    if (g_nVSDirtyCount + count > kVertexConstantRegisters || count < 1)
-        return;
-    // A bind that reaches past the registers would write past the shadow.
-    if (startRegister < 0 || startRegister > kVertexConstantRegisters - count)
-        return;
-    if (ShadowHolds(g_VSConstantShadow, startRegister, data, count))
-        return;
-    CopyToShadow(g_VSConstantShadow, startRegister, data, count);
-    for (int r = 0; r < count; ++r)
-        g_VSDirtyRegisters[g_nVSDirtyCount++] = startRegister + r;
+    Queue<kVertexConstantRegisters, false>(g_VSConstantShadow, g_VSDirtyRegisters, g_nVSDirtyCount, startRegister, data,
+                                           count);
 }
 
 void CD3D9HLSLProgram::QueuePixelConstants(int startRegister, const float* data, int count)
 {
-    if (g_nPSDirtyCount + count > kPixelConstantRegisters || count < 1)
-        return;
-    if (startRegister < 0 || startRegister > kPixelConstantRegisters - count)
-        return;
-    if (ShadowHolds(g_PSConstantShadow, startRegister, data, count))
-        return;
-    CopyToShadow(g_PSConstantShadow, startRegister, data, count);
-    // The pixel list never fills to its last entry: a write that would fill
-    // it lives in the shadow only.
-    if (g_nPSDirtyCount + count >= kPixelConstantRegisters)
-        return;
-    for (int r = 0; r < count; ++r)
-        g_PSDirtyRegisters[g_nPSDirtyCount++] = startRegister + r;
+    Queue<kPixelConstantRegisters, true>(g_PSConstantShadow, g_PSDirtyRegisters, g_nPSDirtyCount, startRegister, data,
+                                         count);
 }
 
 void CD3D9HLSLProgram::QueueValue(const PARAM* param, const float* value, int count)

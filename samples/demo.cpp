@@ -459,7 +459,7 @@ public:
         const float directions[8] = {-0.41f, 0.61f, -0.68f, 0.0f, 0.9f, -0.2f, -0.39f, 0.0f};
         const float colours[8] = {0.78f, 0.74f, 0.66f, 0.0f, 0.22f, 0.27f, 0.36f, 0.0f};
         const float fogColour[4] = {background.r, background.g, background.b, 1.0f};
-        const float fogRange[4] = {8.4f, 1.0f / 2.4f, 0.0f, 0.0f};
+        const float fogRange[4] = {8.0f, 0.5f, 0.0f, 0.0f};
         m_program->SetVector4(m_program->GetParam("materialColour"), white);
         m_program->SetVector4(m_program->GetParam("ambientColour"), ambient);
         m_program->SetVector4Array(m_program->GetParam("lightDirections"), directions, 2);

@@ -2,34 +2,29 @@
 
 #include "engine/ArchiveManager.h"
 #include "engine/Engine.h"
-#include "engine/GpuProgramCompileThread.h"
 #include "engine/GpuProgramManager.h"
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <thread>
 
 using namespace kv;
+namespace fs = std::filesystem;
 
 void ProgramTest::SetUp()
 {
     EngineInit();
-    char temp[MAX_PATH];
-    ASSERT_NE(0u, GetTempPathA(MAX_PATH, temp));
     static int serial = 0;
-    root = std::string(temp) + "kv_programs_" + std::to_string(GetCurrentProcessId()) + "_" + std::to_string(++serial);
-    std::filesystem::remove_all(root);
-    std::filesystem::create_directories(root + "/shader");
+    root = (fs::temp_directory_path() /
+            ("kv_programs_" + std::to_string(GetCurrentProcessId()) + "_" + std::to_string(++serial)))
+               .generic_string();
+    fs::remove_all(root);
+    fs::create_directories(root + "/shader");
     for (const char* file : {"lit.fx", "lit.ini"})
-        ASSERT_TRUE(
-            CopyFileA((std::string(KV_SAMPLE_SHADERS) + "/" + file).c_str(), (root + "/shader/" + file).c_str(), FALSE))
-            << file;
+        fs::copy_file(std::string(KV_SAMPLE_SHADERS) + "/" + file, root + "/shader/" + file);
     GetGpuProgramManager()->SetDataRoot(root);
     GetArchiveMananger()->SetCacheRoot(root + "/cache");
-    g_bEditorMode = false;
-    g_bDisassembleShader = false;
+    g_bEditorMode = g_bDisassembleShader = false;
     g_eGpuProgramInitRuntimeMacro = 0;
     KvDeviceTest::SetUp();
 }
@@ -40,7 +35,7 @@ void ProgramTest::TearDown()
     GetGpuProgramManager()->SetDataRoot(".");
     GetArchiveMananger()->SetCacheRoot("cache");
     std::error_code ignored;
-    std::filesystem::remove_all(root, ignored);
+    fs::remove_all(root, ignored);
 }
 
 ref_ptr<CD3D9HLSLProgram> ProgramTest::Make(const std::string& name)
@@ -51,30 +46,15 @@ ref_ptr<CD3D9HLSLProgram> ProgramTest::Make(const std::string& name)
 
 bool ProgramTest::WaitReady(CD3D9HLSLProgram* program)
 {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!program->SelectVariant())
-    {
-        if (program->GetCurrentVariant()->State() == VARIANT_FAILED)
-            return false;
-        if (std::chrono::steady_clock::now() > until)
-        {
-            ADD_FAILURE() << "the variant did not finish";
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
-
-void ProgramTest::Keys(uint64_t runtime, uint64_t lighting)
-{
-    rs->m_nRuntimeMacro = runtime;
-    rs->m_nLightingMacro = lighting;
+    // Up to 40 s; a failed variant ends the wait at once.
+    for (int wait = 0;
+         wait < 20000 && !program->SelectVariant() && program->GetCurrentVariant()->State() != VARIANT_FAILED; ++wait)
+        Sleep(2);
+    return program->GetCurrentVariant()->State() == VARIANT_READY;
 }
 
 void ProgramTest::Write(const std::string& relative, const std::string& text)
 {
-    std::filesystem::create_directories(std::filesystem::path(root + "/" + relative).parent_path());
     std::ofstream(root + "/" + relative, std::ios::binary) << text;
 }
 
@@ -85,24 +65,24 @@ std::string ProgramTest::Read(const std::string& relative)
     return text.str();
 }
 
-unsigned ProgramTest::Compiles() const
-{
-    return g_pCompileThread->GetCompileCount();
-}
-
-unsigned ProgramTest::Hits() const
-{
-    return g_pCompileThread->GetCacheHitCount();
-}
-
 std::vector<std::string> ProgramTest::Entries()
 {
     std::vector<std::string> names;
-    const std::string area = root + "/cache/shadercache";
-    if (std::filesystem::exists(area))
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(area))
+    const fs::path area = root + "/cache/shadercache";
+    if (fs::exists(area))
+        for (const auto& entry : fs::recursive_directory_iterator(area))
             if (entry.is_regular_file())
-                names.push_back(std::filesystem::relative(entry.path(), area).generic_string());
+                names.push_back(fs::relative(entry.path(), area).generic_string());
     std::sort(names.begin(), names.end());
     return names;
+}
+
+void LitTest::SetUp()
+{
+    ProgramTest::SetUp();
+    if (!HasFatalFailure())
+    {
+        lit = Make("lit");
+        ASSERT_TRUE(WaitReady(lit.get()));
+    }
 }

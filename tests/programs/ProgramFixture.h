@@ -1,24 +1,15 @@
-// A started render system with the engine's shader data and cache in a fresh
-// temporary folder: the samples' lit shader is copied in, and a test adds its
+// A started render system whose engine data and shader cache lie in a fresh
+// temporary folder, with the samples' lit shader copied in; tests add their
 // own sources and descriptions beside it.
 #pragma once
 
 #include "D3D9HLSLProgram.h"
 #include "KvDeviceTest.h"
 
+#include "engine/GpuProgramCompileThread.h"
+
 #include <string>
 #include <vector>
-
-// The version token a device shader was made from (0xFFFE0300 for vs_3_0).
-template <typename Shader>
-DWORD ShaderVersion(Shader* shader)
-{
-    UINT size = 0;
-    if (!shader || FAILED(shader->GetFunction(nullptr, &size)) || size < sizeof(DWORD))
-        return 0;
-    std::vector<DWORD> code(size / sizeof(DWORD) + 1);
-    return SUCCEEDED(shader->GetFunction(code.data(), &size)) ? code[0] : 0;
-}
 
 class ProgramTest : public KvDeviceTest
 {
@@ -26,20 +17,32 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    // A program through the render system's factory, or null.
     ref_ptr<kv::CD3D9HLSLProgram> Make(const std::string& name);
     // Selects the current keys until the variant is ready (true) or failed.
     bool WaitReady(kv::CD3D9HLSLProgram* program);
-    // The render system's runtime and lighting words.
-    void Keys(uint64_t runtime, uint64_t lighting);
-    // A file of the data folder ("shader/x.fx") written whole, or read whole.
+    void Keys(uint64_t runtime, uint64_t lighting)
+    {
+        rs->m_nRuntimeMacro = runtime;
+        rs->m_nLightingMacro = lighting;
+    }
+    // A file of the data folder ("shader/x.fx"), written or read whole.
     void Write(const std::string& relative, const std::string& text);
     std::string Read(const std::string& relative);
-    // What the compile thread made of the records it took.
-    unsigned Compiles() const;
-    unsigned Hits() const;
-    // The cache entries on disk, as the cache names their files.
+    // What the compile thread compiled, and what it read from the cache.
+    unsigned Compiles() const { return kv::g_pCompileThread->GetCompileCount(); }
+    unsigned Hits() const { return kv::g_pCompileThread->GetCacheHitCount(); }
+    // The cache's entry files, as "c/lit_<digest>.bin".
     std::vector<std::string> Entries();
 
-    std::string root; // data folder; the cache area is root + "/cache"
+    std::string root; // the data folder; the cache area is root + "/cache"
+};
+
+// The same with the lit program loaded and its first variant (no switches,
+// no lights) ready.
+class LitTest : public ProgramTest
+{
+protected:
+    void SetUp() override;
+
+    ref_ptr<kv::CD3D9HLSLProgram> lit;
 };
