@@ -206,6 +206,15 @@ public:
     void _setStreamFrequency(unsigned stream, uint32_t value);
     void _restoreStreamFrequencies();
     D3D9ResourceManager* GetResourceManager() { return m_pResourceManager; }
+    // What textures ask of the device. The back buffer's format stands for a
+    // texture format of 0.
+    D3DFORMAT GetBackBufferFormat() const;
+    bool CheckDynamicTexture(DWORD usage, D3DRESOURCETYPE type, D3DFORMAT format);
+    // Power-of-two sizes on a device that generates levels for this format.
+    bool CheckAutoGenMipmaps(unsigned width, unsigned height, unsigned depth, DWORD usage, D3DRESOURCETYPE type,
+                             D3DFORMAT format);
+    // The best minification filter the device has for the texture type.
+    D3DTEXTUREFILTERTYPE GetBestAutoGenFilter(TextureType type) const;
     // D3DUSAGE value for the engine's texture usage word; first match wins.
     static DWORD TextureUsageToD3D(unsigned usage);
 
