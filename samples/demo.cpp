@@ -2,15 +2,17 @@
 // asks it for its render system through the one export, opens a real window
 // and runs Init. Then it draws frames the engine's way: each frame opens a
 // scene, clears the window through _setViewport, draws a grid of turning cubes
-// as one indexed, hardware-instanced draw (the cube in a managed vertex and
-// index buffer, the per-cube data in a dynamic default-pool buffer written
-// again every frame), closes the scene and presents through the window's
+// as one indexed, hardware-instanced draw a row (the cube in a managed vertex
+// and index buffer, the per-cube data in a dynamic default-pool buffer written
+// again every frame), each row textured from one of four image files loaded
+// through the render system's CreateTexture, closes the scene and presents through the window's
 // swapBuffers. Half-way the window grows and the device follows through the
 // render system's Reset, and the drawing goes on at the new size. The last
 // frame's back buffer goes to out/demo.png through D3DX.
 //
 // Instancing needs a vertex shader; until the plug-in's HLSL programs exist
-// the demo compiles its own small pair with D3DX and sets it on the device.
+// the demo compiles its own vertex shader with D3DX, assembles its pixel
+// shader, and sets both on the device.
 //
 // Device calls are counted through the recording d3d9.dll when it lies beside
 // the demo (a test build puts it there): the demo loads it before the plug-in,
@@ -277,6 +279,7 @@ struct Input
 {
     float3 position : POSITION0;
     float4 shade : COLOR0;
+    float2 uv : TEXCOORD1;
     float4 placement : TEXCOORD0;
     float4 colour : COLOR1;
 };
@@ -284,6 +287,7 @@ struct Output
 {
     float4 position : POSITION;
     float4 colour : COLOR0;
+    float2 uv : TEXCOORD0;
 };
 Output main(Input input)
 {
@@ -294,21 +298,30 @@ Output main(Input input)
     Output output;
     output.position = mul(float4(p + float3(input.placement.xy, 0.0), 1.0), viewProjection);
     output.colour = input.shade * input.colour;
+    output.uv = input.uv;
     return output;
 }
 )";
 
-const char kColourPixelShader[] = R"(
-float4 main(float4 colour : COLOR0) : COLOR
-{
-    return colour;
-}
-)";
+// This platform's HLSL compiler cannot sample a texture: the pixel shader is
+// assembled. The texel, tinted by the cube's colour and the face's shade.
+const char kTexturedPixelShader[] = "ps_3_0\n"
+                                    "dcl_color0 v0\n"
+                                    "dcl_texcoord0 v1.xy\n"
+                                    "dcl_2d s0\n"
+                                    "texld r0, v1, s0\n"
+                                    "mul oC0, r0, v0\n";
+
+// The cube textures, one file of each format the plug-in loads through D3DX
+// (made by samples/textures/make_textures.py); row r of the grid shows file r % 4.
+const char* const kTextureFiles[] = {"samples/textures/crate.bmp", "samples/textures/bricks.tga",
+                                     "samples/textures/checker.png", "samples/textures/tiles.dds"};
 
 struct CubeVertex
 {
     float x, y, z;
     uint32_t shade;
+    float u, v;
 };
 
 struct CubeInstance
@@ -349,7 +362,10 @@ public:
     bool Make(kv::CRenderSystem* rs, IDirect3DDevice9* device)
     {
         ID3DXBuffer* vsCode = CompileShader(kCubeVertexShader, "vs_3_0", &m_vsConstants);
-        ID3DXBuffer* psCode = CompileShader(kColourPixelShader, "ps_3_0");
+        ID3DXBuffer* psCode = nullptr;
+        if (FAILED(D3DXAssembleShader(kTexturedPixelShader, static_cast<UINT>(std::strlen(kTexturedPixelShader)),
+                                      nullptr, nullptr, 0, &psCode, nullptr)))
+            std::printf("demo: the textured pixel shader did not assemble\n");
         bool ok = vsCode && psCode && m_vsConstants &&
                   SUCCEEDED(device->CreateVertexShader(static_cast<const DWORD*>(vsCode->GetBufferPointer()), &m_vs)) &&
                   SUCCEEDED(device->CreatePixelShader(static_cast<const DWORD*>(psCode->GetBufferPointer()), &m_ps));
@@ -359,6 +375,14 @@ public:
             psCode->Release();
         if (!ok)
             return false;
+        for (unsigned i = 0; i < 4; ++i)
+        {
+            m_textures[i] = rs->CreateTexture(kTextureFiles[i], kv::TEX_TYPE_2D, -1, false);
+            if (!m_textures[i])
+                return false;
+            std::printf("demo: texture %s loaded, %ux%u, %u levels\n", kTextureFiles[i], m_textures[i]->mWidth,
+                        m_textures[i]->mHeight, m_textures[i]->mNumMipmaps + 1);
+        }
 
         // Each face its own four corners and its own shade, so the cubes show their edges.
         static const float faces[6][4][3] = {
@@ -371,17 +395,19 @@ public:
         for (unsigned f = 0; f < 6; ++f)
         {
             const uint16_t base = static_cast<uint16_t>(vertices.size());
-            for (const float* corner : faces[f])
-                vertices.push_back({corner[0], corner[1], corner[2], shades[f]});
+            static const float uv[4][2] = {{0, 1}, {0, 0}, {1, 0}, {1, 1}};
+            for (unsigned c = 0; c < 4; ++c)
+                vertices.push_back({faces[f][c][0], faces[f][c][1], faces[f][c][2], shades[f], uv[c][0], uv[c][1]});
             for (uint16_t i : {0, 1, 2, 0, 2, 3})
                 indices.push_back(static_cast<uint16_t>(base + i));
         }
 
         const kv::VertexElement elements[] = {kv::VertexElement(0, 0, kv::VET_FLOAT3, kv::VES_POSITION),
                                               kv::VertexElement(0, 12, kv::VET_COLOUR, kv::VES_COLOUR),
+                                              kv::VertexElement(0, 16, kv::VET_FLOAT2, kv::VES_TEXTURE_COORDINATES, 1),
                                               kv::VertexElement(1, 0, kv::VET_FLOAT4, kv::VES_TEXTURE_COORDINATES),
                                               kv::VertexElement(1, 16, kv::VET_COLOUR, kv::VES_COLOUR, 1)};
-        m_declaration = rs->CreateVertexDeclaration(elements, 4);
+        m_declaration = rs->CreateVertexDeclaration(elements, 5);
         m_mesh = rs->CreateHardwareVertexBuffer(sizeof(CubeVertex), static_cast<unsigned>(vertices.size()),
                                                 kv::CHardwareBuffer::USAGE_STATIC, vertices.data());
         m_indices =
@@ -444,9 +470,19 @@ public:
         rs->SetDepthFunction(kv::CMPF_LESS_EQUAL);
         rs->SetCullingMode(kv::CULL_NONE);
         rs->SetVertexBuffers(0, m_meshData.get(), 0);
-        rs->SetVertexBuffers(1, m_instanceData.get(), 0);
         rs->SetIndexBuffer(m_indices.get());
-        rs->DrawPrimitive(kv::PT_TRIANGLE_LIST, m_meshData.get(), m_indexData.get(), kCubes, true);
+        // No mip filter: the files load into textures that generate their own
+        // levels, and Wine's device (measured here) leaves those levels black.
+        kv::SamplerState sampler;
+        sampler.mipFilter = kv::FO_NONE;
+        // One instanced draw a row, each with its row's texture.
+        for (unsigned row = 0; row < kRows; ++row)
+        {
+            rs->SetTexture(0, m_textures[row % 4].get(), sampler);
+            rs->SetVertexBuffers(1, m_instanceData.get(), row * kColumns * sizeof(CubeInstance));
+            rs->DrawPrimitive(kv::PT_TRIANGLE_LIST, m_meshData.get(), m_indexData.get(), kColumns, true);
+        }
+        rs->SetTexture(0, nullptr, sampler);
         device->SetVertexShader(nullptr);
         device->SetPixelShader(nullptr);
     }
@@ -460,6 +496,8 @@ public:
         m_mesh = nullptr;
         m_indices = nullptr;
         m_instances = nullptr;
+        for (ref_ptr<kv::CTexture>& t : m_textures)
+            t = nullptr;
         if (m_vsConstants)
             m_vsConstants->Release();
         m_vsConstants = nullptr;
@@ -476,6 +514,7 @@ private:
     IDirect3DPixelShader9* m_ps = nullptr;
     ID3DXConstantTable* m_vsConstants = nullptr;
     ref_ptr<kv::CVertexDeclaration> m_declaration;
+    ref_ptr<kv::CTexture> m_textures[4];
     ref_ptr<kv::CHardwareVertexBuffer> m_mesh;
     ref_ptr<kv::CHardwareIndexBuffer> m_indices;
     ref_ptr<kv::CHardwareVertexBuffer> m_instances;
@@ -640,7 +679,8 @@ int main(int argc, char** argv)
         }
     }
     grid.Release();
-    std::printf("demo: %u frames drawn through _beginUpdate, _setViewport, one instanced DrawPrimitive, _endUpdate and "
+    std::printf("demo: %u frames drawn through _beginUpdate, _setViewport, one textured, instanced DrawPrimitive a "
+                "row, _endUpdate and "
                 "swapBuffers; %u scenes refused, %u frames skipped on an unavailable device\n",
                 drawn, scenesRefused, unavailable);
     if (counting && drawn > 0)
