@@ -121,20 +121,6 @@ void SaveFile(const std::string& path, const Bytes& bytes)
     std::fclose(f);
 }
 
-bool ReadFile(const std::string& path, Bytes& bytes)
-{
-    FILE* f = std::fopen(path.c_str(), "rb");
-    if (!f)
-        return false;
-    uint8_t chunk[4096];
-    size_t n;
-    bytes.clear();
-    while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0)
-        bytes.insert(bytes.end(), chunk, chunk + n);
-    std::fclose(f);
-    return true;
-}
-
 double MeanDifference(const std::vector<uint32_t>& a, const std::vector<uint32_t>& b)
 {
     if (a.size() != b.size() || a.empty())

@@ -36,7 +36,6 @@ Bytes WriteDds(unsigned width, unsigned height, unsigned depth, bool cube,
 Bytes WriteWithD3DX(IDirect3DDevice9* device, D3DXIMAGE_FILEFORMAT format, unsigned width, unsigned height,
                     const std::vector<uint32_t>& pixels);
 void SaveFile(const std::string& path, const Bytes& bytes);
-bool ReadFile(const std::string& path, Bytes& bytes);
 
 // Mean channel difference of two pictures of the same size (huge for sizes
 // that differ).
