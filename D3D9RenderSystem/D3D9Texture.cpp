@@ -57,6 +57,12 @@ bool CD3D9Texture::createInternalResources()
 {
     if (isCreated())
         return true;
+    CD3D9RenderSystem* rs = GetD3D9RenderSystem();
+    if (!rs || !rs->m_pD3D9Device)
+    {
+        LogError("No device to create the texture on: %s, D3D9Texture::createInternalResources", m_strName.c_str());
+        return false;
+    }
     if (mSrcWidth == 0 || mSrcHeight == 0)
     {
         mSrcWidth = mWidth;

@@ -170,6 +170,18 @@ TEST_F(TexturesTest, DeviceLimitsBendTheRequestInsteadOfFailing)
     EXPECT_EQ(D3D(dyn.get())->mD3DPool, D3DPOOL_MANAGED);
     EXPECT_EQ(Buffer(dyn.get())->getUsage(), CHardwareBuffer::USAGE_STATIC);
 
+    // A format the device cannot make: D3DX's check picks one it can, and the
+    // texture is made in that one.
+    kvproxy::FailCheckDeviceFormat(D3DFMT_A16B16G16R16F, 0, D3DERR_NOTAVAILABLE, KV_PROXY_FOREVER);
+    kvdx::Reset();
+    ref_ptr<CTexture> other = rs->CreateTextureManual(TEX_TYPE_2D, 16, 16, 1, 0, PF_FLOAT16_RGBA, 0, 0, false);
+    ASSERT_TRUE(other);
+    const KvDxCall check = kvdx::Calls(Fn::CheckTextureRequirements).at(0);
+    EXPECT_EQ(check.args[4], static_cast<uint64_t>(D3DFMT_A16B16G16R16F));
+    EXPECT_NE(check.args[6], check.args[4]);
+    EXPECT_EQ(kvdx::Calls(Fn::CreateTexture).at(0).args[4], check.args[6]);
+    EXPECT_NE(other->mFormat, PF_FLOAT16_RGBA);
+
     // Larger than the device allows: D3DX makes the largest it can.
     kvproxy::SetCap(KV_PROXY_CAP(MaxTextureWidth), 64);
     kvproxy::SetCap(KV_PROXY_CAP(MaxTextureHeight), 64);
@@ -179,7 +191,9 @@ TEST_F(TexturesTest, DeviceLimitsBendTheRequestInsteadOfFailing)
     EXPECT_EQ(big->mSrcWidth, 128u);
     EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
 
-    // A device without mip levels: every level asked, one made.
+    // A device without mip levels: every level asked, one made. Textures go
+    // before their render system does.
+    aa = dyn = other = big = nullptr;
     EndRenderSystem();
     kvproxy::ClearCapBits(KV_PROXY_CAP(TextureCaps), D3DPTEXTURECAPS_MIPMAP);
     NewRenderSystem();
@@ -188,6 +202,17 @@ TEST_F(TexturesTest, DeviceLimitsBendTheRequestInsteadOfFailing)
     ASSERT_TRUE(flat);
     EXPECT_EQ(kvdx::Calls(Fn::CreateTexture).back().args[2], 1u);
     EXPECT_EQ(flat->mNumMipmaps, 0u);
+
+    // No device at all: refused before D3DX is asked.
+    flat = nullptr;
+    NewRenderSystem();
+    ClearLog();
+    kvdx::Reset();
+    EXPECT_FALSE(rs->CreateTextureManual(TEX_TYPE_2D, 16, 16, 1, 0, PF_A8R8G8B8, 0, 0, false));
+    EXPECT_EQ(Errors(),
+              (std::vector<std::string>{"No device to create the texture on: , D3D9Texture::createInternalResources",
+                                        "Failed to CreateTexture Manual:16 16 12"}));
+    EXPECT_TRUE(kvdx::Calls().empty());
 }
 
 } // namespace
