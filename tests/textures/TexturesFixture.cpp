@@ -61,32 +61,21 @@ Bytes WriteTga(unsigned width, unsigned height, const std::vector<uint32_t>& pix
 Bytes WriteDds(unsigned width, unsigned height, unsigned depth, bool cube,
                const std::vector<std::vector<uint32_t>>& levels)
 {
-    Bytes b;
-    Put32(b, 0x20534444); // "DDS "
-    Put32(b, 124);
     const unsigned mips = static_cast<unsigned>(levels.size()) / (cube ? 6 : 1);
-    // CAPS | HEIGHT | WIDTH | PITCH | PIXELFORMAT, MIPMAPCOUNT, DEPTH
-    Put32(b, 0x100F | (mips > 1 ? 0x20000 : 0) | (depth > 1 ? 0x800000 : 0));
-    Put32(b, height);
-    Put32(b, width);
-    Put32(b, width * 4);
-    Put32(b, depth > 1 ? depth : 0);
-    Put32(b, mips);
-    for (int i = 0; i < 11; ++i)
-        Put32(b, 0);
-    Put32(b, 32);   // pixel format size
-    Put32(b, 0x41); // RGB | ALPHAPIXELS
-    Put32(b, 0);
-    Put32(b, 32);
-    Put32(b, 0x00FF0000);
-    Put32(b, 0x0000FF00);
-    Put32(b, 0x000000FF);
-    Put32(b, 0xFF000000);
-    Put32(b, 0x1000 | (mips > 1 || cube || depth > 1 ? 0x8 : 0) | (mips > 1 ? 0x400000 : 0));
-    Put32(b, (cube ? 0xFE00 : 0) | (depth > 1 ? 0x200000 : 0));
-    Put32(b, 0);
-    Put32(b, 0);
-    Put32(b, 0);
+    // The header's 32 words: flags CAPS | HEIGHT | WIDTH | PITCH | PIXELFORMAT
+    // (and MIPMAPCOUNT, DEPTH), sizes, the A8R8G8B8 pixel format, the caps.
+    const uint32_t flags = 0x100Fu | (mips > 1 ? 0x20000u : 0) | (depth > 1 ? 0x800000u : 0);
+    const uint32_t caps = 0x1000u | (mips > 1 || cube || depth > 1 ? 0x8u : 0) | (mips > 1 ? 0x400000u : 0);
+    const uint32_t caps2 = (cube ? 0xFE00u : 0) | (depth > 1 ? 0x200000u : 0), slices = depth > 1 ? depth : 0;
+    // clang-format off
+    const uint32_t header[32] = {0x20534444, 124, flags, height, width, width * 4, slices, mips,
+                                 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                                 32, 0x41, 0, 32, 0x00FF0000, 0x0000FF00, 0x000000FF, 0xFF000000,
+                                 caps, caps2, 0, 0, 0};
+    // clang-format on
+    Bytes b;
+    for (uint32_t word : header)
+        Put32(b, word);
     for (const std::vector<uint32_t>& level : levels)
         PutPixels(b, level);
     return b;
