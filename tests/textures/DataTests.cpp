@@ -122,8 +122,12 @@ TEST_F(TexturesTest, AResetRebuildsDefaultPoolTexturesAndLeavesManagedOnes)
     EXPECT_EQ(target->getBuffer(0, 0), buffer);
     EXPECT_NE(Buffer(target.get())->getSurface(), nullptr);
     EXPECT_EQ(g_nTextureManualSizeInBytes, bytes);
-    // The managed one kept its pixels without any work.
+    // The managed one kept its pixels without any work, and a manual
+    // texture's reload leaves its native objects alone.
     EXPECT_EQ(Read(managed->getBuffer(0, 0)), Pattern(8, 8));
+    IDirect3DBaseTexture9* native = D3D(managed.get())->m_pTextures->baseTex;
+    EXPECT_TRUE(managed->Reload());
+    EXPECT_EQ(D3D(managed.get())->m_pTextures->baseTex, native);
     EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
 }
 
