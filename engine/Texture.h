@@ -3,6 +3,8 @@
 #include "engine/PixelBox.h"
 #include "engine/Resource.h"
 
+#include <cstddef>
+
 namespace kv
 {
 
@@ -78,6 +80,11 @@ public:
 
     using CResource::Load;
 
+    // Load and InitRes of files: what the texture is asked to be, then the
+    // decoded image into native objects.
+    void prepareFileLoad(const char* name, TextureType type, int mipmaps);
+    bool loadFromMemory(const void* data, std::size_t size);
+
     unsigned getNumFaces() const { return mTextureType == TEX_TYPE_CUBE_MAP ? 6u : 1u; }
 
     bool mIsManual;
@@ -95,6 +102,12 @@ public:
     bool mMipmapsHardwareGenerated;
     unsigned mUsage;
     unsigned char mFSAA;
+
+private:
+    // Moves this texture between the engine's counts: 0 none, 1 from a file,
+    // 2 manual.
+    void countAs(int kind);
+    int m_nCountedKind;
 };
 
 } // namespace kv
