@@ -1,6 +1,7 @@
 #include "D3D9HardwarePixelBuffer.h"
 #include "D3D9Mappings.h"
 #include "D3D9RenderSystem.h"
+#include "D3D9RenderTexture.h"
 
 #include "engine/DataStream.h"
 #include "engine/PixelUtil.h"
@@ -111,10 +112,10 @@ void CD3D9HardwarePixelBuffer::bind(IDirect3DSurface9* surface, IDirect3DSurface
     mFormat = D3D9Mappings::fromD3DFormat(desc.Format);
     afterBind();
 
-    // Still missing: the render texture of a render-target buffer (made here
-    // from this buffer, hwGamma false and fsaa, and kept across unbind) comes
-    // with the plug-in's render texture class.
-    (void)fsaa;
+    // Made once: after a device reset the buffer is bound again and keeps the
+    // target the engine may still hold.
+    if ((mUsage & USAGE_RENDERTARGET) && !m_pRenderTexture)
+        m_pRenderTexture = new CD3D9RenderTexture(this, false, static_cast<unsigned char>(fsaa));
 }
 
 void CD3D9HardwarePixelBuffer::bind(IDirect3DVolume9* volume)

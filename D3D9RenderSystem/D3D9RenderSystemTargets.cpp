@@ -1,6 +1,9 @@
 #include "D3D9DepthBuffer.h"
+#include "D3D9HardwarePixelBuffer.h"
 #include "D3D9RenderSystem.h"
+#include "D3D9Texture.h"
 
+#include "engine/RenderTexture.h"
 #include "engine/Timer.h"
 
 #include <map>
@@ -119,9 +122,25 @@ void CD3D9RenderSystem::_setRenderTarget(CRenderTarget* target)
             m_pCurrentRenderTargets[i] = surfaces[i];
         }
 
-        // Still missing: a render texture drawn into must leave the sampler
-        // that holds its texture. That needs the native texture behind the
-        // target's pixel buffer, which comes with the hardware pixel buffers.
+        // A texture cannot be read while it is drawn into: the first sampler
+        // that holds it lets go, and the next SetTexture of it reaches the device.
+        const CRenderTexture* texture = target->m_eTargetKind == CRenderTarget::TK_RENDER_TEXTURE
+                                            ? dynamic_cast<const CRenderTexture*>(target)
+                                            : nullptr;
+        if (texture)
+        {
+            const CD3D9HardwarePixelBuffer* buffer = dynamic_cast<const CD3D9HardwarePixelBuffer*>(texture->m_pBuffer);
+            CD3D9Texture* owner = buffer ? buffer->getOwner() : nullptr;
+            IDirect3DBaseTexture9* native = owner ? owner->GetNativeTexture() : nullptr;
+            for (unsigned unit = 0; native && unit < kTextureUnits && unit < m_textures.size(); ++unit)
+            {
+                if (m_textures[unit] != native)
+                    continue;
+                m_pD3D9Device->SetTexture(unit, nullptr);
+                m_textures[unit] = nullptr;
+                break;
+            }
+        }
     }
 
     // Depth runs on every call: the target's depth buffer may have changed
@@ -138,10 +157,9 @@ void CD3D9RenderSystem::_setRenderTarget(CRenderTarget* target)
 
     if (target->m_pDepthTexture && target->getFSAA() == 0)
     {
-        // Still missing: the surface of the depth texture's first face and
-        // level, which comes with the hardware pixel buffers; until then a
-        // depth texture binds no depth surface.
-        IDirect3DSurface9* surface = nullptr;
+        const CD3D9HardwarePixelBuffer* buffer =
+            dynamic_cast<const CD3D9HardwarePixelBuffer*>(target->m_pDepthTexture->getBuffer(0, 0));
+        IDirect3DSurface9* surface = buffer ? buffer->getSurface() : nullptr;
         if (m_pCurrentDepthStencil != surface)
         {
             D3D9Verify(m_pD3D9Device->SetDepthStencilSurface(surface), "Failed to setDepthStencil");

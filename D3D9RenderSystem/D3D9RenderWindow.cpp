@@ -1,12 +1,10 @@
 #include "D3D9RenderWindow.h"
 #include "D3D9DepthBuffer.h"
-#include "D3D9HardwarePixelBuffer.h"
 #include "D3D9Mappings.h"
 #include "D3D9RenderSystem.h"
 
 #include "engine/DepthBuffer.h"
 #include "engine/Globals.h"
-#include "engine/Texture.h"
 
 #include <cstring>
 
@@ -262,101 +260,14 @@ bool CD3D9RenderWindow::GetAttribute(const char* name, void* out)
 
 bool CD3D9RenderWindow::CopyToTarget(CRenderTarget* target, const RECT* source, const RECT* destination)
 {
-    if (!target || !m_pD3D9Device)
-        return false;
-    IDirect3DSurface9* surfaces[CD3D9RenderSystem::kMaxRenderTargets] = {};
-    target->GetAttribute("DDBACKBUFFER", surfaces);
-    if (!surfaces[0])
-        return false;
-    m_pD3D9Device->StretchRect(m_pBackBuffer, source, surfaces[0], destination, D3DTEXF_NONE);
-    return true;
+    return StretchIntoTarget(m_pBackBuffer, target, source, destination);
 }
 
 bool CD3D9RenderWindow::CopyToTexture(CTexture* texture)
 {
-    if (!texture)
-        return false;
-    CD3D9HardwarePixelBuffer* buffer = static_cast<CD3D9HardwarePixelBuffer*>(texture->getBuffer(0, 0));
-    IDirect3DSurface9* surface = buffer ? buffer->getSurface() : nullptr;
-    IDirect3DDevice9* device = GetD3D9RenderSystem()->m_pD3D9Device;
-    if (!surface || !device || !m_pBackBuffer)
-        return false;
-    // The result is not looked at: a failed copy leaves the texture as it was.
-    device->StretchRect(m_pBackBuffer, nullptr, surface, nullptr, D3DTEXF_NONE);
-    return true;
+    return StretchIntoTexture(m_pBackBuffer, texture);
 }
 
-unsigned CD3D9RenderWindow::getWidth() const
-{
-    return m_nWidth;
-}
-unsigned CD3D9RenderWindow::getHeight() const
-{
-    return m_nHeight;
-}
-PixelFormat CD3D9RenderWindow::getFormat() const
-{
-    return m_eFormat;
-}
-
-bool CD3D9RenderWindow::SetDepthTexture(CTexture* texture)
-{
-    if (texture != m_pDepthTexture.get())
-        m_pDepthTexture = texture;
-    return true;
-}
-
-void CD3D9RenderWindow::detachDepthBuffer()
-{
-    if (m_pDepthBuffer)
-        m_pDepthBuffer->_notifyRenderTargetDetached(this);
-    // The notification may have let go of the buffer already.
-    if (m_pDepthBuffer)
-        m_pDepthBuffer = nullptr;
-}
-
-void CD3D9RenderWindow::dropDepthBuffer()
-{
-    if (m_pDepthBuffer)
-        m_pDepthBuffer = nullptr;
-}
-
-bool CD3D9RenderWindow::_beginUpdate()
-{
-    CRenderSystem* rs = GetRenderSystem();
-    return rs && rs->_beginFrame();
-}
-
-void CD3D9RenderWindow::_endUpdate()
-{
-    if (CRenderSystem* rs = GetRenderSystem())
-        rs->_endFrame();
-}
-
-bool CD3D9RenderWindow::IsAutoUpdate()
-{
-    return m_bAutoUpdate;
-}
-void CD3D9RenderWindow::SetActive(bool active)
-{
-    m_bActive = active;
-}
-bool CD3D9RenderWindow::IsActive()
-{
-    return m_bActive;
-}
-void CD3D9RenderWindow::SetHwGamma(bool enable)
-{
-    m_bHwGamma = enable;
-}
-bool CD3D9RenderWindow::IsHwGamma()
-{
-    return m_bHwGamma;
-}
-unsigned char CD3D9RenderWindow::getFSAA()
-{
-    return m_nFSAA;
-}
 void CD3D9RenderWindow::SetFormat(PixelFormat format)
 {
     m_eFormat = format;

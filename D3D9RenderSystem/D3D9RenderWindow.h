@@ -4,6 +4,7 @@
 // additional swap chain of its own on the same device. Both lose their surfaces
 // with the device and get them back at a reset.
 #include "D3D9Prerequisites.h"
+#include "D3D9RenderTargetCommon.h"
 #include "D3D9Resource.h"
 
 #include "engine/RenderWindow.h"
@@ -11,7 +12,7 @@
 namespace kv
 {
 
-class CD3D9RenderWindow : public CRenderWindow, public CD3D9Resource
+class CD3D9RenderWindow : public CD3D9RenderTargetCommon<CRenderWindow>, public CD3D9Resource
 {
 public:
     CD3D9RenderWindow();
@@ -20,21 +21,7 @@ public:
     bool CopyToTexture(CTexture* texture) override;
     bool CopyToTarget(CRenderTarget* target, const RECT* source, const RECT* destination) override;
     bool GetAttribute(const char* name, void* out) override;
-    unsigned getWidth() const override;
-    unsigned getHeight() const override;
-    PixelFormat getFormat() const override;
-    bool SetDepthTexture(CTexture* texture) override;
-    void detachDepthBuffer() override;
-    void dropDepthBuffer() override;
-    bool _beginUpdate() override;
-    void _endUpdate() override;
     void swapBuffers() override;
-    bool IsAutoUpdate() override;
-    void SetActive(bool active) override;
-    bool IsActive() override;
-    void SetHwGamma(bool enable) override;
-    bool IsHwGamma() override;
-    unsigned char getFSAA() override;
 
     // Stores the settings in the engine's fields and nothing more: surfaces come
     // with BuildMainWindow or BuildSwapChain once the device stands.
