@@ -1,5 +1,7 @@
 #include "D3D9Mappings.h"
 
+#include <cstring>
+
 namespace kv
 {
 namespace D3D9Mappings
@@ -262,6 +264,28 @@ Matrix4 fromD3DMatrix(const D3DMATRIX& matrix)
         for (int j = 0; j < 4; ++j)
             result.m[i][j] = matrix.m[j][i];
     return result;
+}
+
+bool toD3DXImageFileFormat(const char* path, D3DXIMAGE_FILEFORMAT* format)
+{
+    static const struct
+    {
+        const char* ending;
+        D3DXIMAGE_FILEFORMAT format;
+    } kEndings[] = {{".bmp", D3DXIFF_BMP}, {".jpg", D3DXIFF_JPG}, {".tga", D3DXIFF_TGA},
+                    {".png", D3DXIFF_PNG}, {".dds", D3DXIFF_DDS}, {".ppm", D3DXIFF_PPM},
+                    {".dib", D3DXIFF_DIB}, {".hdr", D3DXIFF_HDR}, {".pfm", D3DXIFF_PFM}};
+    const std::size_t length = path ? std::strlen(path) : 0;
+    for (const auto& e : kEndings)
+    {
+        const std::size_t n = std::strlen(e.ending);
+        if (length >= n && _stricmp(path + length - n, e.ending) == 0)
+        {
+            *format = e.format;
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace D3D9Mappings

@@ -6,6 +6,8 @@
 // may arrive; each function has a defined answer for values it does not know.
 #include "D3D9Prerequisites.h"
 
+#include <d3dx9.h>
+
 #include "engine/HardwareBuffer.h"
 #include "engine/HardwareIndexBuffer.h"
 #include "engine/PixelFormat.h"
@@ -174,6 +176,10 @@ DWORD toD3DTexCoordIndex(TexCoordGeneration generation, const D3DCAPS9& caps);
 // Direct3D's on row vectors.
 D3DMATRIX toD3DMatrix(const Matrix4& matrix);
 Matrix4 fromD3DMatrix(const D3DMATRIX& matrix);
+
+// The image file format a path's ending names (".bmp" ... ".pfm", in any case);
+// false, with format untouched, for any other ending or a null path.
+bool toD3DXImageFileFormat(const char* path, D3DXIMAGE_FILEFORMAT* format);
 
 } // namespace D3D9Mappings
 } // namespace kv

@@ -5,6 +5,7 @@
 #include "D3D9HardwareIndexBuffer.h"
 #include "D3D9HardwareVertexBuffer.h"
 #include "D3D9Mappings.h"
+#include "D3D9MultiRenderTarget.h"
 #include "D3D9RenderWindow.h"
 #include "D3D9ResourceManager.h"
 #include "D3D9Texture.h"
@@ -15,7 +16,6 @@
 #include "engine/GpuProgram.h"
 #include "engine/HardwareOcclusionQuery.h"
 #include "engine/HardwareVertexBuffer.h"
-#include "engine/MultiRenderTarget.h"
 
 #include <cstring>
 #include <vector>
@@ -275,40 +275,13 @@ ref_ptr<CRenderWindow> CD3D9RenderSystem::CreateRenderWindow(HWND hWnd, unsigned
 
 ref_ptr<CMultiRenderTarget> CD3D9RenderSystem::CreateMultiRenderTarget()
 {
-    // Still missing: CD3D9MultiRenderTarget.
-    return ref_ptr<CMultiRenderTarget>();
+    return ref_ptr<CMultiRenderTarget>(new CD3D9MultiRenderTarget);
 }
 
 ref_ptr<CHardwareOcclusionQuery> CD3D9RenderSystem::CreateHardwareOcclusionQuery()
 {
     // Still missing: CD3D9HardwareOcclusionQuery.
     return ref_ptr<CHardwareOcclusionQuery>();
-}
-
-// --- Read-back.
-
-bool CD3D9RenderSystem::ScreenShotToMemory(void**, unsigned*, unsigned*)
-{
-    // Still missing: screenshots into memory.
-    return false;
-}
-
-bool CD3D9RenderSystem::ScreenShot(const char*, float, const RECT*)
-{
-    // Still missing: screenshots into files.
-    return false;
-}
-
-bool CD3D9RenderSystem::BeginGetRenderTargetData(CHardwarePixelBuffer*, void**, int*)
-{
-    // Still missing: read-back of render targets.
-    return false;
-}
-
-void CD3D9RenderSystem::EndGetRenderTargetData()
-{
-    if (m_pLockedReadbackSurface)
-        m_pLockedReadbackSurface->UnlockRect();
 }
 
 CDriverList* CD3D9RenderSystem::GetDriverList()

@@ -1,11 +1,11 @@
 // The life of a texture once it exists: its images, copies, saves, and what a
 // lost device does to it.
+#include "D3D9Mappings.h"
 #include "D3D9RenderSystem.h"
 #include "D3D9Texture.h"
 
 #include <d3dx9.h>
 
-#include <cctype>
 #include <cstring>
 #include <string>
 
@@ -123,13 +123,6 @@ void CD3D9Texture::copyToTexture(CTexture* target)
 
 bool CD3D9Texture::SaveToFile(const char* path)
 {
-    static const struct
-    {
-        const char* ending;
-        D3DXIMAGE_FILEFORMAT format;
-    } kEndings[] = {{".bmp", D3DXIFF_BMP}, {".jpg", D3DXIFF_JPG}, {".tga", D3DXIFF_TGA},
-                    {".png", D3DXIFF_PNG}, {".dds", D3DXIFF_DDS}, {".ppm", D3DXIFF_PPM},
-                    {".dib", D3DXIFF_DIB}, {".hdr", D3DXIFF_HDR}, {".pfm", D3DXIFF_PFM}};
     const std::string name = path ? path : "";
     if (!isCreated())
     {
@@ -137,22 +130,8 @@ bool CD3D9Texture::SaveToFile(const char* path)
                  "the texture has no native objects");
         return false;
     }
-    std::string lower = name;
-    for (char& c : lower)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     D3DXIMAGE_FILEFORMAT format = D3DXIFF_DDS;
-    bool known = false;
-    for (const auto& e : kEndings)
-    {
-        const std::size_t n = std::strlen(e.ending);
-        if (lower.size() >= n && lower.compare(lower.size() - n, n, e.ending) == 0)
-        {
-            format = e.format;
-            known = true;
-            break;
-        }
-    }
-    if (!known)
+    if (!D3D9Mappings::toD3DXImageFileFormat(name.c_str(), &format))
         LogError("Unknow Texture format to Save:%s", name.c_str());
     HRESULT hr = D3DXSaveTextureToFileA(name.c_str(), format, m_pTextures->baseTex, nullptr);
     if (FAILED(hr))
