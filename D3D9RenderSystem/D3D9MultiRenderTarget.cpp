@@ -63,7 +63,8 @@ void CD3D9MultiRenderTarget::bindSurfaceImpl(unsigned index, CRenderTexture* tar
         target->GetAttribute("BUFFER", &buffer);
     if (index >= MAX_SURFACES || !buffer)
     {
-        LogError("MultiRenderTarget: nothing to bind at %u (a render texture of the plug-in, at 0 to 7, is needed)",
+        LogError("Failed to bind a MultiRenderTarget surface at %u: a render texture of this render system at 0 to 7 "
+                 "is needed",
                  index);
         return;
     }
