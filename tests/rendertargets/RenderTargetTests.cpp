@@ -1,0 +1,327 @@
+// Render textures, multiple render targets, screenshots and read-back on the
+// recording d3d9.dll and d3dx9_43.dll: the pixels that reach textures, the
+// window, files and memory, the calls made, and the log lines of bad input.
+#include "KvDeviceTest.h"
+
+#include "D3D9HardwarePixelBuffer.h"
+#include "D3D9RenderTexture.h"
+
+#include "engine/MultiRenderTarget.h"
+#include "engine/Texture.h"
+
+#include "DxRecorder.h"
+
+#include <d3dx9.h>
+
+#include <cstdlib>
+
+using kvproxy::Method;
+using namespace kv;
+using namespace kvtest;
+
+namespace
+{
+
+uint64_t P(const void* p)
+{
+    return kvproxy::PtrArg(p);
+}
+
+// Pixels of a picture `width` wide, in columns [from, to), whose colour is not rgb.
+size_t CountNot(const uint32_t* pixels, size_t count, unsigned width, unsigned from, unsigned to, uint32_t rgb)
+{
+    size_t n = 0;
+    for (size_t i = 0; i < count; ++i)
+        n += i % width >= from && i % width < to && (pixels[i] & 0xFFFFFFu) != rgb;
+    return n;
+}
+size_t CountNot(const std::vector<uint32_t>& pixels, unsigned width, unsigned from, unsigned to, uint32_t rgb)
+{
+    return CountNot(pixels.data(), pixels.size(), width, from, to, rgb);
+}
+
+// A file's picture as X8R8G8B8, through D3DX.
+std::vector<uint32_t> ReadImage(IDirect3DDevice9* device, const std::string& path, unsigned* width)
+{
+    D3DXIMAGE_INFO info = {};
+    IDirect3DSurface9* s = nullptr;
+    D3DLOCKED_RECT locked;
+    std::vector<uint32_t> pixels;
+    if (SUCCEEDED(D3DXGetImageInfoFromFileA(path.c_str(), &info)) &&
+        SUCCEEDED(device->CreateOffscreenPlainSurface(info.Width, info.Height, D3DFMT_X8R8G8B8, D3DPOOL_SYSTEMMEM, &s,
+                                                      nullptr)) &&
+        SUCCEEDED(D3DXLoadSurfaceFromFileA(s, nullptr, nullptr, path.c_str(), nullptr, D3DX_FILTER_NONE, 0, nullptr)) &&
+        SUCCEEDED(s->LockRect(&locked, nullptr, D3DLOCK_READONLY)))
+    {
+        for (unsigned y = 0; y < info.Height; ++y)
+        {
+            const uint32_t* row =
+                reinterpret_cast<const uint32_t*>(static_cast<const uint8_t*>(locked.pBits) + y * locked.Pitch);
+            pixels.insert(pixels.end(), row, row + info.Width);
+        }
+        s->UnlockRect();
+    }
+    if (s)
+        s->Release();
+    *width = info.Width;
+    return pixels;
+}
+
+} // namespace
+
+class RenderTargetsTest : public KvDeviceTest
+{
+protected:
+    void SetUp() override
+    {
+        KvDeviceTest::SetUp();
+        ASSERT_TRUE(kvdx::Available()) << "this suite must run with the recording d3dx9_43.dll";
+        kvdx::Reset();
+    }
+    ref_ptr<CTexture> Target(unsigned size, unsigned char fsaa = 0, PixelFormat format = PF_A8R8G8B8)
+    {
+        return rs->CreateTextureManual(TEX_TYPE_2D, size, size, 1, 0, format, TU_RENDERTARGET, fsaa, false);
+    }
+    static CD3D9HardwarePixelBuffer* Buffer(CTexture* t)
+    {
+        return static_cast<CD3D9HardwarePixelBuffer*>(t->getBuffer(0, 0));
+    }
+    static CD3D9RenderTexture* RenderTexture(CTexture* t)
+    {
+        return static_cast<CD3D9RenderTexture*>(Buffer(t)->getRenderTarget(0));
+    }
+    // The target bound through a viewport over its left `columns` (all: 0),
+    // which are cleared to rgb (each channel 0 or 0xFF).
+    void Clear(CRenderTarget* target, uint32_t rgb, int columns = 0)
+    {
+        const CColour c(rgb >> 16 & 1, rgb >> 8 & 1, rgb & 1, 1.0f);
+        const int width = static_cast<int>(target->getWidth()), height = static_cast<int>(target->getHeight());
+        rs->_setViewport(CViewport(target, 0, 0, columns ? columns : width, height), 1, &c, 1.0f, 0);
+    }
+};
+
+TEST_F(RenderTargetsTest, SceneDrawnIntoATextureReachesTheWindow)
+{
+    ref_ptr<CTexture> texture = Target(kWidth);
+    CD3D9RenderTexture* target = RenderTexture(texture.get());
+    ASSERT_NE(nullptr, target);
+    rs->SetTexture(3, texture.get(), SamplerState());
+    mark = kvproxy::Here();
+    Clear(target, 0x00FF00);
+    Clear(target, 0xFF0000, kWidth / 2);
+    // Drawn into, the texture leaves sampler 3, shadow too, and its surface is colour target 0.
+    EXPECT_EQ((ArgList{{3, 0}}), ArgsOf(mark, Method::SetTexture, 2));
+    EXPECT_EQ(P(Buffer(texture.get())->getSurface()), ArgsOf(mark, Method::SetRenderTarget, 2).at(0).at(1));
+
+    kvproxy::Mark again = kvproxy::Here();
+    rs->SetTexture(3, texture.get(), SamplerState());
+    EXPECT_EQ(1u, kvproxy::CountSince(again, Method::SetTexture));
+
+    // Its picture on the window's left half: each half of that shows a half of the texture.
+    Clear(rs->m_pMainWindow.get(), 0x0000FF);
+    const RECT left = {0, 0, static_cast<LONG>(kWidth / 2), static_cast<LONG>(kHeight)};
+    EXPECT_TRUE(target->CopyToTarget(rs->m_pMainWindow.get(), nullptr, &left));
+    const std::vector<uint32_t> pixels = ReadBackBuffer();
+    EXPECT_EQ(0u, CountNot(pixels, kWidth, 0, kWidth / 4, 0xFF0000));
+    EXPECT_EQ(0u, CountNot(pixels, kWidth, kWidth / 4, kWidth / 2, 0x00FF00));
+    EXPECT_EQ(0u, CountNot(pixels, kWidth, kWidth / 2, kWidth, 0x0000FF));
+
+    // A depth texture stands as the depth surface.
+    ref_ptr<CTexture> depth =
+        rs->CreateTextureManual(TEX_TYPE_2D, kWidth, kWidth, 1, 0, PF_INTZ, TU_DEPTHSTENCIL, 0, false);
+    target->SetDepthTexture(depth.get());
+    mark = kvproxy::Here();
+    rs->_setRenderTarget(target);
+    EXPECT_EQ((ArgList{{P(Buffer(depth.get())->getSurface())}}), ArgsOf(mark, Method::SetDepthStencilSurface, 1));
+
+    // The buffer keeps its target across a reset: the engine may hold it.
+    ASSERT_TRUE(rs->Reset(hWnd, kWidth, kHeight, false, false, 0));
+    EXPECT_EQ(target, RenderTexture(texture.get()));
+}
+
+TEST_F(RenderTargetsTest, MultipleTargetsTakeTwoColoursFromOneDraw)
+{
+    ref_ptr<CTexture> a = Target(16), b = Target(16);
+    ref_ptr<CTexture> small = rs->CreateTextureManual(TEX_TYPE_2D, 16, 8, 1, 0, PF_R5G6B5, TU_RENDERTARGET, 0, false);
+    ref_ptr<CMultiRenderTarget> mrt = rs->CreateMultiRenderTarget();
+    CRenderTexture* const targets[] = {RenderTexture(a.get()), RenderTexture(b.get())};
+    mrt->bindSurface(targets, 2);
+    Clear(mrt.get(), 0);
+    const char source[] = "ps_2_0\ndef c0, 1, 0, 0, 1\ndef c1, 0, 1, 0, 1\nmov oC0, c0\nmov oC1, c1\n";
+    ID3DXBuffer* code = nullptr;
+    IDirect3DPixelShader9* shader = nullptr;
+    ASSERT_EQ(D3D_OK, D3DXAssembleShader(source, sizeof source - 1, nullptr, nullptr, 0, &code, nullptr));
+    ASSERT_EQ(D3D_OK, device->CreatePixelShader(static_cast<const DWORD*>(code->GetBufferPointer()), &shader));
+    code->Release();
+    FixedFunctionColour();
+    d3d->SetPixelShader(shader);
+    ref_ptr<CVertexDeclaration> declaration = ColourDeclaration();
+    const std::vector<ColourVertex> quad = Quad(-1, -1, 1, 1, 0);
+    ASSERT_TRUE(rs->_beginFrame());
+    rs->DrawIndexedPrimitiveUP(PT_TRIANGLE_LIST, 4, 6, kQuadIndices.data(), CHardwareIndexBuffer::IT_16BIT, quad.data(),
+                               sizeof(ColourVertex), declaration.get(), 1);
+    rs->_endFrame();
+    d3d->SetPixelShader(nullptr);
+    shader->Release();
+    EXPECT_EQ(0u, CountNot(ReadPixels(Buffer(a.get())->getSurface()), 16, 0, 16, 0xFF0000));
+    EXPECT_EQ(0u, CountNot(ReadPixels(Buffer(b.get())->getSurface()), 16, 0, 16, 0x00FF00));
+
+    // Another size and, where the device needs them equal, another bit depth
+    // are told and bound all the same; position 0 alone gives the size.
+    d3d->m_d3dcaps.PrimitiveMiscCaps &= ~D3DPMISCCAPS_MRTINDEPENDENTBITDEPTHS;
+    mrt->bindSurfaceImpl(2, RenderTexture(small.get()));
+    mrt->unbindSurface(0);
+    IDirect3DSurface9* surfaces[8] = {};
+    mrt->GetAttribute("DDBACKBUFFER", surfaces);
+    EXPECT_EQ(
+        (std::vector<std::string>{"MultiRenderTarget surfaces are not of same size",
+                                  "MultiRenderTarget surfaces are not of same bit depth and hardware requires it"}),
+        Errors());
+    EXPECT_EQ(Buffer(small.get())->getSurface(), surfaces[2]);
+    EXPECT_EQ(0u, mrt->getWidth());
+}
+
+TEST_F(RenderTargetsTest, MultisampledTextureFallsBackToFourSamplesAndResolves)
+{
+    // Wine takes 4 samples and refuses 8 to 5: the request steps down.
+    mark = kvproxy::Here();
+    ref_ptr<CTexture> texture = Target(16, 8);
+    ArgList asked;
+    for (const std::vector<uint64_t>& a : ArgsOf(mark, Method::D3D9_CheckDeviceMultiSampleType, 5))
+        asked.push_back({a[4]});
+    EXPECT_EQ((ArgList{{8}, {7}, {6}, {5}, {4}}), asked);
+    ASSERT_EQ(4, texture->getFSAA());
+    CD3D9RenderTexture* target = RenderTexture(texture.get());
+    IDirect3DSurface9* fsaa = Buffer(texture.get())->getFSAASurface();
+    IDirect3DSurface9* surface = Buffer(texture.get())->getSurface();
+
+    mark = kvproxy::Here();
+    Clear(target, 0x00FFFF);
+    target->swapBuffers();
+    EXPECT_EQ(P(fsaa), ArgsOf(mark, Method::SetRenderTarget, 2).at(0).at(1)) << "drawn through the fsaa surface";
+    EXPECT_EQ((ArgList{{P(fsaa), 0, P(surface), 0, D3DTEXF_POINT}}), ArgsOf(mark, Method::StretchRect, 5));
+    EXPECT_EQ(0u, CountNot(ReadPixels(surface), 16, 0, 16, 0x00FFFF));
+    kvproxy::FailMethod(Method::StretchRect, D3DERR_INVALIDCALL);
+    target->swapBuffers();
+    EXPECT_EQ((std::vector<std::string>{"Unable to copy AA buffer to final buffer: D3D9RenderTexture::swapBuffers"}),
+              Errors());
+
+    // A capture resolves it too, and each failing step is named.
+    mark = kvproxy::Here();
+    void* pixels = nullptr;
+    unsigned size = 0, pitch = 0;
+    ASSERT_TRUE(rs->ScreenShotToMemory(&pixels, &size, &pitch));
+    EXPECT_EQ(16u * 16 * 4, size);
+    EXPECT_EQ(0u, CountNot(static_cast<uint32_t*>(pixels), 256, 16, 0, 16, 0x00FFFF));
+    std::free(pixels);
+    EXPECT_TRUE(
+        kvproxy::CalledInOrder(mark, {Method::GetRenderTarget, Method::CreateOffscreenPlainSurface,
+                                      Method::CreateRenderTarget, Method::StretchRect, Method::GetRenderTargetData}));
+    const std::pair<Method, const char*> steps[] = {
+        {Method::GetRenderTarget, "GetRenderTarget"},
+        {Method::CreateOffscreenPlainSurface, "CreateOffscreenPlainSurface"},
+        {Method::StretchRect, "MULTISAMPLEStretchRect"}};
+    for (const auto& step : steps)
+    {
+        ClearLog();
+        kvproxy::FailMethod(step.first, D3DERR_INVALIDCALL, 2);
+        EXPECT_FALSE(rs->ScreenShot("x.png", 0.5f, nullptr));
+        EXPECT_FALSE(rs->ScreenShotToMemory(&pixels, &size, &pitch));
+        EXPECT_EQ((std::vector<std::string>{std::string("Failed to ScreenShot:x.png, 0.500000, ") + step.second,
+                                            std::string("Failed to ScreenShot: ") + step.second}),
+                  Errors());
+    }
+}
+
+TEST_F(RenderTargetsTest, ScreenShotPicksFormatScaleAndRectangle)
+{
+    Clear(rs->m_pMainWindow.get(), 0x00FF00);
+    Clear(rs->m_pMainWindow.get(), 0xFF0000, kWidth / 2);
+    char temp[MAX_PATH];
+    GetTempPathA(MAX_PATH, temp);
+    const std::string dir = std::string(temp) + "kv_rendertargets_";
+    const RECT outside = {0, 0, 128, 128}, middle = {24, 0, 40, 4};
+    // A rectangle cuts the saved picture, the scaled one when there is one.
+    // Failures are silent. Pictures are read back from PNG files.
+    struct Row
+    {
+        const char* file;
+        float scale;
+        const RECT* rect;
+        bool saved, scaled;
+        D3DXIMAGE_FILEFORMAT format;
+        unsigned width;
+    } rows[] = {
+        {"shot.PNG", 1.0f, nullptr, true, false, D3DXIFF_PNG, 64},
+        {"shot", 1.0000001f, nullptr, true, false, D3DXIFF_JPG, 0},
+        {"shot.bmp", 1.001f, nullptr, true, true, D3DXIFF_BMP, 64},
+        {"half.png", 0.5f, nullptr, true, true, D3DXIFF_PNG, 32},
+        {"zero.png", 0.0f, nullptr, true, true, D3DXIFF_PNG, 1},
+        {"negative.png", -2.0f, nullptr, true, true, D3DXIFF_PNG, 1},
+        {"middle.png", 1.0f, &middle, true, false, D3DXIFF_PNG, 16},
+        {"outside.png", 1.0f, &outside, false, false, D3DXIFF_PNG, 0},
+        {"missing\\folder.png", 1.0f, nullptr, false, false, D3DXIFF_PNG, 0},
+    };
+    for (const Row& r : rows)
+    {
+        SCOPED_TRACE(r.file);
+        kvdx::Reset();
+        const std::string path = dir + r.file;
+        EXPECT_EQ(r.saved, rs->ScreenShot(path.c_str(), r.scale, r.rect));
+        EXPECT_TRUE(Errors().empty());
+        const std::vector<KvDxCall> made = kvdx::Calls(kvdx::Fn::CreateTexture),
+                                    saves = kvdx::Calls(kvdx::Fn::SaveSurfaceToFileA);
+        ASSERT_EQ(r.scaled ? 1u : 0u, made.size());
+        for (const KvDxCall& c : made)
+            EXPECT_EQ((std::vector<uint64_t>{r.width, r.width, 1, 0, D3DFMT_R8G8B8, D3DPOOL_SYSTEMMEM}),
+                      std::vector<uint64_t>(c.args, c.args + 6));
+        ASSERT_EQ(1u, saves.size());
+        EXPECT_EQ(static_cast<uint64_t>(r.format), saves[0].args[0]);
+        if (r.format != D3DXIFF_PNG || !r.saved)
+            continue;
+        unsigned width = 0;
+        const std::vector<uint32_t> image = ReadImage(device, path, &width);
+        EXPECT_EQ(r.width * (r.rect ? 4 : r.width), image.size());
+        // The edge between the halves may blend when scaled.
+        EXPECT_EQ(0u, CountNot(image, width, 0, width / 2 - 1, 0xFF0000));
+        EXPECT_EQ(0u, CountNot(image, width, width / 2 + 1, width, 0x00FF00));
+    }
+}
+
+TEST_F(RenderTargetsTest, ReadBackKeepsOneSurfaceASizeAndClosesWhatItOpened)
+{
+    ref_ptr<CTexture> texture = Target(16), other = Target(16, 0, PF_R5G6B5);
+    Clear(RenderTexture(texture.get()), 0xFF00FF);
+    mark = kvproxy::Here();
+    void* bits = nullptr;
+    int pitch = 0;
+    for (CTexture* t : {texture.get(), texture.get(), other.get()})
+    {
+        ASSERT_TRUE(rs->BeginGetRenderTargetData(Buffer(t), &bits, &pitch));
+        EXPECT_EQ(0u, t == texture.get() ? CountNot(static_cast<uint32_t*>(bits), 256, 16, 0, 16, 0xFF00FF) : 0u);
+        rs->EndGetRenderTargetData();
+    }
+    EXPECT_EQ(32, pitch);
+    EXPECT_EQ((ArgList{{16, 16, D3DFMT_A8R8G8B8}, {16, 16, D3DFMT_R5G6B5}}),
+              ArgsOf(mark, Method::CreateOffscreenPlainSurface, 3));
+    EXPECT_TRUE(Errors().empty());
+
+    // Begun twice, the second finds its surface locked, and the end closes the
+    // first: the next begin works. An end without a begin is told.
+    ASSERT_TRUE(rs->BeginGetRenderTargetData(Buffer(texture.get()), &bits, &pitch));
+    EXPECT_FALSE(rs->BeginGetRenderTargetData(Buffer(texture.get()), &bits, &pitch));
+    rs->EndGetRenderTargetData();
+    rs->EndGetRenderTargetData();
+    EXPECT_TRUE(rs->BeginGetRenderTargetData(Buffer(texture.get()), &bits, &pitch));
+    rs->EndGetRenderTargetData();
+    EXPECT_EQ((std::vector<std::string>{"Failed to BeginGetRenderTargetData, GetRenderTargetData",
+                                        "EndGetRenderTargetData without an open BeginGetRenderTargetData"}),
+              Errors());
+
+    // A texture that is no render target reads back nothing, silently.
+    ClearLog();
+    ref_ptr<CTexture> plain = rs->CreateTextureManual(TEX_TYPE_2D, 16, 16, 1, 0, PF_A8R8G8B8, 0, 0, false);
+    EXPECT_FALSE(rs->BeginGetRenderTargetData(Buffer(plain.get()), &bits, &pitch));
+    EXPECT_EQ(nullptr, d3d->m_pLockedReadbackSurface);
+    EXPECT_TRUE(Errors().empty());
+}
