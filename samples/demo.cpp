@@ -1,13 +1,17 @@
 // A small host that does what the engine does: it loads D3D9RenderSystem.dll,
 // asks it for its render system through the one export, opens a real window
-// and runs Init. Then it draws frames the engine's way: each frame opens a
-// scene, clears the window through _setViewport, draws a grid of turning cubes
-// as one indexed, hardware-instanced draw (the cube in a managed vertex and
-// index buffer, the per-cube data in a dynamic default-pool buffer written
-// again every frame), closes the scene and presents through the window's
-// swapBuffers. Half-way the window grows and the device follows through the
-// render system's Reset, and the drawing goes on at the new size. The last
-// frame's back buffer goes to out/demo.png through D3DX.
+// and runs Init. Then it draws frames the engine's way. Each frame draws the
+// scene into a render texture: a multisampled texture the window's size,
+// bound and cleared through _setViewport, in a scene of its own, holding a
+// grid of turning cubes as one indexed, hardware-instanced draw (the cube in a
+// managed vertex and index buffer, the per-cube data in a dynamic default-pool
+// buffer written again every frame) and in front of it four cubes textured
+// from image files. The render texture's swapBuffers resolves the samples
+// into the texture, which a post-process pass (an assembled pixel shader)
+// draws onto the window, and the window's swapBuffers presents. Half-way the
+// window grows, the device follows through the render system's Reset, and the
+// scene gets a texture of the new size. The last frame goes to out/demo.png
+// through the render system's ScreenShot.
 //
 // The cubes are shaded by the samples' lit shader (samples/shader/lit.fx)
 // through the render system's programs: made by CreateGpuProgram, its
@@ -29,12 +33,15 @@
 #include "engine/GpuProgramCompileThread.h"
 #include "engine/GpuProgramManager.h"
 #include "engine/HardwareIndexBuffer.h"
+#include "engine/HardwarePixelBuffer.h"
 #include "engine/HardwareVertexBuffer.h"
 #include "engine/IndexData.h"
 #include "engine/Log.h"
 #include "engine/RenderSystem.h"
+#include "engine/RenderTexture.h"
 #include "engine/RenderWindow.h"
 #include "engine/Root.h"
+#include "engine/Texture.h"
 #include "engine/Timer.h"
 #include "engine/VertexData.h"
 #include "engine/VertexDeclaration.h"
@@ -45,6 +52,7 @@
 #include <d3d9.h>
 #include <d3dx9.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -262,15 +270,76 @@ std::string Describe(const CallCounts& counts)
     return text.empty() ? "none" : text;
 }
 
-// The back buffer of the main window into a PNG file, through D3DX.
-bool SaveBackBuffer(IDirect3DDevice9* device, const char* path)
+// --- Shaders set straight on the device.
+
+// The render system shadows the device's current shaders and shader constants,
+// so that an activation repeating them makes no device call. The textured
+// cubes and the post-process pass set shaders of their own straight on the
+// device (this platform's HLSL compiler cannot sample, so their pixel shaders
+// are assembled, which the render system's programs do not do): this scope
+// puts back, when it ends, the shaders and the vertex shader constants it
+// found, so the shadows are true again for the next activation.
+class DeviceShaderScope
 {
-    IDirect3DSurface9* back = nullptr;
-    if (FAILED(device->GetBackBuffer(0, 0, D3DBACKBUFFER_TYPE_MONO, &back)) || !back)
-        return false;
-    HRESULT hr = D3DXSaveSurfaceToFileA(path, D3DXIFF_PNG, back, nullptr, nullptr);
-    back->Release();
-    return SUCCEEDED(hr);
+public:
+    DeviceShaderScope(IDirect3DDevice9* device, unsigned vertexRegisters)
+        : m_device(device), m_constants(vertexRegisters * 4)
+    {
+        device->GetVertexShader(&m_vertexShader);
+        device->GetPixelShader(&m_pixelShader);
+        if (vertexRegisters)
+            device->GetVertexShaderConstantF(0, m_constants.data(), vertexRegisters);
+    }
+    ~DeviceShaderScope()
+    {
+        m_device->SetVertexShader(m_vertexShader);
+        m_device->SetPixelShader(m_pixelShader);
+        if (!m_constants.empty())
+            m_device->SetVertexShaderConstantF(0, m_constants.data(), static_cast<UINT>(m_constants.size() / 4));
+        if (m_vertexShader)
+            m_vertexShader->Release();
+        if (m_pixelShader)
+            m_pixelShader->Release();
+    }
+    DeviceShaderScope(const DeviceShaderScope&) = delete;
+    DeviceShaderScope& operator=(const DeviceShaderScope&) = delete;
+
+private:
+    IDirect3DDevice9* m_device;
+    IDirect3DVertexShader9* m_vertexShader = nullptr;
+    IDirect3DPixelShader9* m_pixelShader = nullptr;
+    std::vector<float> m_constants;
+};
+
+// The code of an assembled shader, or null (and a message).
+ID3DXBuffer* Assemble(const char* name, const char* text)
+{
+    ID3DXBuffer* code = nullptr;
+    ID3DXBuffer* errors = nullptr;
+    if (FAILED(D3DXAssembleShader(text, static_cast<UINT>(std::strlen(text)), nullptr, nullptr, 0, &code, &errors)))
+        std::printf("demo: shader %s did not assemble: %s\n", name,
+                    errors ? static_cast<const char*>(errors->GetBufferPointer()) : "no message");
+    if (errors)
+        errors->Release();
+    return code;
+}
+
+bool MakePixelShader(IDirect3DDevice9* device, const char* name, const char* text, IDirect3DPixelShader9** shader)
+{
+    ID3DXBuffer* code = Assemble(name, text);
+    const bool ok =
+        code && SUCCEEDED(device->CreatePixelShader(static_cast<const DWORD*>(code->GetBufferPointer()), shader));
+    if (code)
+        code->Release();
+    return ok;
+}
+
+template <class T>
+void ReleaseShader(T*& shader)
+{
+    if (shader)
+        shader->Release();
+    shader = nullptr;
 }
 
 // --- Programs.
@@ -328,13 +397,15 @@ ref_ptr<kv::CGpuProgram> PrepareProgram(kv::CRenderSystem* rs, const char* name,
 
 // --- The scene: a grid of cubes, one mesh drawn once per cube by instancing.
 
-// Stream 0 carries the cube with its normals, stream 1 one record per cube:
-// the three rows of its world transform and its colour. The lit program's
-// instanced, vertex-coloured variant reads them (samples/shader/lit.fx).
+// Stream 0 carries the cube with its normals and texture coordinates, stream
+// 1 one record per cube: the three rows of its world transform and its colour.
+// The lit program's instanced, vertex-coloured variant reads them
+// (samples/shader/lit.fx); the textured cubes read the first stream alone.
 struct CubeVertex
 {
     float x, y, z;
     float nx, ny, nz;
+    float u, v;
 };
 
 struct CubeInstance
@@ -353,11 +424,55 @@ uint32_t Packed(const kv::CColour& c)
     return 0xFF000000u | byte(c.r) << 16 | byte(c.g) << 8 | byte(c.b);
 }
 
+// In front of the grid a row of larger cubes, each textured from one image
+// file of another format, loaded through the render system's CreateTexture
+// (the files are made by samples/textures/make_textures.py).
+const char* const kTextureFiles[] = {"samples/textures/crate.bmp", "samples/textures/bricks.tga",
+                                     "samples/textures/checker.png", "samples/textures/tiles.dds"};
+const unsigned kTexturedCubes = 4;
+
+// The textured cubes' vertex shader compiles with D3DX; this platform's HLSL
+// compiler cannot sample, so their pixel shader is assembled: the texel,
+// shaded by the face's light.
+const char kTexturedVertexShader[] = R"(
+float4x4 worldViewProjection;
+float4x4 world;
+float4 lightDirection;
+struct Input
+{
+    float3 position : POSITION;
+    float3 normal : NORMAL;
+    float2 uv : TEXCOORD0;
+};
+struct Output
+{
+    float4 position : POSITION;
+    float4 shade : COLOR0;
+    float2 uv : TEXCOORD0;
+};
+Output main(Input input)
+{
+    Output output;
+    output.position = mul(float4(input.position, 1.0), worldViewProjection);
+    float3 normal = mul(float4(input.normal, 0.0), world).xyz;
+    float lit = 0.3 + 0.7 * clamp(mul(normal, lightDirection.xyz), 0.0, 1.0);
+    output.shade = float4(lit, lit, lit, 1.0);
+    output.uv = input.uv;
+    return output;
+}
+)";
+const char kTexturedPixelShader[] = "ps_3_0\n"
+                                    "dcl_color0 v0\n"
+                                    "dcl_texcoord0 v1.xy\n"
+                                    "dcl_2d s0\n"
+                                    "texld r0, v1, s0\n"
+                                    "mul oC0, r0, v0\n";
+
 class CubeGrid
 {
 public:
     // Everything through the render system's factories, as the engine makes it.
-    bool Make(kv::CRenderSystem* rs, kv::CGpuProgram* program)
+    bool Make(kv::CRenderSystem* rs, IDirect3DDevice9* device, kv::CGpuProgram* program)
     {
         m_program = program;
         if (!program)
@@ -374,9 +489,10 @@ public:
         for (unsigned f = 0; f < 6; ++f)
         {
             const uint16_t base = static_cast<uint16_t>(vertices.size());
-            for (const auto& corner : faces[f])
-                vertices.push_back({corner[0] * kCubeSize, corner[1] * kCubeSize, corner[2] * kCubeSize, normals[f][0],
-                                    normals[f][1], normals[f][2]});
+            static const float uv[4][2] = {{0, 1}, {0, 0}, {1, 0}, {1, 1}};
+            for (unsigned c = 0; c < 4; ++c)
+                vertices.push_back({faces[f][c][0] * kCubeSize, faces[f][c][1] * kCubeSize, faces[f][c][2] * kCubeSize,
+                                    normals[f][0], normals[f][1], normals[f][2], uv[c][0], uv[c][1]});
             for (uint16_t i : {0, 1, 2, 0, 2, 3})
                 indices.push_back(static_cast<uint16_t>(base + i));
         }
@@ -415,14 +531,15 @@ public:
         m_indexData = rs->CreateIndexData();
         m_indexData->m_pBuffer = m_indices;
         m_indexData->m_nIndexCount = static_cast<unsigned>(indices.size());
-        return true;
+        return MakeTextured(rs, device, static_cast<unsigned>(vertices.size()));
     }
 
     // One frame's cubes: the engine's camera as the global viewProjection, the
     // variant of the current switches made current, the material and lights
-    // set through the program, then one instanced draw. False when the program
-    // could not be activated (its variant not ready).
-    bool Draw(kv::CRenderSystem* rs, float time, unsigned width, unsigned height, bool fog,
+    // set through the program, then one instanced draw; then the textured
+    // cubes. False when the program could not be activated (its variant not
+    // ready).
+    bool Draw(kv::CRenderSystem* rs, IDirect3DDevice9* device, float time, unsigned width, unsigned height, bool fog,
               const kv::CColour& background)
     {
         std::vector<CubeInstance> cubes;
@@ -476,11 +593,21 @@ public:
         rs->SetVertexBuffers(1, m_instanceData.get(), 0);
         rs->SetIndexBuffer(m_indices.get());
         rs->DrawPrimitive(kv::PT_TRIANGLE_LIST, m_meshData.get(), m_indexData.get(), kCubes, true);
+        DrawTextured(rs, device, time, viewProjection, directions);
         return true;
     }
 
     void Release()
     {
+        m_texturedData = nullptr;
+        m_texturedDeclaration = nullptr;
+        for (ref_ptr<kv::CTexture>& t : m_textures)
+            t = nullptr;
+        if (m_texturedConstants)
+            m_texturedConstants->Release();
+        m_texturedConstants = nullptr;
+        ReleaseShader(m_texturedVertexShader);
+        ReleaseShader(m_texturedPixelShader);
         m_meshData = nullptr;
         m_instanceData = nullptr;
         m_indexData = nullptr;
@@ -492,6 +619,87 @@ public:
     }
 
 private:
+    bool MakeTextured(kv::CRenderSystem* rs, IDirect3DDevice9* device, unsigned vertexCount)
+    {
+        ID3DXBuffer* code = nullptr;
+        ID3DXBuffer* errors = nullptr;
+        if (FAILED(D3DXCompileShader(kTexturedVertexShader, sizeof kTexturedVertexShader - 1, nullptr, nullptr, "main",
+                                     "vs_3_0", 0, &code, &errors, &m_texturedConstants)))
+            std::printf("demo: the textured cubes' vertex shader did not compile: %s\n",
+                        errors ? static_cast<const char*>(errors->GetBufferPointer()) : "no message");
+        const bool made = code && SUCCEEDED(device->CreateVertexShader(
+                                      static_cast<const DWORD*>(code->GetBufferPointer()), &m_texturedVertexShader));
+        if (code)
+            code->Release();
+        if (errors)
+            errors->Release();
+        if (!made || !MakePixelShader(device, "textured", kTexturedPixelShader, &m_texturedPixelShader))
+            return false;
+        // The registers the shader's constants take, which the draw puts back.
+        D3DXCONSTANTTABLE_DESC table;
+        m_texturedConstants->GetDesc(&table);
+        for (UINT i = 0; i < table.Constants; ++i)
+        {
+            D3DXCONSTANT_DESC desc;
+            UINT count = 1;
+            if (SUCCEEDED(
+                    m_texturedConstants->GetConstantDesc(m_texturedConstants->GetConstant(nullptr, i), &desc, &count)))
+                m_texturedRegisters = std::max(m_texturedRegisters, desc.RegisterIndex + desc.RegisterCount);
+        }
+
+        for (unsigned i = 0; i < kTexturedCubes; ++i)
+        {
+            m_textures[i] = rs->CreateTexture(kTextureFiles[i], kv::TEX_TYPE_2D, -1, false);
+            if (!m_textures[i])
+                return false;
+            std::printf("demo: texture %s loaded, %ux%u, %u levels\n", kTextureFiles[i], m_textures[i]->mWidth,
+                        m_textures[i]->mHeight, m_textures[i]->mNumMipmaps + 1);
+        }
+        const kv::VertexElement elements[] = {kv::VertexElement(0, 0, kv::VET_FLOAT3, kv::VES_POSITION),
+                                              kv::VertexElement(0, 12, kv::VET_FLOAT3, kv::VES_NORMAL),
+                                              kv::VertexElement(0, 24, kv::VET_FLOAT2, kv::VES_TEXTURE_COORDINATES)};
+        m_texturedDeclaration = rs->CreateVertexDeclaration(elements, 3);
+        m_texturedData = rs->CreateVertexData();
+        m_texturedData->m_pDeclaration = m_texturedDeclaration;
+        m_texturedData->m_pBuffer = m_mesh;
+        m_texturedData->m_nVertexCount = vertexCount;
+        return m_texturedDeclaration != nullptr;
+    }
+
+    // One draw a cube, each with its file's texture, through the render
+    // system's streams, samplers and states; only the shaders and their
+    // constants go straight to the device, and are put back afterwards. In a
+    // viewing mode the pixel shader the mode put in place stays, as it does
+    // for the render system's programs.
+    void DrawTextured(kv::CRenderSystem* rs, IDirect3DDevice9* device, float time, const D3DXMATRIX& viewProjection,
+                      const float* lightDirection)
+    {
+        DeviceShaderScope scope(device, m_texturedRegisters);
+        device->SetVertexShader(m_texturedVertexShader);
+        if (rs->GetFillMode() < kv::FILL_WIRE_BLACK)
+            device->SetPixelShader(m_texturedPixelShader);
+        m_texturedConstants->SetVector(device, "lightDirection", reinterpret_cast<const D3DXVECTOR4*>(lightDirection));
+        // No mip filter: the files load into textures that generate their own
+        // levels, and Wine's device (measured) leaves those levels black.
+        kv::SamplerState sampler;
+        sampler.mipFilter = kv::FO_NONE;
+        rs->SetVertexBuffers(0, m_texturedData.get(), 0);
+        for (unsigned i = 0; i < kTexturedCubes; ++i)
+        {
+            D3DXMATRIX scale, turn, tilt, place, world, all;
+            D3DXMatrixScaling(&scale, 1.7f, 1.7f, 1.7f);
+            D3DXMatrixRotationY(&turn, 0.7f * time + 1.3f * i);
+            D3DXMatrixRotationX(&tilt, 0.45f);
+            D3DXMatrixTranslation(&place, (static_cast<float>(i) - 1.5f) * 1.7f, -1.55f, -3.0f);
+            world = scale * turn * tilt * place;
+            all = world * viewProjection;
+            m_texturedConstants->SetMatrix(device, "world", &world);
+            m_texturedConstants->SetMatrix(device, "worldViewProjection", &all);
+            rs->SetTexture(0, m_textures[i].get(), sampler);
+            rs->DrawPrimitive(kv::PT_TRIANGLE_LIST, m_texturedData.get(), m_indexData.get(), 1, false);
+        }
+    }
+
     kv::CGpuProgram* m_program = nullptr; // held by the host
     ref_ptr<kv::CVertexDeclaration> m_declaration;
     ref_ptr<kv::CHardwareVertexBuffer> m_mesh;
@@ -500,7 +708,136 @@ private:
     ref_ptr<kv::CVertexData> m_meshData;
     ref_ptr<kv::CVertexData> m_instanceData;
     ref_ptr<kv::CIndexData> m_indexData;
+    IDirect3DVertexShader9* m_texturedVertexShader = nullptr;
+    IDirect3DPixelShader9* m_texturedPixelShader = nullptr;
+    ID3DXConstantTable* m_texturedConstants = nullptr;
+    unsigned m_texturedRegisters = 0;
+    ref_ptr<kv::CTexture> m_textures[kTexturedCubes];
+    ref_ptr<kv::CVertexDeclaration> m_texturedDeclaration;
+    ref_ptr<kv::CVertexData> m_texturedData;
 };
+
+// --- Post-processing: the scene's texture on the window.
+
+// A full-window quad through a pass-through vertex shader and an assembled
+// pixel shader: the scene's texel, warmed a little and darkened towards the
+// corners.
+const char kPostVertexShader[] = "vs_3_0\n"
+                                 "dcl_position v0\n"
+                                 "dcl_texcoord v1\n"
+                                 "dcl_position o0\n"
+                                 "dcl_texcoord o1\n"
+                                 "mov o0, v0\n"
+                                 "mov o1, v1\n";
+const char kPostPixelShader[] = "ps_3_0\n"
+                                "def c0, 0.5, 0.5, 1.7, 1.0\n"
+                                "def c1, 1.06, 1.0, 0.92, 0.0\n"
+                                "dcl_texcoord0 v0.xy\n"
+                                "dcl_2d s0\n"
+                                "texld r0, v0, s0\n"
+                                "sub r1.xy, v0, c0\n"
+                                "mul r1.xy, r1, r1\n"
+                                "add r1.x, r1.x, r1.y\n"
+                                "mad r1.x, -r1.x, c0.z, c0.w\n"
+                                "max r1.x, r1.x, c1.w\n"
+                                "mul r0.xyz, r0, c1\n"
+                                "mul r0.xyz, r0, r1.x\n"
+                                "mov oC0, r0\n";
+
+class PostProcess
+{
+public:
+    bool Make(kv::CRenderSystem* rs, IDirect3DDevice9* device)
+    {
+        ID3DXBuffer* code = Assemble("post-process vertex", kPostVertexShader);
+        const bool made =
+            code && SUCCEEDED(device->CreateVertexShader(static_cast<const DWORD*>(code->GetBufferPointer()), &m_vs));
+        if (code)
+            code->Release();
+        const kv::VertexElement elements[] = {kv::VertexElement(0, 0, kv::VET_FLOAT3, kv::VES_POSITION),
+                                              kv::VertexElement(0, 12, kv::VET_FLOAT2, kv::VES_TEXTURE_COORDINATES)};
+        m_declaration = rs->CreateVertexDeclaration(elements, 2);
+        return made && m_declaration && MakePixelShader(device, "post-process", kPostPixelShader, &m_ps);
+    }
+
+    // Into the window's back buffer, bound by the caller. The scene's texture
+    // stays on sampler 0: binding it as a target again takes it off there.
+    void Draw(kv::CRenderSystem* rs, IDirect3DDevice9* device, kv::CTexture* scene, unsigned width, unsigned height)
+    {
+        struct Vertex
+        {
+            float x, y, z, u, v;
+        };
+        // Half a pixel up and left, so that each pixel's centre meets its texel's.
+        const float dx = 1.0f / width, dy = 1.0f / height;
+        const Vertex quad[4] = {{-1 - dx, 1 + dy, 0.5f, 0, 0},
+                                {1 - dx, 1 + dy, 0.5f, 1, 0},
+                                {-1 - dx, -1 + dy, 0.5f, 0, 1},
+                                {1 - dx, -1 + dy, 0.5f, 1, 1}};
+        rs->SetDepthCheckEnabled(false);
+        rs->SetDepthWriteEnabled(false);
+        rs->SetCullingMode(kv::CULL_NONE);
+        rs->SetTexture(0, scene, kv::SamplerState::S_2LINEAR_2CLAMP);
+        DeviceShaderScope scope(device, 0);
+        device->SetVertexShader(m_vs);
+        device->SetPixelShader(m_ps);
+        rs->DrawPrimitiveUP(kv::PT_TRIANGLE_STRIP, 4, quad, sizeof(Vertex), m_declaration.get(), 1);
+    }
+
+    void Release()
+    {
+        m_declaration = nullptr;
+        ReleaseShader(m_vs);
+        ReleaseShader(m_ps);
+    }
+
+private:
+    IDirect3DVertexShader9* m_vs = nullptr;
+    IDirect3DPixelShader9* m_ps = nullptr;
+    ref_ptr<kv::CVertexDeclaration> m_declaration;
+};
+
+// --- A frame.
+
+// The texture the scene is drawn into: the window's size and format,
+// multisampled with as many samples up to 8 as the device takes.
+ref_ptr<kv::CTexture> MakeSceneTexture(kv::CRenderSystem* rs, unsigned width, unsigned height)
+{
+    ref_ptr<kv::CTexture> texture =
+        rs->CreateTextureManual(kv::TEX_TYPE_2D, width, height, 1, 0, kv::PF_UNKNOWN, kv::TU_RENDERTARGET, 8, false);
+    if (texture)
+        std::printf("demo: scene texture %ux%u, 8 samples asked for, %u taken\n", texture->mWidth, texture->mHeight,
+                    static_cast<unsigned>(texture->getFSAA()));
+    return texture;
+}
+
+// The render texture that draws into the texture's image, made by its pixel buffer.
+kv::CRenderTarget* TargetOf(kv::CTexture* texture)
+{
+    kv::CHardwarePixelBuffer* buffer = texture ? texture->getBuffer(0, 0) : nullptr;
+    return buffer ? buffer->getRenderTarget(0) : nullptr;
+}
+
+// The scene into its texture in a scene of its own, resolved, then the
+// texture post-processed onto the window, not yet presented. -1 when a scene
+// could not open; else whether the lit program was ready.
+int DrawFrame(kv::CRenderSystem* rs, kv::CRenderWindow* window, kv::CTexture* sceneTexture, CubeGrid& grid,
+              PostProcess& post, float time, unsigned width, unsigned height, bool fog, const kv::CColour& background)
+{
+    kv::CRenderTarget* scene = TargetOf(sceneTexture);
+    if (!scene->_beginUpdate())
+        return -1;
+    rs->_setViewport(kv::CViewport(scene, 0.0f, 0.0f, 1.0f, 1.0f), 7, &background, 1.0f, 0);
+    const bool activated = grid.Draw(rs, rs->GetD3D9Device(), time, width, height, fog, background);
+    scene->_endUpdate();
+    scene->swapBuffers();
+    if (!window->_beginUpdate())
+        return -1;
+    rs->_setViewport(kv::CViewport(window, 0.0f, 0.0f, 1.0f, 1.0f), 0, nullptr, 1.0f, 0);
+    post.Draw(rs, rs->GetD3D9Device(), sceneTexture, width, height);
+    window->_endUpdate();
+    return activated ? 1 : 0;
+}
 
 } // namespace
 
@@ -582,9 +919,11 @@ int main(int argc, char** argv)
         lit = PrepareProgram(rs, "lit", {{kLitInstanced, 2}, {kLitInstanced | kLitFog, 2}});
     }
 
-    // The frames. Each clears the whole window (colour, depth and stencil),
-    // draws the cubes and presents. Half-way the window grows and the device is
-    // reset to its new size through the render system's Reset.
+    // The frames. Each draws the scene into a multisampled texture the size
+    // of the window (clearing colour, depth and stencil), resolves it, and
+    // post-processes it onto the window, which it presents. Half-way the
+    // window grows, the device is reset to its new size through the render
+    // system's Reset, and the scene gets a texture of the new size.
     const unsigned newWidth = 800, newHeight = 450;
     unsigned drawn = 0, scenesRefused = 0, unavailable = 0, notActivated = 0;
     unsigned frameWidth = width, frameHeight = height;
@@ -593,11 +932,17 @@ int main(int argc, char** argv)
     kv::CTimer lastFrame = {};
     unsigned long long totalDraws = 0, totalPrimitives = 0, totalVertices = 0, totalInstances = 0;
     kv::CRenderWindow* window = rs->m_pMainWindow.get();
+    IDirect3DDevice9* device = rs->GetD3D9Device();
     CubeGrid grid;
+    PostProcess post;
+    ref_ptr<kv::CTexture> sceneTexture;
     if (ok && window)
     {
-        sceneMade = grid.Make(rs, lit.get());
-        std::printf("demo: cube grid of %u cubes %s\n", kCubes, sceneMade ? "made" : "could NOT be made");
+        sceneMade = grid.Make(rs, device, lit.get());
+        std::printf("demo: cube grid of %u lit cubes and %u textured ones %s\n", kCubes, kTexturedCubes,
+                    sceneMade ? "made" : "could NOT be made");
+        sceneTexture = MakeSceneTexture(rs, width, height);
+        sceneMade = sceneMade && post.Make(rs, device) && TargetOf(sceneTexture.get());
     }
     const kv::CColour background(0.08f, 0.09f, 0.13f, 1.0f);
     const int resetsBefore = kv::GetRoot()->m_nDeviceResetCount;
@@ -617,6 +962,9 @@ int main(int argc, char** argv)
                             kv::GetRoot()->m_nDeviceResetCount - resetsBefore);
                 frameWidth = window->getWidth();
                 frameHeight = window->getHeight();
+                sceneTexture = MakeSceneTexture(rs, frameWidth, frameHeight);
+                if (!TargetOf(sceneTexture.get()))
+                    break;
             }
             if (!rs->IsDeviceAvailable())
             {
@@ -625,28 +973,25 @@ int main(int argc, char** argv)
             }
             kv::GetTimer()->Reset();
             // What the render system asks of the device in this frame; the
-            // D3DX save of the last frame is left out.
+            // screenshot of the last frame is left out.
             CallCounts counts;
             kvproxy::Mark start = kvproxy::Here();
-            if (!window->_beginUpdate())
+            // Fog in the second half: the program switches to its other variant.
+            const int result = DrawFrame(rs, window, sceneTexture.get(), grid, post, static_cast<float>(frame) * 0.05f,
+                                         frameWidth, frameHeight, frame >= frames / 2, background);
+            if (result < 0)
             {
                 ++scenesRefused;
                 continue;
             }
-            const kv::CViewport whole(window, 0.0f, 0.0f, 1.0f, 1.0f);
-            rs->_setViewport(whole, 7, &background, 1.0f, 0);
-            // Fog in the second half: the program switches to its other variant.
-            if (!grid.Draw(rs, static_cast<float>(frame) * 0.05f, frameWidth, frameHeight, frame >= frames / 2,
-                           background))
-                ++notActivated;
-            window->_endUpdate();
+            notActivated += result == 0;
             if (frame + 1 == frames)
             {
                 // The picture before it is presented: a discarding swap chain
                 // promises nothing of the back buffer afterwards.
                 if (counting)
                     CountDeviceCalls(start, kvproxy::Here(), counts);
-                saved = SaveBackBuffer(rs->GetD3D9Device(), "out/demo.png");
+                saved = rs->ScreenShot("out/demo.png", 1.0f, nullptr);
                 start = kvproxy::Here();
             }
             window->swapBuffers();
@@ -670,11 +1015,15 @@ int main(int argc, char** argv)
             }
         }
     }
+    sceneTexture = nullptr;
+    post.Release();
     grid.Release();
     lit = nullptr;
-    std::printf("demo: %u frames drawn through _beginUpdate, _setViewport, the lit program's BeginActivate, setters "
-                "and FlushConstants, one instanced DrawPrimitive, _endUpdate and swapBuffers; %u scenes refused, %u "
-                "frames skipped on an unavailable device, %u frames whose program was not ready\n",
+    std::printf("demo: %u frames drawn into a multisampled render texture (_beginUpdate, _setViewport, the lit "
+                "program's BeginActivate, setters and FlushConstants, one instanced DrawPrimitive, four textured "
+                "ones, _endUpdate, the resolve in swapBuffers), then post-processed onto the window and presented; "
+                "%u scenes refused, %u frames skipped on an unavailable device, %u frames whose program was not "
+                "ready\n",
                 drawn, scenesRefused, unavailable, notActivated);
     if (counting && drawn > 0)
     {
@@ -692,7 +1041,7 @@ int main(int argc, char** argv)
     std::printf("demo: frame statistics over all frames: draw calls %llu, primitives %llu, vertices %llu, extra "
                 "instances %llu\n",
                 totalDraws, totalPrimitives, totalVertices, totalInstances);
-    std::printf("demo: last frame (%ux%u) %s out/demo.png\n", frameWidth, frameHeight,
+    std::printf("demo: last frame (%ux%u) %s out/demo.png through ScreenShot\n", frameWidth, frameHeight,
                 saved ? "written to" : "could NOT be written to");
     PumpMessages();
 
