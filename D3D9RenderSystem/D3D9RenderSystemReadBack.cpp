@@ -90,8 +90,8 @@ unsigned ScaledSide(unsigned side, float scale)
 }
 
 // Copies a render-target pixel buffer into the kept system-memory surface of
-// its size and format and locks that; null when that fails. Only a missing
-// surface and a failed copy are logged.
+// its size and format and locks that; null when that fails. Only a surface
+// that cannot be made and a copy that fails are logged.
 IDirect3DSurface9* LockedReadBack(IDirect3DDevice9* device,
                                   std::map<CD3D9RenderSystem::ReadbackKey, IDirect3DSurface9*>& surfaces,
                                   CHardwarePixelBuffer* buffer, D3DLOCKED_RECT* locked)
