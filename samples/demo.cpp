@@ -28,11 +28,13 @@
 #include "engine/Colour.h"
 #include "engine/DeviceCapabilities.h"
 #include "engine/Engine.h"
+#include "engine/GfxTimerQuery.h"
 #include "engine/Globals.h"
 #include "engine/GpuProgram.h"
 #include "engine/GpuProgramCompileThread.h"
 #include "engine/GpuProgramManager.h"
 #include "engine/HardwareIndexBuffer.h"
+#include "engine/HardwareOcclusionQuery.h"
 #include "engine/HardwarePixelBuffer.h"
 #include "engine/HardwareVertexBuffer.h"
 #include "engine/IndexData.h"
@@ -540,7 +542,7 @@ public:
     // cubes. False when the program could not be activated (its variant not
     // ready).
     bool Draw(kv::CRenderSystem* rs, IDirect3DDevice9* device, float time, unsigned width, unsigned height, bool fog,
-              const kv::CColour& background)
+              const kv::CColour& background, kv::CHardwareOcclusionQuery* query)
     {
         std::vector<CubeInstance> cubes;
         for (unsigned row = 0; row < kRows; ++row)
@@ -594,6 +596,8 @@ public:
         rs->SetIndexBuffer(m_indices.get());
         rs->DrawPrimitive(kv::PT_TRIANGLE_LIST, m_meshData.get(), m_indexData.get(), kCubes, true);
         DrawTextured(rs, device, time, viewProjection, directions);
+        if (query)
+            CountFirstCube(rs, query);
         return true;
     }
 
@@ -698,6 +702,21 @@ private:
             rs->SetTexture(0, m_textures[i].get(), sampler);
             rs->DrawPrimitive(kv::PT_TRIANGLE_LIST, m_texturedData.get(), m_indexData.get(), 1, false);
         }
+    }
+
+    // The visible pixels of the grid's first cube (bottom left, partly behind
+    // the crate): drawn again over itself inside an occlusion query, painting
+    // nothing and writing no depth, with the lit program still current.
+    void CountFirstCube(kv::CRenderSystem* rs, kv::CHardwareOcclusionQuery* query)
+    {
+        rs->SetColourWriteEnabled(false, false, false, false);
+        rs->SetDepthWriteEnabled(false);
+        rs->SetVertexBuffers(0, m_meshData.get(), 0);
+        query->BeginQuery();
+        rs->DrawPrimitive(kv::PT_TRIANGLE_LIST, m_meshData.get(), m_indexData.get(), 1, true);
+        query->EndQuery();
+        rs->SetColourWriteEnabled(true, true, true, true);
+        rs->SetDepthWriteEnabled(true);
     }
 
     kv::CGpuProgram* m_program = nullptr; // held by the host
@@ -819,22 +838,27 @@ kv::CRenderTarget* TargetOf(kv::CTexture* texture)
 }
 
 // The scene into its texture in a scene of its own, resolved, then the
-// texture post-processed onto the window, not yet presented. -1 when a scene
-// could not open; else whether the lit program was ready.
+// texture onto the window, not yet presented: post-processed, or copied as it
+// is (for a viewing mode, whose colours mean something). -1 when a scene could
+// not open; else whether the lit program was ready.
 int DrawFrame(kv::CRenderSystem* rs, kv::CRenderWindow* window, kv::CTexture* sceneTexture, CubeGrid& grid,
-              PostProcess& post, float time, unsigned width, unsigned height, bool fog, const kv::CColour& background)
+              PostProcess* post, float time, unsigned width, unsigned height, bool fog, const kv::CColour& background,
+              kv::CHardwareOcclusionQuery* query)
 {
     kv::CRenderTarget* scene = TargetOf(sceneTexture);
     if (!scene->_beginUpdate())
         return -1;
     rs->_setViewport(kv::CViewport(scene, 0.0f, 0.0f, 1.0f, 1.0f), 7, &background, 1.0f, 0);
-    const bool activated = grid.Draw(rs, rs->GetD3D9Device(), time, width, height, fog, background);
+    const bool activated = grid.Draw(rs, rs->GetD3D9Device(), time, width, height, fog, background, query);
     scene->_endUpdate();
     scene->swapBuffers();
     if (!window->_beginUpdate())
         return -1;
     rs->_setViewport(kv::CViewport(window, 0.0f, 0.0f, 1.0f, 1.0f), 0, nullptr, 1.0f, 0);
-    post.Draw(rs, rs->GetD3D9Device(), sceneTexture, width, height);
+    if (post)
+        post->Draw(rs, rs->GetD3D9Device(), sceneTexture, width, height);
+    else
+        scene->CopyToTarget(window, nullptr, nullptr);
     window->_endUpdate();
     return activated ? 1 : 0;
 }
@@ -936,6 +960,10 @@ int main(int argc, char** argv)
     CubeGrid grid;
     PostProcess post;
     ref_ptr<kv::CTexture> sceneTexture;
+    GfxTimerQuery* gpuFrame = ok ? rs->CreateTimerQuery() : nullptr;
+    uint64_t gpuTotalNs = 0;
+    unsigned gpuFrames = 0;
+    ref_ptr<kv::CHardwareOcclusionQuery> cubeQuery = ok ? rs->CreateHardwareOcclusionQuery() : nullptr;
     if (ok && window)
     {
         sceneMade = grid.Make(rs, device, lit.get());
@@ -977,15 +1005,32 @@ int main(int argc, char** argv)
             CallCounts counts;
             kvproxy::Mark start = kvproxy::Here();
             // Fog in the second half: the program switches to its other variant.
-            const int result = DrawFrame(rs, window, sceneTexture.get(), grid, post, static_cast<float>(frame) * 0.05f,
-                                         frameWidth, frameHeight, frame >= frames / 2, background);
+            // The GPU's time runs from the frame's first stamp to the
+            // measure after the last draw; the cube's pixels are counted in
+            // the last frame.
+            const bool last = frame + 1 == frames;
+            rs->BeginTimerQueryFrame();
+            const int result =
+                DrawFrame(rs, window, sceneTexture.get(), grid, &post, static_cast<float>(frame) * 0.05f, frameWidth,
+                          frameHeight, frame >= frames / 2, background, last ? cubeQuery.get() : nullptr);
+            if (gpuFrame)
+                gpuFrame->Measure();
+            rs->EndTimerQueryFrame();
             if (result < 0)
             {
                 ++scenesRefused;
                 continue;
             }
             notActivated += result == 0;
-            if (frame + 1 == frames)
+            // A frame or more later the time is there without waiting; a
+            // reset drops the stamps in flight, which then measure 0.
+            const uint64_t ns = gpuFrame ? gpuFrame->GetElapsed(false) : 0;
+            if (ns != 0 && ns != ~uint64_t(0))
+            {
+                gpuTotalNs += ns;
+                ++gpuFrames;
+            }
+            if (last)
             {
                 // The picture before it is presented: a discarding swap chain
                 // promises nothing of the back buffer afterwards.
@@ -1014,6 +1059,47 @@ int main(int argc, char** argv)
                 }
             }
         }
+    }
+    if (gpuFrame)
+    {
+        const uint64_t ns = gpuFrame->GetElapsed(true);
+        if (ns != 0 && ns != ~uint64_t(0))
+            std::printf("demo: GPU frame time (timer queries): %.3f ms in the last frame, %.3f ms on average over %u "
+                        "frames\n",
+                        ns / 1e6, gpuFrames ? gpuTotalNs / 1e6 / gpuFrames : 0.0, gpuFrames);
+        else
+            std::printf("demo: GPU frame time not measured (the device has no timer queries)\n");
+        rs->DestroyTimerQuery(gpuFrame);
+    }
+    else
+    {
+        std::printf("demo: GPU frame time not measured (no timer query could be made)\n");
+    }
+    unsigned visible = 0;
+    if (cubeQuery && cubeQuery->FetchPixelCount(&visible))
+        std::printf("demo: the grid's first cube covers %u visible pixels in the last frame (occlusion query)\n",
+                    visible);
+    else
+        std::printf("demo: the grid's first cube was not counted (no occlusion query)\n");
+    cubeQuery = nullptr;
+
+    // One more frame in the shader complexity view: every pixel shader the
+    // programs activate gives way to the view's, which tints by the shader's
+    // cost; the scene reaches the window unprocessed.
+    bool complexitySaved = false;
+    if (ok && window && sceneMade && rs->IsDeviceAvailable())
+    {
+        rs->SetFillMode(kv::FILL_SHADER_COMPLEXITY);
+        if (DrawFrame(rs, window, sceneTexture.get(), grid, nullptr, static_cast<float>(frames) * 0.05f, frameWidth,
+                      frameHeight, true, background, nullptr) >= 0)
+        {
+            complexitySaved = rs->ScreenShot("out/demo-complexity.png", 1.0f, nullptr);
+            window->swapBuffers();
+        }
+        rs->SetFillMode(kv::FILL_SOLID);
+        std::printf("demo: a frame in the shader complexity view %s out/demo-complexity.png (%s)\n",
+                    complexitySaved ? "written to" : "could NOT be written to",
+                    "Wine's disassembly counts no instruction slots, so every shader shows as cheap");
     }
     sceneTexture = nullptr;
     post.Release();
@@ -1070,5 +1156,5 @@ int main(int argc, char** argv)
         DeleteFileA(recordingCopy.c_str());
     }
     // The run itself worked when we get here; how far it got is in the report.
-    return ok && saved && resetOk ? 0 : 1;
+    return ok && saved && complexitySaved && resetOk ? 0 : 1;
 }
