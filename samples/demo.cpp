@@ -11,7 +11,10 @@
 // draws onto the window, and the window's swapBuffers presents. Half-way the
 // window grows, the device follows through the render system's Reset, and the
 // scene gets a texture of the new size. The last frame goes to out/demo.png
-// through the render system's ScreenShot.
+// through the render system's ScreenShot. A timer query measures the GPU's
+// time of every frame, an occlusion query counts the visible pixels of one
+// cube in the last, and one more frame in the shader complexity view goes to
+// out/demo-complexity.png.
 //
 // The cubes are shaded by the samples' lit shader (samples/shader/lit.fx)
 // through the render system's programs: made by CreateGpuProgram, its
@@ -418,6 +421,8 @@ struct CubeInstance
 
 const unsigned kColumns = 8, kRows = 5;
 const unsigned kCubes = kColumns * kRows;
+// The cube whose visible pixels an occlusion query counts: the bottom row's second.
+const unsigned kCountedCube = 1;
 const float kCubeSize = 0.32f;
 
 uint32_t Packed(const kv::CColour& c)
@@ -558,6 +563,8 @@ public:
                 cubes.push_back({{{c, 0.0f, s, x}, {0.6f * s, 0.8f, -0.6f * c, y}, {-0.8f * s, 0.6f, 0.8f * c, 0.0f}},
                                  Packed(colour)});
             }
+        // The counted cube's record first: it can then be drawn alone.
+        std::rotate(cubes.begin(), cubes.begin() + kCountedCube, cubes.end());
         m_instances->WriteData(0, static_cast<unsigned>(cubes.size() * sizeof(CubeInstance)), cubes.data(), true);
 
         D3DXVECTOR3 eye(0.0f, 0.0f, -9.0f), at(0.0f, 0.0f, 0.0f), up(0.0f, 1.0f, 0.0f);
@@ -597,7 +604,7 @@ public:
         rs->DrawPrimitive(kv::PT_TRIANGLE_LIST, m_meshData.get(), m_indexData.get(), kCubes, true);
         DrawTextured(rs, device, time, viewProjection, directions);
         if (query)
-            CountFirstCube(rs, query);
+            CountCube(rs, query);
         return true;
     }
 
@@ -704,10 +711,11 @@ private:
         }
     }
 
-    // The visible pixels of the grid's first cube (bottom left, partly behind
-    // the crate): drawn again over itself inside an occlusion query, painting
-    // nothing and writing no depth, with the lit program still current.
-    void CountFirstCube(kv::CRenderSystem* rs, kv::CHardwareOcclusionQuery* query)
+    // The visible pixels of one cube of the grid's bottom row, which the
+    // textured cubes in front hide in part: its record, the first, drawn again
+    // over itself inside an occlusion query, painting nothing and writing no
+    // depth, with the lit program still current.
+    void CountCube(kv::CRenderSystem* rs, kv::CHardwareOcclusionQuery* query)
     {
         rs->SetColourWriteEnabled(false, false, false, false);
         rs->SetDepthWriteEnabled(false);
@@ -1013,6 +1021,15 @@ int main(int argc, char** argv)
             const int result =
                 DrawFrame(rs, window, sceneTexture.get(), grid, &post, static_cast<float>(frame) * 0.05f, frameWidth,
                           frameHeight, frame >= frames / 2, background, last ? cubeQuery.get() : nullptr);
+            // The frame before's time, read before this frame's Measure takes
+            // its place (which waits for it in any case); a reset drops the
+            // stamps in flight, which then measure 0.
+            const uint64_t ns = gpuFrame ? gpuFrame->GetElapsed(true) : 0;
+            if (ns != 0 && ns != ~uint64_t(0))
+            {
+                gpuTotalNs += ns;
+                ++gpuFrames;
+            }
             if (gpuFrame)
                 gpuFrame->Measure();
             rs->EndTimerQueryFrame();
@@ -1022,14 +1039,6 @@ int main(int argc, char** argv)
                 continue;
             }
             notActivated += result == 0;
-            // A frame or more later the time is there without waiting; a
-            // reset drops the stamps in flight, which then measure 0.
-            const uint64_t ns = gpuFrame ? gpuFrame->GetElapsed(false) : 0;
-            if (ns != 0 && ns != ~uint64_t(0))
-            {
-                gpuTotalNs += ns;
-                ++gpuFrames;
-            }
             if (last)
             {
                 // The picture before it is presented: a discarding swap chain
@@ -1077,10 +1086,11 @@ int main(int argc, char** argv)
     }
     unsigned visible = 0;
     if (cubeQuery && cubeQuery->FetchPixelCount(&visible))
-        std::printf("demo: the grid's first cube covers %u visible pixels in the last frame (occlusion query)\n",
-                    visible);
+        std::printf("demo: cube %u of the grid, partly behind the textured ones, shows %u samples in the last frame "
+                    "(occlusion query; %u samples a pixel)\n",
+                    kCountedCube, visible, sceneTexture ? std::max(1u, unsigned(sceneTexture->getFSAA())) : 1u);
     else
-        std::printf("demo: the grid's first cube was not counted (no occlusion query)\n");
+        std::printf("demo: cube %u of the grid was not counted (no occlusion query)\n", kCountedCube);
     cubeQuery = nullptr;
 
     // One more frame in the shader complexity view: every pixel shader the
