@@ -3,6 +3,7 @@
 #include "D3D9HLSLCompileThread.h"
 #include "D3D9HLSLProgram.h"
 #include "D3D9HardwareIndexBuffer.h"
+#include "D3D9HardwareOcclusionQuery.h"
 #include "D3D9HardwareVertexBuffer.h"
 #include "D3D9Mappings.h"
 #include "D3D9RenderWindow.h"
@@ -281,8 +282,7 @@ ref_ptr<CMultiRenderTarget> CD3D9RenderSystem::CreateMultiRenderTarget()
 
 ref_ptr<CHardwareOcclusionQuery> CD3D9RenderSystem::CreateHardwareOcclusionQuery()
 {
-    // Still missing: CD3D9HardwareOcclusionQuery.
-    return ref_ptr<CHardwareOcclusionQuery>();
+    return ref_ptr<CHardwareOcclusionQuery>(new CD3D9HardwareOcclusionQuery);
 }
 
 // --- Read-back.
