@@ -81,7 +81,7 @@ struct Queries : KvDeviceTest
     // Timer frames: each query measures after twenty quads.
     void Frames(int frames)
     {
-        for (int f = 0; f < frames; ++f, rs->EndTimerQueryFrame())
+        for (int f = 0; f < frames; ++f)
         {
             rs->BeginTimerQueryFrame();
             for (GfxTimerQuery* query : {a, b})
@@ -90,6 +90,7 @@ struct Queries : KvDeviceTest
                     Quad(-1, -1, 1, 1);
                 query->Measure();
             }
+            rs->EndTimerQueryFrame();
         }
     }
     void ResetDevice()
