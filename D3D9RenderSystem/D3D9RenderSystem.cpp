@@ -3,6 +3,7 @@
 #include "D3D9HLSLCompileThread.h"
 #include "D3D9HLSLProgram.h"
 #include "D3D9HardwareIndexBuffer.h"
+#include "D3D9HardwareOcclusionQuery.h"
 #include "D3D9HardwareVertexBuffer.h"
 #include "D3D9Mappings.h"
 #include "D3D9MultiRenderTarget.h"
@@ -10,8 +11,10 @@
 #include "D3D9ResourceManager.h"
 #include "D3D9Texture.h"
 #include "D3D9VertexDeclaration.h"
+#include "GfxTimerQueryManager.h"
+#include "TimerQueryD3D9.h"
 
-#include "engine/GfxTimerQuery.h"
+#include "engine/DeviceCapabilities.h"
 #include "engine/Globals.h"
 #include "engine/GpuProgram.h"
 #include "engine/HardwareOcclusionQuery.h"
@@ -49,12 +52,12 @@ CD3D9RenderSystem::CD3D9RenderSystem()
     m_pD3D9 = Direct3DCreate9(D3D_SDK_VERSION);
     // Before any device: resources made ahead of Init register already.
     m_pResourceManager = new D3D9ResourceManager;
-    // Still missing: the GPU timer query manager is made here once it exists.
+    g_pGfxTimerQueryManager = new GfxTimerQueryManager;
 }
 
 CD3D9RenderSystem::~CD3D9RenderSystem()
 {
-    // Still missing: deleting the timer query manager (g_pGfxTimerQueryManager).
+    delete g_pGfxTimerQueryManager;
     g_pGfxTimerQueryManager = nullptr;
 
     for (IDirect3DPixelShader9*& shader : m_pComplexityShaders)
@@ -280,8 +283,7 @@ ref_ptr<CMultiRenderTarget> CD3D9RenderSystem::CreateMultiRenderTarget()
 
 ref_ptr<CHardwareOcclusionQuery> CD3D9RenderSystem::CreateHardwareOcclusionQuery()
 {
-    // Still missing: CD3D9HardwareOcclusionQuery.
-    return ref_ptr<CHardwareOcclusionQuery>();
+    return ref_ptr<CHardwareOcclusionQuery>(new CD3D9HardwareOcclusionQuery);
 }
 
 CDriverList* CD3D9RenderSystem::GetDriverList()
@@ -414,8 +416,7 @@ void CD3D9RenderSystem::ReservedCall1B(unsigned) {}
 
 GfxTimerQuery* CD3D9RenderSystem::CreateTimerQuery()
 {
-    // Still missing: the timer query manager that makes the queries.
-    return nullptr;
+    return g_pGfxTimerQueryManager ? g_pGfxTimerQueryManager->CreateQuery() : nullptr;
 }
 
 void CD3D9RenderSystem::DestroyTimerQuery(GfxTimerQuery* query)
@@ -425,12 +426,14 @@ void CD3D9RenderSystem::DestroyTimerQuery(GfxTimerQuery* query)
 
 void CD3D9RenderSystem::BeginTimerQueryFrame()
 {
-    // Still missing: the manager's frame start, when m_bTimerQuery is set.
+    if (m_pCapabilities && m_pCapabilities->m_bTimerQuery && g_pGfxTimerQueryManager)
+        g_pGfxTimerQueryManager->BeginFrame();
 }
 
 void CD3D9RenderSystem::EndTimerQueryFrame()
 {
-    // Still missing: the manager's frame end, when m_bTimerQuery is set.
+    if (m_pCapabilities && m_pCapabilities->m_bTimerQuery && g_pGfxTimerQueryManager)
+        g_pGfxTimerQueryManager->EndFrame();
 }
 
 IDirect3DDevice9* CD3D9RenderSystem::GetD3D9Device()

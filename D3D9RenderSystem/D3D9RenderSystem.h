@@ -16,8 +16,8 @@
 
 class GfxTimerQueryManager;
 
-// The manager of GPU timer queries. No manager exists yet: it stays null and
-// CreateTimerQuery answers null.
+// The manager of GPU timer queries, made by the render system's constructor
+// and deleted by its destructor; null outside that life.
 extern GfxTimerQueryManager* g_pGfxTimerQueryManager;
 
 namespace kv

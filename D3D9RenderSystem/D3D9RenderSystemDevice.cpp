@@ -2,6 +2,7 @@
 #include "D3D9RenderSystem.h"
 #include "D3D9RenderWindow.h"
 #include "D3D9ResourceManager.h"
+#include "GfxTimerQueryManager.h"
 
 #include "engine/DeviceCapabilities.h"
 #include "engine/Globals.h"
@@ -446,8 +447,10 @@ bool CD3D9RenderSystem::ResetDevice(bool vsync, unsigned fsaa)
     m_mapReadbackSurfaces.clear();
     m_pLockedReadbackSurface = nullptr;
 
-    // The GPU timer query manager's frequency query, a default-pool object too,
-    // is dropped here once that manager exists; its next frame makes it again.
+    // The timer queries' frequency query goes too, and the stamps in flight
+    // with it; the next frame makes it again.
+    if (g_pGfxTimerQueryManager)
+        g_pGfxTimerQueryManager->DropDeviceQueries();
 
     m_pResourceManager->notifyOnDeviceLost();
 

@@ -82,13 +82,6 @@ void CD3D9RenderSystem::SetPixelShader(IDirect3DPixelShader9* shader)
     D3D9Verify(m_pD3D9Device->SetPixelShader(shader), "Failed to SetPixelShader");
 }
 
-IDirect3DPixelShader9* CD3D9RenderSystem::_getComplexityShader()
-{
-    // Still missing: compiling the shader of a mode at its first use; until
-    // then a viewing mode draws with no pixel shader at all.
-    return m_pComplexityShaders[m_polygonMode - FILL_WIRE_BLACK];
-}
-
 void CD3D9RenderSystem::_sendRenderState(D3DRENDERSTATETYPE state, DWORD value)
 {
     D3D9Verify(m_pD3D9Device->SetRenderState(state, value), "Failed to SetRenderState");
