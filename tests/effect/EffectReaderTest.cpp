@@ -28,6 +28,9 @@ std::string Describe(const CD3D9ParseEffect& fx, EffectHandle handle)
            " f" + std::to_string(d.Flags) + " " + std::to_string(d.Bytes) + "B";
 }
 
+typedef std::vector<EffectHandle> Handles;
+typedef std::vector<uint32_t> Results;
+
 class FullEffectTest : public ::testing::Test
 {
 protected:
@@ -211,26 +214,22 @@ TEST_F(FullEffectTest, LookupsByIndexNamePathAndSemantic)
         EXPECT_EQ(nullptr, ByName(path)) << path;
     EXPECT_EQ(nullptr, ByName(nullptr));
     EXPECT_TRUE(log.lines().empty());
-    EXPECT_EQ(nullptr, ByName("Pairs[1]x"));
-    EXPECT_EQ(nullptr, ByName("Gain@Min@x"));
+    EXPECT_EQ(Handles(2), (Handles{ByName("Pairs[1]x"), ByName("Gain@Min@x")}));
     EXPECT_EQ((Lines{"Unhandled case \"x\"\n", "Unhandled case \"@\"\n"}), log.Texts());
     log.Clear();
 
-    EXPECT_EQ(nullptr, Top(P_COUNT));
-    EXPECT_EQ(nullptr, fx.GetParameter(ByName("Nest"), 2));
-    EXPECT_EQ(nullptr, fx.GetParameter(ByName("Pairs"), 0));
-    EXPECT_EQ(nullptr, fx.GetParameterElement(ByName("Pairs"), 3));
-    EXPECT_EQ(nullptr, fx.GetParameter(technique, 0));
-    EXPECT_EQ(nullptr, fx.GetParameterBySemantic(nullptr, "WORLDX"));
-    EXPECT_EQ(nullptr, fx.GetParameterBySemantic(Top(P_WORLD), "WORLD")); // no members
-    EXPECT_EQ(nullptr, fx.GetParameterBySemantic(technique, "WORLD"));
+    // World has no members.
+    EXPECT_EQ(Handles(8),
+              (Handles{Top(P_COUNT), fx.GetParameter(ByName("Nest"), 2), fx.GetParameter(ByName("Pairs"), 0),
+                       fx.GetParameterElement(ByName("Pairs"), 3), fx.GetParameter(technique, 0),
+                       fx.GetParameterBySemantic(nullptr, "WORLDX"), fx.GetParameterBySemantic(Top(P_WORLD), "WORLD"),
+                       fx.GetParameterBySemantic(technique, "WORLD")}));
     EXPECT_EQ(Lines(8, "Parameter not found.\n"), log.Texts());
     log.Clear();
-    EXPECT_EQ(nullptr, fx.GetAnnotation(ByName("World"), 1));
-    EXPECT_EQ(nullptr, fx.GetAnnotationByName(ByName("World"), nullptr));
-    EXPECT_EQ(nullptr, fx.GetAnnotationByName(technique, "Nothing"));
     const int notAHandle = 0;
-    EXPECT_EQ(nullptr, fx.GetAnnotation(&notAHandle, 0));
+    EXPECT_EQ(Handles(4),
+              (Handles{fx.GetAnnotation(ByName("World"), 1), fx.GetAnnotationByName(ByName("World"), nullptr),
+                       fx.GetAnnotationByName(technique, "Nothing"), fx.GetAnnotation(&notAHandle, 0)}));
     EXPECT_EQ((Lines{"Annotation not found.\n", "Invalid argument specified\n", "Annotation not found.\n",
                      "Functions are not handled, yet!\n", "Annotation not found.\n"}),
               log.Texts());
@@ -259,13 +258,9 @@ TEST_F(FullEffectTest, TechniquesPassesDescriptionsAndStrings)
     EXPECT_TRUE(pd.pVertexShaderFunction == nullptr && pd.pPixelShaderFunction == nullptr);
     EXPECT_TRUE(log.lines().empty());
 
-    EXPECT_EQ(nullptr, fx.GetTechnique(2));
-    EXPECT_EQ(nullptr, fx.GetTechniqueByName("main"));
-    EXPECT_EQ(nullptr, fx.GetTechniqueByName(nullptr));
-    EXPECT_EQ(nullptr, fx.GetPass(main, 2));
-    EXPECT_EQ(nullptr, fx.GetPass(p1, 0));
-    EXPECT_EQ(nullptr, fx.GetPassByName(main, "p1"));
-    EXPECT_EQ(nullptr, fx.GetPassByName(main, nullptr));
+    EXPECT_EQ(Handles(7), (Handles{fx.GetTechnique(2), fx.GetTechniqueByName("main"), fx.GetTechniqueByName(nullptr),
+                                   fx.GetPass(main, 2), fx.GetPass(p1, 0), fx.GetPassByName(main, "p1"),
+                                   fx.GetPassByName(main, nullptr)}));
     EXPECT_EQ((Lines{"Invalid argument specified.\n", "Technique not found.\n", "Technique not found.\n",
                      "Pass not found.\n", "Pass not found.\n", "Pass not found.\n", "Pass not found.\n"}),
               log.Texts());
@@ -274,15 +269,12 @@ TEST_F(FullEffectTest, TechniquesPassesDescriptionsAndStrings)
     // behind the last one, nor a technique's or pass's address.
     const uintptr_t slot = reinterpret_cast<uintptr_t>(Effect().handles);
     D3DXPARAMETER_DESC d;
-    EXPECT_EQ(EFFECT_E_INVALIDCALL, fx.GetPassDesc(main, &pd));
-    EXPECT_EQ(EFFECT_E_INVALIDCALL, fx.GetPassDesc(p1, nullptr));
-    EXPECT_EQ(EFFECT_E_INVALIDCALL, fx.GetTechniqueDesc(p1, &first));
-    EXPECT_EQ(EFFECT_E_INVALIDCALL, fx.GetTechniqueDesc(main, nullptr));
-    EXPECT_EQ(EFFECT_E_INVALIDCALL, fx.GetDesc(nullptr));
-    EXPECT_EQ(EFFECT_E_INVALIDCALL, fx.GetParameterDesc(reinterpret_cast<EffectHandle>(slot + 1), &d));
-    EXPECT_EQ(EFFECT_E_INVALIDCALL, fx.GetParameterDesc(&Effect().handles[Effect().handle_count], &d));
-    EXPECT_EQ(EFFECT_E_INVALIDCALL, fx.GetParameterDesc(main, &d));
-    EXPECT_EQ(EFFECT_E_INVALIDCALL, fx.GetParameterDesc(Top(0), nullptr));
+    EXPECT_EQ(Results(9, EFFECT_E_INVALIDCALL),
+              (Results{fx.GetPassDesc(main, &pd), fx.GetPassDesc(p1, nullptr), fx.GetTechniqueDesc(p1, &first),
+                       fx.GetTechniqueDesc(main, nullptr), fx.GetDesc(nullptr),
+                       fx.GetParameterDesc(reinterpret_cast<EffectHandle>(slot + 1), &d),
+                       fx.GetParameterDesc(&Effect().handles[Effect().handle_count], &d), fx.GetParameterDesc(main, &d),
+                       fx.GetParameterDesc(Top(0), nullptr)}));
     EXPECT_EQ(EFFECT_OK, fx.GetParameterDesc(&Effect().handles[Effect().handle_count - 1], &d));
     EXPECT_EQ(Lines(9, "Invalid argument specified.\n"), log.Texts());
     log.Clear();
@@ -293,10 +285,9 @@ TEST_F(FullEffectTest, TechniquesPassesDescriptionsAndStrings)
 
     // Strings: only a string parameter that is no array.
     const char* text = "unchanged";
-    EXPECT_EQ(EFFECT_E_INVALIDCALL, fx.GetString(ByName("Mat.Map"), &text));
-    EXPECT_EQ(EFFECT_E_INVALIDCALL, fx.GetString(ByName("Textures[0]"), &text));
-    EXPECT_EQ(EFFECT_E_INVALIDCALL, fx.GetString(ByName("Message"), nullptr));
-    EXPECT_EQ(EFFECT_E_INVALIDCALL, fx.GetString(main, &text));
+    EXPECT_EQ(Results(4, EFFECT_E_INVALIDCALL),
+              (Results{fx.GetString(ByName("Mat.Map"), &text), fx.GetString(ByName("Textures[0]"), &text),
+                       fx.GetString(ByName("Message"), nullptr), fx.GetString(main, &text)}));
     EXPECT_STREQ("unchanged", text);
     EXPECT_EQ(Lines(4, "Parameter not found.\n"), log.Texts());
 }
