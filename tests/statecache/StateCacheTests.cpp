@@ -4,31 +4,12 @@
 // Init gets from the stored states.
 #include "KvDeviceTest.h"
 
-#include "engine/Texture.h"
-
 using namespace kv;
 using namespace kvtest;
 using kvproxy::Method;
 
 namespace
 {
-
-// An engine texture with no native object behind it: enough to take SetTexture
-// down its sampler road.
-class BareTexture : public CTexture
-{
-public:
-    void freeInternalResources() override {}
-    void _autogenerateMipmaps() override {}
-    unsigned char getFSAA() override { return 0; }
-    CHardwarePixelBuffer* getBuffer(unsigned, unsigned) override { return nullptr; }
-    bool SaveToFile(const char*) override { return false; }
-    bool SaveToMemory(void**, unsigned*) override { return false; }
-    void copyToTexture(CTexture*) override {}
-    int TextureReserved7(int, int, int, int, int, int, int) override { return 0; }
-    bool TextureReserved3(int, int, int) override { return false; }
-    bool createInternalResources() override { return false; }
-};
 
 // The device as Init leaves it, its shadows unknown, with the capabilities that
 // hold states back granted. Restart makes the device again, after the test has
@@ -278,7 +259,7 @@ TEST_F(StateCache, CapabilitiesHoldStatesBack)
 
     // A texture binding sets its sampler states through the shadow: border
     // addressing with the border cap, sRGB reads and mip bias with theirs.
-    ref_ptr<BareTexture> texture(new BareTexture);
+    ref_ptr<StandInTexture> texture(new StandInTexture);
     SamplerState state;
     state.minFilter = FO_POINT;
     state.magFilter = state.mipFilter = FO_LINEAR;

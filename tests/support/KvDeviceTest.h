@@ -14,6 +14,7 @@
 #include "engine/Globals.h"
 #include "engine/IndexData.h"
 #include "engine/Log.h"
+#include "engine/Texture.h"
 #include "engine/Timer.h"
 #include "engine/VertexData.h"
 
@@ -118,6 +119,23 @@ std::string Samplers(U unit, T type, V value, R... rest)
 }
 // A float's bit pattern, as Direct3D takes float states.
 uint32_t Bits(float f);
+
+// An engine texture with nothing native behind it: enough for the roads that
+// only hold or bind a texture, such as a depth texture or a sampler's.
+class StandInTexture : public kv::CTexture
+{
+public:
+    void freeInternalResources() override {}
+    void _autogenerateMipmaps() override {}
+    unsigned char getFSAA() override { return 0; }
+    kv::CHardwarePixelBuffer* getBuffer(unsigned, unsigned) override { return nullptr; }
+    bool SaveToFile(const char*) override { return false; }
+    bool SaveToMemory(void**, unsigned*) override { return false; }
+    void copyToTexture(kv::CTexture*) override {}
+    int TextureReserved7(int, int, int, int, int, int, int) override { return 0; }
+    bool TextureReserved3(int, int, int) override { return false; }
+    bool createInternalResources() override { return false; }
+};
 
 } // namespace kvtest
 

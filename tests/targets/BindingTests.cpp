@@ -227,7 +227,7 @@ TEST_F(TargetsTest, DepthBuffersAreSharedWhereTheyFitAndDepthTexturesServeWithou
 
     // A depth texture takes the place of a depth buffer only without multisampling:
     // with four samples a multisampled buffer is made.
-    ref_ptr<kv::CTexture> depthTexture(new BareTexture);
+    ref_ptr<kv::CTexture> depthTexture(new StandInTexture);
     ref_ptr<SurfaceTarget> plain = MakeTarget(64, 64), multi = MakeTarget(64, 64, 1, D3DMULTISAMPLE_4_SAMPLES);
     plain->SetDepthTexture(depthTexture.get());
     multi->SetDepthTexture(depthTexture.get());
