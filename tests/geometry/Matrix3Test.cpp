@@ -131,7 +131,7 @@ TEST(Matrix3, EulerRoundTripsInEveryOrderAndThePoles)
     }
 }
 
-TEST(Matrix3, OrthonormaliseAndQDUOnEdgeCases)
+TEST(Matrix3, OrthonormaliseAndQDUOfReflectionsShearsAndZeroColumns)
 {
     Matrix3 m(2, 1, 0, 0, 1, 1, 0, 0, 3);
     m.Orthonormalise();
