@@ -78,6 +78,8 @@ struct ResetTest : KvDeviceTest
         return rs->Reset(hWnd, width, height, fullScreen, vsync, fsaa);
     }
     int EngineResets() const { return GetRoot()->m_nDeviceResetCount - engineResetsAtStart; }
+    // How often the probe heard of a loss and of a reset, and the engine of a reset.
+    std::string Told() const { return Call("", probe->lost, probe->reset, EngineResets()); }
     // The default-pool buffer of the scene.
     IDirect3DVertexBuffer9* DynamicNative() { return D3D(dynamic.get())->m_pD3D9VertexBuffer; }
 
@@ -124,14 +126,11 @@ struct ResetTest : KvDeviceTest
         ASSERT_EQ(height, h);
         auto at = [&](double fx, double fy) { return pixels[unsigned(fy * h) * w + unsigned(fx * w)]; };
         // Clip x -0.75..-0.25 is an eighth to three eighths across, 0.25..0.75
-        // five to seven eighths; y -0.5..0.5 the middle half.
-        EXPECT_EQ(kRed, at(0.25, 0.5)) << "the managed buffer";
-        EXPECT_EQ(kRed, at(0.17, 0.3)) << "the managed buffer";
-        EXPECT_EQ(kGreen, at(0.75, 0.5)) << "the default-pool buffer";
-        EXPECT_EQ(kGreen, at(0.82, 0.7)) << "the default-pool buffer";
-        EXPECT_EQ(kClear, at(0.5, 0.5));
-        EXPECT_EQ(kClear, at(0.25, 0.1));
-        EXPECT_EQ(kClear, at(0.75, 0.9));
+        // five to seven eighths; y -0.5..0.5 the middle half. Red from the
+        // managed buffer, green from the default pool.
+        EXPECT_EQ((std::vector<uint32_t>{kRed, kRed, kGreen, kGreen, kClear, kClear, kClear}),
+                  (std::vector<uint32_t>{at(0.25, 0.5), at(0.17, 0.3), at(0.75, 0.5), at(0.82, 0.7), at(0.5, 0.5),
+                                         at(0.25, 0.1), at(0.75, 0.9)}));
     }
 
     // The warning of a refused device reset.
@@ -149,6 +148,13 @@ struct ResetTest : KvDeviceTest
         EXPECT_EQ(1u, resets.size()) << "one device Reset";
         EXPECT_TRUE(!resets.empty() && kvproxy::PresentParametersOf(resets.back(), &pp));
         return pp;
+    }
+    // Size, back buffers, samples and quality, interval, rate, windowed, and whether on the main window.
+    std::string Params(const D3DPRESENT_PARAMETERS& pp) const
+    {
+        return Call("", pp.BackBufferWidth, pp.BackBufferHeight, pp.BackBufferCount, pp.MultiSampleType,
+                    pp.MultiSampleQuality, pp.PresentationInterval, pp.FullScreen_RefreshRateInHz, pp.Windowed,
+                    pp.hDeviceWindow == hWnd);
     }
 
     ProbeResource* probe = nullptr;
@@ -177,24 +183,21 @@ TEST_F(ResetTest, LostDeviceWaitsAndAResettableOneWaitsForTheFrameToEnd)
     d3d->SetAnisotropy(true, 4);
     rs->ApplyTextureAnisotropy();
     EXPECT_TRUE(kvproxy::NoCallsOf(from, {Method::Reset, Method::SetSamplerState}));
-    EXPECT_EQ(0, probe->lost);
-    EXPECT_EQ(0, EngineResets());
+    EXPECT_EQ("(0,0,0)", Told());
 
     // Resettable inside a frame: still waiting until the frame ends.
     kvproxy::AllowDeviceReset();
     ASSERT_TRUE(rs->_beginFrame());
     EXPECT_FALSE(rs->IsDeviceAvailable());
     EXPECT_EQ(0u, kvproxy::CountSince(from, Method::Reset));
-    EXPECT_EQ(0, probe->lost);
+    EXPECT_EQ("(0,0,0)", Told());
     rs->_endFrame();
 
     EXPECT_TRUE(rs->IsDeviceAvailable());
     EXPECT_TRUE(rs->IsDeviceAvailable()) << "once working, asking again resets nothing";
     EXPECT_EQ(1u, kvproxy::CountSince(from, Method::Reset));
     EXPECT_EQ(static_cast<uint32_t>(KV_PROXY_LOSS_NONE), kvproxy::DeviceLossState());
-    EXPECT_EQ(1, probe->lost);
-    EXPECT_EQ(1, probe->reset);
-    EXPECT_EQ(1, EngineResets());
+    EXPECT_EQ("(1,1,1)", Told());
     EXPECT_TRUE(Logged("Try to ResetDevice, 64, 64", LOG_INFO));
     EXPECT_TRUE(Logged("Success ResetDevice,64, 64, FullScreen:false", LOG_INFO));
     EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
@@ -213,9 +216,7 @@ TEST_F(ResetTest, TwoRefusedResetsThenAGoodOne)
 
     EXPECT_FALSE(rs->IsDeviceAvailable());
     EXPECT_FALSE(rs->IsDeviceAvailable());
-    EXPECT_EQ(2, probe->lost);
-    EXPECT_EQ(0, probe->reset);
-    EXPECT_EQ(0, EngineResets());
+    EXPECT_EQ("(2,0,0)", Told());
     EXPECT_EQ(nullptr, DynamicNative()) << "a refused reset leaves every default-pool object released";
     EXPECT_EQ(nullptr, D3D(indices.get())->m_pD3D9IndexBuffer)
         << "a refused reset leaves every default-pool object released";
@@ -225,9 +226,7 @@ TEST_F(ResetTest, TwoRefusedResetsThenAGoodOne)
 
     EXPECT_TRUE(rs->IsDeviceAvailable());
     EXPECT_TRUE(kvproxy::ResultsAre(from, Method::Reset, {D3DERR_DEVICELOST, D3DERR_DEVICELOST, D3D_OK}));
-    EXPECT_EQ(3, probe->lost);
-    EXPECT_EQ(1, probe->reset);
-    EXPECT_EQ(1, EngineResets());
+    EXPECT_EQ("(3,1,1)", Told());
     RefillDrawAndCheckScene(kWidth, kHeight);
 }
 
@@ -260,20 +259,16 @@ TEST_F(ResetTest, StepsRunInOrder)
     EXPECT_LE(probe->traceAtLost, resetAt); // the trace's next index when told
     EXPECT_GT(probe->traceAtReset, resetAt);
     EXPECT_EQ(0, probe->engineResetsAtReset - engineResetsAtStart);
-    EXPECT_EQ(1, EngineResets());
-    std::vector<LogLine> lines = GetLogLines();
-    ASSERT_GE(lines.size(), 2u);
-    EXPECT_EQ(1u, probe->logAtLost);
-    EXPECT_EQ("Try to ResetDevice, 64, 64", lines[0].text);
-    EXPECT_EQ(1u, probe->logAtReset) << "the success line comes after the resources are rebuilt";
-    EXPECT_EQ("Success ResetDevice,64, 64, FullScreen:false", lines.back().text);
+    EXPECT_EQ("(1,1,1)", Told());
+    // The success line comes after the resources are rebuilt.
+    EXPECT_EQ((std::vector<std::string>{"Try to ResetDevice, 64, 64", "Success ResetDevice,64, 64, FullScreen:false"}),
+              Texts(LOG_INFO));
+    EXPECT_EQ(Call("", 1, 1), Call("", probe->logAtLost, probe->logAtReset));
 
     // The read-back surfaces went, and the bound target and depth buffer were forgotten.
-    EXPECT_TRUE(d3d->m_mapReadbackSurfaces.empty());
-    EXPECT_EQ(nullptr, d3d->m_pLockedReadbackSurface);
+    EXPECT_TRUE(d3d->m_mapReadbackSurfaces.empty() && !d3d->m_pLockedReadbackSurface);
     EXPECT_EQ(0u, readback->Release()) << "the reset left the map's reference";
-    EXPECT_EQ(nullptr, rs->_getRenderTarget());
-    EXPECT_EQ(nullptr, d3d->m_pActiveDepthBuffer.get());
+    EXPECT_TRUE(!rs->_getRenderTarget() && !d3d->m_pActiveDepthBuffer.get());
     // The engine's stored states go back to the device after the Reset.
     EXPECT_TRUE(kvproxy::CalledInOrder(from, {Method::Reset, Method::GetScissorRect, Method::SetRenderState}));
     // The shadows forgot: the first state after the reset reaches the device.
@@ -293,8 +288,7 @@ TEST_F(ResetTest, MainWindowPresentResetsALostDevice)
     auto from = kvproxy::Here();
     rs->m_pMainWindow->swapBuffers();
     EXPECT_EQ(1u, kvproxy::CountSince(from, Method::Reset));
-    EXPECT_EQ(1, probe->reset);
-    EXPECT_EQ(1, EngineResets());
+    EXPECT_EQ("(1,1,1)", Told());
     RefillDrawAndCheckScene(kWidth, kHeight);
 }
 
@@ -317,8 +311,7 @@ TEST_F(ResetTest, SecondaryWindowResetLeavesTheDeviceAlone)
     EXPECT_FALSE(rs->Reset(reinterpret_cast<HWND>(static_cast<uintptr_t>(0x1234)), 32, 32, false, false, 0));
     EXPECT_FALSE(ResetMain(0, 32));
     EXPECT_EQ(0u, kvproxy::CountSince(from, Method::Reset));
-    EXPECT_EQ(0, probe->lost);
-    EXPECT_EQ(0, EngineResets());
+    EXPECT_EQ("(0,0,0)", Told());
 }
 
 TEST_F(ResetTest, VsyncOffKeepsTwoBackBuffers)
@@ -327,19 +320,11 @@ TEST_F(ResetTest, VsyncOffKeepsTwoBackBuffers)
     ASSERT_EQ(2u, d3d->m_d3dpp.BackBufferCount);
     auto from = kvproxy::Here();
     ASSERT_TRUE(ResetMain(kWidth, kHeight, false, false, 0));
-    D3DPRESENT_PARAMETERS pp = ResetWith(from);
-    EXPECT_EQ(static_cast<UINT>(D3DPRESENT_INTERVAL_IMMEDIATE), pp.PresentationInterval);
-    EXPECT_EQ(2u, pp.BackBufferCount);
-    EXPECT_EQ(0u, pp.FullScreen_RefreshRateInHz);
-    EXPECT_TRUE(pp.Windowed);
-    EXPECT_EQ(hWnd, pp.hDeviceWindow);
-
+    EXPECT_EQ(Call("", 64, 64, 2, 0, 0, D3DPRESENT_INTERVAL_IMMEDIATE, 0, 1, 1), Params(ResetWith(from)));
     // And back on: one interval, still two.
     from = kvproxy::Here();
     ASSERT_TRUE(ResetMain(kWidth, kHeight, false, true, 0));
-    pp = ResetWith(from);
-    EXPECT_EQ(static_cast<UINT>(D3DPRESENT_INTERVAL_ONE), pp.PresentationInterval);
-    EXPECT_EQ(2u, pp.BackBufferCount);
+    EXPECT_EQ(Call("", 64, 64, 2, 0, 0, D3DPRESENT_INTERVAL_ONE, 0, 1, 1), Params(ResetWith(from)));
 }
 
 TEST_F(ResetTest, NewSizeWithoutMultisamplingReachesTheBackBuffer)
@@ -349,25 +334,15 @@ TEST_F(ResetTest, NewSizeWithoutMultisamplingReachesTheBackBuffer)
     ASSERT_NO_FATAL_FAILURE(MakeScene());
     auto from = kvproxy::Here();
     ASSERT_TRUE(ResetMain(96, 48, false, false, 0));
-    D3DPRESENT_PARAMETERS pp = ResetWith(from);
-    EXPECT_EQ(D3DMULTISAMPLE_NONE, pp.MultiSampleType);
-    EXPECT_EQ(0u, pp.MultiSampleQuality);
-    EXPECT_EQ(96u, pp.BackBufferWidth);
-    EXPECT_EQ(48u, pp.BackBufferHeight);
-    IDirect3DSurface9* back = nullptr;
-    ASSERT_EQ(D3D_OK, device->GetBackBuffer(0, 0, D3DBACKBUFFER_TYPE_MONO, &back));
-    D3DSURFACE_DESC desc = {};
-    EXPECT_EQ(D3D_OK, back->GetDesc(&desc));
-    back->Release();
-    EXPECT_EQ(D3DMULTISAMPLE_NONE, desc.MultiSampleType);
+    EXPECT_EQ(Call("", 96, 48, 1, 0, 0, D3DPRESENT_INTERVAL_IMMEDIATE, 0, 1, 1), Params(ResetWith(from)));
     EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
     EXPECT_EQ("Success ResetDevice,96, 48, FullScreen:false", Texts(LOG_INFO).back());
-    RefillDrawAndCheckScene(96, 48); // the back buffer's size is read there
+    RefillDrawAndCheckScene(96, 48); // a multisampled back buffer could not be read back
 
     // Multisampling asked for again at the next reset.
     from = kvproxy::Here();
     ASSERT_TRUE(ResetMain(96, 48, false, false, 4));
-    EXPECT_EQ(D3DMULTISAMPLE_4_SAMPLES, ResetWith(from).MultiSampleType);
+    EXPECT_EQ(Call("", 96, 48, 1, 4, 0, D3DPRESENT_INTERVAL_IMMEDIATE, 0, 1, 1), Params(ResetWith(from)));
 }
 
 // The switches to full screen below are refused through the recording d3d9, so
@@ -384,15 +359,12 @@ TEST_F(ResetTest, ChildWindowCannotGoFullScreen)
     EXPECT_FALSE(ResetWith(from).Windowed);
     EXPECT_EQ(std::vector<std::string>{ResetWarning(D3DERR_INVALIDCALL, kWidth, kHeight, true)}, Texts(LOG_WARNING));
     EXPECT_EQ((std::vector<std::string>{kHasParent, kNotChild, kNotTopmost}), Errors());
-    EXPECT_EQ(1, probe->lost);
-    EXPECT_EQ(0, probe->reset);
-    EXPECT_EQ(0, EngineResets());
+    EXPECT_EQ("(1,0,0)", Told());
 
     // Back to a window, the same device takes it and everything comes back.
     ClearLog();
     ASSERT_TRUE(ResetMain(kWidth, kHeight, false));
-    EXPECT_EQ(1, probe->reset);
-    EXPECT_EQ(1, EngineResets());
+    EXPECT_EQ("(2,1,1)", Told());
     EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
 }
 

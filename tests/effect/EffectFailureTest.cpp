@@ -1,16 +1,21 @@
 // What the reader says, and leaves behind, when a file is wrong: the path of
-// messages up to the effect, bounds of resource records, unhandled cases, and
-// the checks that keep untrusted files from crashing, hanging or bloating it.
+// messages up to the effect, bounds of resource records, unhandled cases, the
+// checks that keep untrusted files from crashing, hanging or bloating it, and
+// bytes from anywhere: every truncation of the full effect fails cleanly, and
+// single-byte and single-word changes never crash it (the native build runs
+// these under AddressSanitizer and UndefinedBehaviorSanitizer).
 
 #include "D3D9RenderSystem/D3D9ParseEffect.h"
 #include "D3D9RenderSystem/EffectHeap.h"
 #include "EffectBuilder.h"
 #include "EffectLogCapture.h"
+#include "ExerciseEffect.h"
 #include "FullEffect.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <memory>
 
 using namespace fxtest;
 
@@ -31,101 +36,102 @@ Lines Read(const Bytes& bytes, bool ok = false)
     return log.Texts();
 }
 
-// One technique, one pass, one state of the given type and value.
-Bytes OneStateEffect(uint32_t stateType, uint32_t stateValueWord, uint32_t objects,
-                     const std::vector<Words>& resources = {}, const Bytes& resourceBlock = {})
+// One technique, one pass, one state: a texture of this object id.
+Bytes OneStateEffect(uint32_t objectId, uint32_t objects)
 {
     EffectBuilder b;
     const uint32_t none = b.String(nullptr);
-    const uint32_t type =
-        b.Put(stateType == D3DXPT_FLOAT ? NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, none, none, 0, 1, 1)
-                                        : ObjectType(stateType, none, none, 0));
-    const uint32_t value = b.Word(stateValueWord);
+    const uint32_t type = b.Put(ObjectType(D3DXPT_TEXTURE, none, none, 0));
+    const uint32_t value = b.Word(objectId);
     const uint32_t tech = b.String("T"), pass = b.String("P");
     b.Body();
-    b.Put({0, 1, 0, objects});
-    b.Put({tech, 0, 1, pass, 0, 1, 0x5, 0, type, value});
-    b.Put({0, static_cast<uint32_t>(resources.size())});
-    for (const Words& r : resources)
-    {
-        b.Put(r);
-        if (!resourceBlock.empty())
-            b.Block(resourceBlock.data(), static_cast<uint32_t>(resourceBlock.size()));
-    }
+    b.Put({0, 1, 0, objects, tech, 0, 1, pass, 0, 1, 0x5, 0, type, value, 0, 0});
     return b.Finish();
+}
+
+// Parses from a block of exactly size bytes, so any read past it is caught.
+bool ParseExact(const uint8_t* bytes, size_t size, size_t* found)
+{
+    std::unique_ptr<uint8_t[]> copy(new uint8_t[size ? size : 1]);
+    if (size)
+        std::memcpy(copy.get(), bytes, size);
+    CD3D9ParseEffect fx;
+    const bool ok = fx.Parse(copy.get(), static_cast<uint32_t>(size));
+    if (ok)
+        *found += ExerciseEffect(fx);
+    return ok;
 }
 
 } // namespace
 
-TEST(EffectFailures, BadValueInAPassReportsThePathUpToTheEffect)
+TEST(EffectFailures, TheHeadAndThePathOfMessagesUpToTheEffect)
 {
     EffectLogCapture log;
     CD3D9ParseEffect fx;
-    EXPECT_FALSE(Parse(fx, OneStateEffect(D3DXPT_TEXTURE, 5, 2)));
-    EXPECT_EQ(log.Texts(), (Lines{"Object id 5 is not below the object count 2\n", "Failed to parse value\n",
-                                  "Failed to parse value\n", "Failed to parse state 0\n", "Failed to parse pass 0\n",
-                                  "Failed to parse technique 0\n", "Failed to parse effect.\n"}));
-    EXPECT_EQ(log.lines()[0].level, EFFECT_LOG_ERROR);
+    Bytes bytes = BuildFullEffect();
+    bytes[0] ^= 1;
+    EXPECT_FALSE(Parse(fx, bytes));
+    EXPECT_FALSE(fx.Parse(bytes.data(), 3));
+    EXPECT_FALSE(fx.Parse(nullptr, 100));
+    EXPECT_EQ(Lines(3, "parseEffect_notAnEffectsFile"), log.Texts());
+    EXPECT_EQ(EFFECT_LOG_ERROR, log.lines()[0].level);
+    EXPECT_EQ("D3D9ParseEffect", log.lines()[0].file);
+    EXPECT_EQ(0u, fx.GetParsedEffect().parameter_count); // nothing else was read
+    log.Clear();
+
+    EXPECT_FALSE(Parse(fx, OneStateEffect(5, 2)));
+    EXPECT_EQ((Lines{"Object id 5 is not below the object count 2\n", "Failed to parse value\n",
+                     "Failed to parse value\n", "Failed to parse state 0\n", "Failed to parse pass 0\n",
+                     "Failed to parse technique 0\n", "Failed to parse effect.\n"}),
+              log.Texts());
+    EXPECT_EQ(EFFECT_LOG_ERROR, log.lines()[0].level);
     for (size_t i = 1; i < log.lines().size(); ++i)
-        EXPECT_EQ(log.lines()[i].level, EFFECT_LOG_WARNING) << i;
+        EXPECT_EQ(EFFECT_LOG_WARNING, log.lines()[i].level) << i;
     // A failed object keeps its counts but nothing else.
     const ParsedEffect& e = fx.GetParsedEffect();
-    EXPECT_EQ(e.technique_count, 1u);
-    EXPECT_EQ(e.techniques, nullptr);
-    EXPECT_EQ(e.objects, nullptr);
-    EXPECT_EQ(e.handle_count, 0u);
-    EXPECT_EQ(fx.GetTechnique(0), nullptr);
+    EXPECT_EQ(1u, e.technique_count);
+    EXPECT_TRUE(e.techniques == nullptr && e.objects == nullptr && fx.GetTechnique(0) == nullptr);
+    EXPECT_EQ(0u, e.handle_count);
 }
 
-TEST(EffectFailures, ResourceRecordsOutOfBounds)
+TEST(EffectFailures, ResourceRecordsOutOfBoundsOrNamingNothing)
 {
-    struct Case
+    const struct
     {
         Words record;
-        const char* message;
-    };
-    const Case cases[] = {
-        {{0xFFFFFFFF, 14, 0xFFFFFFFF, 0, 1}, "Index out of bounds: index 14 >= parameter_count 14\n"},
-        {{0xFFFFFFFF, P_SAMPS, 2, 0, 1}, "Index out of bounds: element_index 2 >= element_count 2\n"},
-        {{0xFFFFFFFF, P_SAMP, 0xFFFFFFFF, 2, 1}, "Index out of bounds: state_index 2 >= state_count 2\n"},
-        {{2, 0, 0xFFFFFFFF, 0, 1}, "Index out of bounds: technique_index 2 >= technique_count 2\n"},
-        {{0, 2, 0xFFFFFFFF, 0, 1}, "Index out of bounds: index 2 >= pass_count 2\n"},
-        {{0, 1, 0xFFFFFFFF, 1, 1}, "Index out of bounds: state_index 1 >= state_count 1\n"},
-        {{0xFFFFFFFF, P_WORLD, 0xFFFFFFFF, 0, 1}, "Resource names parameter 0, which is no sampler\n"},
-        {{0xFFFFFFFF, P_SAMPS, 0xFFFFFFFF, 0, 1}, "Resource names parameter 8, which is no sampler\n"},
-        {{0, 0, 0xFFFFFFFF, 0, 3}, "Unknown usage 3\n"},
-        {{0, 1, 0xFFFFFFFF, 0, 0}, "Unhandled type D3DXPT_TEXTURE\n"},
+        const char *block, *message;
+    } cases[] = {
+        {{0xFFFFFFFF, 14, 0xFFFFFFFF, 0, 1}, "Mat.Map", "Index out of bounds: index 14 >= parameter_count 14\n"},
+        {{0xFFFFFFFF, P_SAMPS, 2, 0, 1}, "Mat.Map", "Index out of bounds: element_index 2 >= element_count 2\n"},
+        {{0xFFFFFFFF, P_SAMP, 0xFFFFFFFF, 2, 1}, "Mat.Map", "Index out of bounds: state_index 2 >= state_count 2\n"},
+        {{2, 0, 0xFFFFFFFF, 0, 1}, "Mat.Map", "Index out of bounds: technique_index 2 >= technique_count 2\n"},
+        {{0, 2, 0xFFFFFFFF, 0, 1}, "Mat.Map", "Index out of bounds: index 2 >= pass_count 2\n"},
+        {{0, 1, 0xFFFFFFFF, 1, 1}, "Mat.Map", "Index out of bounds: state_index 1 >= state_count 1\n"},
+        {{0xFFFFFFFF, P_WORLD, 0xFFFFFFFF, 0, 1}, "Mat.Map", "Resource names parameter 0, which is no sampler\n"},
+        {{0xFFFFFFFF, P_SAMPS, 0xFFFFFFFF, 0, 1}, "Mat.Map", "Resource names parameter 8, which is no sampler\n"},
+        {{0, 0, 0xFFFFFFFF, 0, 3}, "Mat.Map", "Unknown usage 3\n"},
+        {{0, 1, 0xFFFFFFFF, 0, 0}, "Mat.Map", "Unhandled type D3DXPT_TEXTURE\n"},
+        {{0, 0, 0xFFFFFFFF, 2, 1}, "Mat.Mop", "Referenced parameter Mat.Mop not found.\n"},
+        {{0, 0, 0xFFFFFFFF, 2, 2}, "ab", "Preshader block of 2 bytes holds no parameter name\n"},
     };
     FullEffectLayout layout;
     const Bytes full = BuildFullEffect(&layout);
-    ASSERT_EQ(WordAt(full.data(), 8 + layout.recordCounts + 4), 6u);
-    for (const Case& c : cases)
+    ASSERT_EQ(6u, WordAt(full.data(), 8 + layout.recordCounts + 4));
+    for (const auto& c : cases)
     {
         // The full effect with its six resource records replaced by this one.
         Bytes bytes(full.begin(), full.begin() + 8 + layout.resources);
         bytes[8 + layout.recordCounts + 4] = 1;
         EffectBuilder tail;
         tail.Put(c.record);
-        tail.TextBlock("Mat.Map");
+        tail.Block(c.block, static_cast<uint32_t>(std::strlen(c.block)));
         const Bytes extra = tail.Finish();
         bytes.insert(bytes.end(), extra.begin() + 8, extra.end());
-
-        EXPECT_EQ(Read(bytes), (Lines{c.message, "Failed to parse resource 0\n", "Failed to parse effect.\n"}));
+        EXPECT_EQ((Lines{c.message, "Failed to parse resource 0\n", "Failed to parse effect.\n"}), Read(bytes));
     }
 }
 
-TEST(EffectFailures, MissingReferencedParameter)
-{
-    EXPECT_EQ(
-        Read(OneStateEffect(D3DXPT_TEXTURE, 0, 1, {{0, 0, 0xFFFFFFFF, 0, 1}}, Bytes{'N', 'o', 'p', 'e', 0})),
-        (Lines{"Referenced parameter Nope not found.\n", "Failed to parse resource 0\n", "Failed to parse effect.\n"}));
-    // A preshader whose block is too short to hold a name.
-    EXPECT_EQ(Read(OneStateEffect(D3DXPT_VERTEXSHADER, 0, 1, {{0, 0, 0xFFFFFFFF, 0, 2}}, Bytes{1, 2})),
-              (Lines{"Preshader block of 2 bytes holds no parameter name\n", "Failed to parse resource 0\n",
-                     "Failed to parse effect.\n"}));
-}
-
-TEST(EffectFailures, UnhandledClassesAndTypesAreReportedAndPassedOver)
+TEST(EffectFailures, UnhandledCasesAndRepeatedDataAreReportedAndPassedOver)
 {
     EffectLogCapture log;
     {
@@ -157,11 +163,8 @@ TEST(EffectFailures, UnhandledClassesAndTypesAreReportedAndPassedOver)
     EXPECT_STREQ(EffectClassName(6), "unrecognized");
     EXPECT_EQ(log.Texts(),
               (Lines{"Unrecognized D3DXPARAMETER_TYP 0x14.\n", "Unrecognized D3DXPARAMETER_CLASS 0x6.\n"}));
-}
-
-TEST(EffectFailures, RepeatedObjectDataReplacesTheOldAndSaysSo)
-{
-    EffectLogCapture log;
+    log.Clear();
+    // Object data for an object that already has some replaces the old.
     EffectBuilder b;
     const uint32_t type = b.Put(ObjectType(D3DXPT_STRING, b.String("s"), b.String(nullptr), 0));
     const uint32_t value = b.Word(0);
@@ -376,4 +379,40 @@ TEST(EffectFailures, NameLookupsOfResourceRecordsAreBounded)
     // replaced the data of the one state they all name.
     EXPECT_EQ(texts[0], "Object already initialized!\n");
     EXPECT_GT(texts.size(), 100u);
+}
+
+TEST(EffectRobustness, TruncationsFailAndChangedBytesNeverCrash)
+{
+    EffectLogCapture log;
+    const Bytes full = BuildFullEffect();
+    size_t found = 0, parsed[2] = {0, 0}, failed[2] = {0, 0};
+    ASSERT_TRUE(ParseExact(full.data(), full.size(), &found));
+    EXPECT_GT(found, kFullEffectHandles) << "every parameter, annotation, element and member is reached";
+    for (size_t size = 0; size < full.size(); ++size)
+    {
+        log.Clear();
+        EXPECT_FALSE(ParseExact(full.data(), size, &found)) << size;
+        const std::string last = log.lines().empty() ? "" : log.lines().back().text;
+        EXPECT_TRUE(last == "Failed to parse effect.\n" || last == "parseEffect_notAnEffectsFile") << size << last;
+    }
+    auto tryChange = [&](int kind, size_t at, const void* value, size_t size) {
+        Bytes changed = full;
+        std::memcpy(&changed[at], value, size);
+        if (changed != full)
+            (ParseExact(changed.data(), changed.size(), &found) ? parsed : failed)[kind]++;
+    };
+    for (size_t at = 0; at < full.size(); ++at)
+        for (uint8_t value :
+             {uint8_t(0), uint8_t(0xFF), uint8_t(0x80), uint8_t(full[at] + 1), uint8_t(full[at] ^ 0x10)})
+            tryChange(0, at, &value, 1);
+    for (size_t at = 0; at + 4 <= full.size(); at += 4)
+    {
+        const uint32_t old = WordAt(full.data(), at);
+        for (uint32_t value : {0u, 1u, 2u, 3u, 4u, 5u, 16u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu, 0xFFFFFFFEu, old + 1,
+                               old - 1, old + 4, old - 4, old * 2, old + 0x100})
+            tryChange(1, at, &value, 4);
+    }
+    // Both outcomes occur for bytes and for words: values, padding and names may change freely.
+    EXPECT_TRUE(parsed[0] > 100 && failed[0] > 100 && parsed[1] > 100 && failed[1] > 100)
+        << parsed[0] << " " << failed[0] << " " << parsed[1] << " " << failed[1];
 }

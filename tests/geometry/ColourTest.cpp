@@ -1,101 +1,99 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
+#include <vector>
 
 #include "geometry/Colour.h"
 
 using namespace kv;
 
-TEST(Colour, PackingOrdersTruncateAndWrap)
+namespace
 {
+
+TEST(Colour, PackingOrdersTruncateAndWrapAndUnpackingReversesThem)
+{
+    // No clamping: 2.0 -> 510 -> 0xFE, -1.0 -> -255 -> 0x01; truncation, not rounding:
+    // 0.999 * 255 = 254.7; values no integer can hold pack as 0.
     const CColour c(1.0f, 0.5f, 0.0f, 1.0f);
-    EXPECT_EQ(c.toD3DColor(), 0xFFFF7F00u);
-    EXPECT_EQ(c.toPackedRGBA(), 0xFF7F00FFu);
-    EXPECT_EQ(c.toPackedABGR(), 0xFF007FFFu);
-    EXPECT_EQ(c.toPackedBGRA(), 0x007FFFFFu);
-
-    // No clamping: 2.0 -> 510 -> 0xFE, -1.0 -> -255 -> 0x01.
-    EXPECT_EQ(CColour(2.0f, -1.0f, 0.0f, 0.0f).toD3DColor(), 0x00FE0100u);
-    // Truncation, not rounding: 0.999 * 255 = 254.7.
-    EXPECT_EQ(CColour(0.999f, 0, 0, 0).toPackedRGBA(), 0xFE000000u);
-    // Values no integer can hold pack as 0 rather than misbehave.
-    EXPECT_EQ(CColour(1e30f, std::nanf(""), 0, 1).toD3DColor(), 0xFF000000u);
-}
-
-TEST(Colour, UnpackingReversesEachLayout)
-{
-    const float k = 0.003921569f;
-    CColour c;
-    c.fromPackedARGB(0x80FF4000u);
-    EXPECT_EQ(c, CColour(255 * k, 64 * k, 0, 128 * k));
-    EXPECT_EQ(c.toD3DColor(), 0x80FF4000u);
-    c.fromPackedABGR(0x01020304u);
-    EXPECT_EQ(c, CColour(4 * k, 3 * k, 2 * k, 1 * k));
-    c.fromPackedBGRA(0x01020304u);
-    EXPECT_EQ(c, CColour(3 * k, 2 * k, 1 * k, 4 * k));
-    c.fromPackedRGBA(0x01020304u);
-    EXPECT_EQ(c, CColour(1 * k, 2 * k, 3 * k, 4 * k));
+    EXPECT_EQ(
+        (std::vector<uint32_t>{0xFFFF7F00u, 0xFF7F00FFu, 0xFF007FFFu, 0x007FFFFFu, 0x00FE0100u, 0xFE000000u,
+                               0xFF000000u}),
+        (std::vector<uint32_t>{c.toD3DColor(), c.toPackedRGBA(), c.toPackedABGR(), c.toPackedBGRA(),
+                               CColour(2.0f, -1.0f, 0.0f, 0.0f).toD3DColor(), CColour(0.999f, 0, 0, 0).toPackedRGBA(),
+                               CColour(1e30f, std::nanf(""), 0, 1).toD3DColor()}));
+    const float k = 1.0f / 255.0f;
+    CColour argb, abgr, bgra, rgba;
+    argb.fromPackedARGB(0x80FF4000u);
+    abgr.fromPackedABGR(0x01020304u);
+    bgra.fromPackedBGRA(0x01020304u);
+    rgba.fromPackedRGBA(0x01020304u);
+    EXPECT_EQ((std::vector<CColour>{CColour(255 * k, 64 * k, 0, 128 * k), CColour(4 * k, 3 * k, 2 * k, 1 * k),
+                                    CColour(3 * k, 2 * k, 1 * k, 4 * k), CColour(1 * k, 2 * k, 3 * k, 4 * k)}),
+              (std::vector<CColour>{argb, abgr, bgra, rgba}));
     for (unsigned v : {0x00000000u, 0xFFFFFFFFu, 0x12345678u, 0xA0B0C0D0u})
     {
-        c.fromPackedRGBA(v);
-        EXPECT_EQ(c.toPackedRGBA(), v);
-        c.fromPackedABGR(v);
-        EXPECT_EQ(c.toPackedABGR(), v);
-        c.fromPackedBGRA(v);
-        EXPECT_EQ(c.toPackedBGRA(), v);
+        argb.fromPackedARGB(v);
+        abgr.fromPackedABGR(v);
+        bgra.fromPackedBGRA(v);
+        EXPECT_EQ((std::vector<uint32_t>{v, v, v}),
+                  (std::vector<uint32_t>{argb.toD3DColor(), abgr.toPackedABGR(), bgra.toPackedBGRA()}));
     }
     EXPECT_NE(CColour(std::nanf(""), 0, 0, 0), CColour(std::nanf(""), 0, 0, 0));
 }
 
-TEST(Colour, ToHueSaturationBrightness)
+TEST(Colour, HueSaturationBrightness)
 {
-    float h = -1, s = -1, v = -1;
-    CColour(0, 0, 0, 0.3f).toHueSaturationBrightness(h, s, v);
-    EXPECT_EQ(h, 0.0f);
-    EXPECT_EQ(s, 0.0f);
-    EXPECT_EQ(v, 0.0f);
-    CColour(1, 0, 0).toHueSaturationBrightness(h, s, v);
-    EXPECT_EQ(h, 0.0f);
-    EXPECT_EQ(s, 1.0f);
-    EXPECT_EQ(v, 1.0f);
-    CColour(0, 0.5f, 0).toHueSaturationBrightness(h, s, v);
-    EXPECT_NEAR(h, 1.0f / 3.0f, 1e-6f);
-    EXPECT_EQ(s, 1.0f);
-    EXPECT_EQ(v, 0.5f);
-    CColour(0.25f, 0.5f, 1.0f).toHueSaturationBrightness(h, s, v);
-    EXPECT_NEAR(h, 0.6111111f, 1e-6f); // 220 degrees
-    EXPECT_EQ(s, 0.75f);
-    CColour(1.0f, 0.0f, 0.5f).toHueSaturationBrightness(h, s, v); // magenta side wraps
-    EXPECT_NEAR(h, 0.9166667f, 1e-6f);
-}
-
-TEST(Colour, FromHueSaturationBrightness)
-{
-    CColour c(9, 9, 9, 0.25f);
-    c.fromHueSaturationBrightness(1.0f, 1.0f, 1.0f); // hue 1 * 6 wraps to sector 0: red
-    EXPECT_EQ(c, CColour(1, 0, 0, 0.25f));
-    c.fromHueSaturationBrightness(0.7f, 0.0f, 0.4f); // grey, hue ignored
-    EXPECT_EQ(c, CColour(0.4f, 0.4f, 0.4f, 0.25f));
-    c.fromHueSaturationBrightness(0.7f, 0.9f, 0.0f); // black
-    EXPECT_EQ(c, CColour(0, 0, 0, 0.25f));
-    c.fromHueSaturationBrightness(0.5f, 1.0f, 7.0f); // brightness clamps to 1: cyan
-    EXPECT_EQ(c, CColour(0, 1, 1, 0.25f));
-    c.fromHueSaturationBrightness(-0.5f, 2.0f, 1.0f); // hue wraps to 0.5, saturation clamps
-    EXPECT_EQ(c, CColour(0, 1, 1, 0.25f));
-    c.fromHueSaturationBrightness(1.5f, 1.0f, 1.0f); // whole part dropped
-    EXPECT_EQ(c, CColour(0, 1, 1, 0.25f));
-    c.fromHueSaturationBrightness(-2.5f, 1.0f, 1.0f); // beyond one turn: the fraction
-    EXPECT_EQ(c, CColour(0, 1, 1, 0.25f));
-
+    const struct
+    {
+        CColour c;
+        float h, s, v;
+    } toRows[] = {
+        {CColour(0, 0, 0, 0.3f), 0, 0, 0},
+        {CColour(1, 0, 0), 0, 1, 1},
+        {CColour(0, 0.5f, 0), 1.0f / 3, 1, 0.5f},
+        {CColour(0.25f, 0.5f, 1.0f), 220.0f / 360, 0.75f, 1},
+        {CColour(1.0f, 0.0f, 0.5f), 330.0f / 360, 1, 1}, // the magenta side wraps
+    };
+    for (const auto& r : toRows)
+    {
+        float h = -1, s = -1, v = -1;
+        r.c.toHueSaturationBrightness(h, s, v);
+        EXPECT_NEAR(r.h, h, 1e-6f) << &r - toRows;
+        EXPECT_EQ(r.s, s) << &r - toRows;
+        EXPECT_EQ(r.v, v) << &r - toRows;
+    }
+    const struct
+    {
+        float h, s, v;
+        CColour c;
+    } fromRows[] = {
+        {1.0f, 1.0f, 1.0f, CColour(1, 0, 0, 0.25f)},          // hue 1 * 6 wraps to sector 0
+        {0.7f, 0.0f, 0.4f, CColour(0.4f, 0.4f, 0.4f, 0.25f)}, // grey, hue ignored
+        {0.7f, 0.9f, 0.0f, CColour(0, 0, 0, 0.25f)},          // black
+        {0.5f, 1.0f, 7.0f, CColour(0, 1, 1, 0.25f)},          // brightness clamps to 1
+        {-0.5f, 2.0f, 1.0f, CColour(0, 1, 1, 0.25f)},         // hue wraps to 0.5, saturation clamps
+        {2.5f, 1.0f, 1.0f, CColour(0, 1, 1, 0.25f)},          // whole turns dropped
+        {-2.5f, 1.0f, 1.0f, CColour(0, 1, 1, 0.25f)},         // beyond one turn: the fraction
+    };
+    for (const auto& r : fromRows)
+    {
+        CColour c(9, 9, 9, 0.25f);
+        c.fromHueSaturationBrightness(r.h, r.s, r.v);
+        EXPECT_EQ(r.c, c) << &r - fromRows;
+    }
     // Round trip through every sector.
     for (int i = 0; i < 36; ++i)
     {
         const float hue = (i + 0.5f) / 36.0f;
+        CColour c;
         c.fromHueSaturationBrightness(hue, 0.6f, 0.8f);
         float h, s, v;
         c.toHueSaturationBrightness(h, s, v);
-        EXPECT_NEAR(h, hue, 1e-5f) << i;
-        EXPECT_NEAR(s, 0.6f, 1e-5f) << i;
-        EXPECT_NEAR(v, 0.8f, 1e-6f) << i;
+        EXPECT_NEAR(hue, h, 1e-5f) << i;
+        EXPECT_NEAR(0.6f, s, 1e-5f) << i;
+        EXPECT_NEAR(0.8f, v, 1e-6f) << i;
     }
 }
+
+} // namespace

@@ -1,29 +1,38 @@
 #pragma once
-// Seeded random inputs and tolerance checks shared by the geometry suites.
+// Seeded random inputs and distances shared by the geometry suites.
 #include <algorithm>
 #include <cmath>
 #include <random>
 
 #include "geometry/Matrix3.h"
+#include "geometry/Matrix4.h"
 #include "geometry/Quaternion.h"
 
 namespace geomtest
 {
 
-inline float MaxAbsDiff(const kv::Matrix3& a, const kv::Matrix3& b)
+// The largest difference of any element; matrices of any size.
+template <int N, class M>
+float MaxElementDiff(const M& a, const M& b)
 {
     float e = 0.0f;
-    for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c)
+    for (int r = 0; r < N; ++r)
+        for (int c = 0; c < N; ++c)
             e = std::max(e, std::fabs(a.m[r][c] - b.m[r][c]));
     return e;
 }
-
+inline float MaxAbsDiff(const kv::Matrix3& a, const kv::Matrix3& b)
+{
+    return MaxElementDiff<3>(a, b);
+}
+inline float MaxAbsDiff(const kv::Matrix4& a, const kv::Matrix4& b)
+{
+    return MaxElementDiff<4>(a, b);
+}
 inline float MaxAbsDiff(const kv::Vector3& a, const kv::Vector3& b)
 {
     return std::max(std::fabs(a.x - b.x), std::max(std::fabs(a.y - b.y), std::fabs(a.z - b.z)));
 }
-
 inline float MaxAbsDiff(const kv::Quaternion& a, const kv::Quaternion& b)
 {
     return std::max(std::max(std::fabs(a.w - b.w), std::fabs(a.x - b.x)),
@@ -45,9 +54,9 @@ inline float Orthonormality(const kv::Matrix3& m)
     return MaxAbsDiff(m.Transpose() * m, kv::Matrix3::IDENTITY);
 }
 
-inline kv::Matrix3 RandomMatrix(std::mt19937& rng, float range = 1.0f)
+inline kv::Matrix3 RandomMatrix(std::mt19937& rng)
 {
-    std::uniform_real_distribution<float> u(-range, range);
+    std::uniform_real_distribution<float> u(-1.0f, 1.0f);
     kv::Matrix3 m;
     for (int r = 0; r < 3; ++r)
         for (int c = 0; c < 3; ++c)

@@ -11,142 +11,7 @@ using kvproxy::Method;
 namespace
 {
 
-struct Streams : KvDeviceTest
-{
-    void SetUp() override
-    {
-        KvDeviceTest::SetUp();
-        if (HasFatalFailure())
-            return;
-        declaration = ColourDeclaration();
-        buffer = VertexBuffer(std::vector<ColourVertex>(4));
-        data = VertexData(declaration.get(), buffer.get(), 0, 4);
-    }
-
-    ref_ptr<CVertexDeclaration> declaration;
-    ref_ptr<CHardwareVertexBuffer> buffer;
-    ref_ptr<CVertexData> data;
-};
-
-std::vector<uint64_t> Args(const KvProxyCall& c)
-{
-    return std::vector<uint64_t>(c.args, c.args + c.argCount);
-}
-
-} // namespace
-
-TEST_F(Streams, RepeatedBindMakesNoCallAndStreamTwoIsRefused)
-{
-    kvproxy::Mark from = kvproxy::Here();
-    rs->SetVertexBuffer(data.get());
-    rs->SetVertexBuffers(0, data.get(), 0);
-    const uint64_t native = kvproxy::PtrArg(D3D(buffer.get())->m_pD3D9VertexBuffer);
-    EXPECT_EQ((ArgList{{0, native, 0, sizeof(ColourVertex)}}), ArgsOf(from, Method::SetStreamSource, 4));
-    EXPECT_EQ((ArgList{{kvproxy::PtrArg(Native(declaration.get()))}}), ArgsOf(from, Method::SetVertexDeclaration, 1));
-    EXPECT_EQ(1u, Timer().m_nVBBinds);
-    EXPECT_EQ(4 * sizeof(ColourVertex), Timer().m_nVBBytes);
-
-    // The stride alone does not rebind; another offset does.
-    buffer->mElementSize = 32;
-    kvproxy::Mark same = kvproxy::Here();
-    rs->SetVertexBuffer(data.get());
-    EXPECT_TRUE(kvproxy::NoDeviceCalls(same));
-    buffer->mElementSize = sizeof(ColourVertex);
-    rs->SetVertexBuffers(0, data.get(), 16);
-    EXPECT_EQ((ArgList{{0, native, 0}, {0, native, 16}}), ArgsOf(from, Method::SetStreamSource, 3));
-    EXPECT_EQ(2u, Timer().m_nVBBinds);
-    EXPECT_EQ(8 * sizeof(ColourVertex), Timer().m_nVBBytes);
-
-    // Stream two and above is refused before the device.
-    const auto declarationBefore = d3d->m_pCurrentVertexDeclaration;
-    from = kvproxy::Here();
-    rs->SetVertexBuffers(2, data.get(), 0);
-    rs->SetVertexBuffers(7, data.get(), 0);
-    EXPECT_TRUE(kvproxy::NoDeviceCalls(from));
-    EXPECT_EQ(
-        (std::vector<std::string>{"Failed to CD3D9RenderSystem::SetVertexBuffers, Too many vertex buffers:2 > 2",
-                                  "Failed to CD3D9RenderSystem::SetVertexBuffers, Too many vertex buffers:7 > 2"}),
-        Errors());
-    EXPECT_EQ(2u, Timer().m_nVBBinds);
-    EXPECT_EQ(declarationBefore, d3d->m_pCurrentVertexDeclaration);
-}
-
-TEST_F(Streams, SecondStreamBindsItsOwnBufferAndMayReplaceTheDeclaration)
-{
-    ref_ptr<CVertexDeclaration> instanceLayout = ColourDeclaration();
-    ref_ptr<CHardwareVertexBuffer> instances = VertexBuffer(std::vector<ColourVertex>(2));
-    ref_ptr<CVertexData> instanceData = VertexData(instanceLayout.get(), instances.get(), 0, 2);
-    rs->SetVertexBuffers(0, data.get(), 0);
-    kvproxy::Mark from = kvproxy::Here();
-    rs->SetVertexBuffers(1, instanceData.get(), 0);
-    std::vector<KvProxyCall> calls = kvproxy::CallsSince(from);
-    ASSERT_EQ((std::vector<std::string>{"SetVertexDeclaration", "SetStreamSource"}), MethodsSince(from));
-    EXPECT_EQ(kvproxy::PtrArg(Native(instanceLayout.get())), calls[0].args[0]);
-    EXPECT_EQ(1u, calls[1].args[0]);
-    EXPECT_EQ(kvproxy::PtrArg(D3D(instances.get())->m_pD3D9VertexBuffer), calls[1].args[1]);
-    EXPECT_EQ(D3D(instances.get())->m_pD3D9VertexBuffer, d3d->m_streamBuffers[1]);
-    EXPECT_EQ(D3D(buffer.get())->m_pD3D9VertexBuffer, d3d->m_streamBuffers[0]);
-}
-
-TEST_F(Streams, IndexBufferIsShadowedAndCounted)
-{
-    ref_ptr<CHardwareIndexBuffer> ib = IndexBuffer16({0, 1, 2, 0, 2, 3});
-    ref_ptr<CHardwareIndexBuffer> other = IndexBuffer16({0, 1, 2});
-    kvproxy::Mark from = kvproxy::Here();
-    rs->SetIndexBuffer(ib.get());
-    rs->SetIndexBuffer(ib.get());
-    rs->SetIndexBuffer(other.get());
-    EXPECT_EQ((ArgList{{kvproxy::PtrArg(D3D(ib.get())->m_pD3D9IndexBuffer)},
-                       {kvproxy::PtrArg(D3D(other.get())->m_pD3D9IndexBuffer)}}),
-              ArgsOf(from, Method::SetIndices, 1));
-    EXPECT_EQ(2u, Timer().m_nIBBinds);
-    EXPECT_EQ(12u + 6u, Timer().m_nIBBytes);
-
-    // Data without buffer or declaration unbinds, and so does null.
-    rs->SetVertexBuffer(data.get());
-    from = kvproxy::Here();
-    rs->SetVertexBuffer(rs->CreateVertexData().get());
-    rs->SetVertexBuffer(nullptr);
-    rs->SetIndexBuffer(nullptr);
-    EXPECT_EQ((ArgList{{0, 0}}), ArgsOf(from, Method::SetStreamSource, 2));
-    EXPECT_EQ(nullptr, d3d->m_streamBuffers[0]);
-    EXPECT_EQ(1u, kvproxy::CountSince(from, Method::SetIndices));
-    EXPECT_EQ(nullptr, d3d->m_pCurrentIndexBuffer);
-}
-
-TEST_F(Streams, FailedBindsAreLoggedAndStillShadowedTillTheCachesAreReset)
-{
-    ref_ptr<CHardwareIndexBuffer> ib = IndexBuffer16({0, 1, 2});
-    kvproxy::FailMethod(Method::SetStreamSource, D3DERR_INVALIDCALL, 1);
-    kvproxy::FailMethod(Method::SetIndices, D3DERR_INVALIDCALL, 1);
-    kvproxy::FailMethod(Method::SetVertexDeclaration, D3DERR_INVALIDCALL, 1);
-    rs->SetVertexBuffer(data.get());
-    rs->SetIndexBuffer(ib.get());
-    EXPECT_EQ((std::vector<std::string>{VerifyLine(D3DERR_INVALIDCALL, "Failed to SetVertexDeclaration"),
-                                        VerifyLine(D3DERR_INVALIDCALL, "Failed to SetStreamSource"),
-                                        VerifyLine(D3DERR_INVALIDCALL, "Failed to SetIndices")}),
-              Errors());
-    EXPECT_EQ(1u, Timer().m_nVBBinds);
-    EXPECT_EQ(1u, Timer().m_nIBBinds);
-    kvproxy::Mark from = kvproxy::Here();
-    rs->SetVertexBuffer(data.get());
-    rs->SetIndexBuffer(ib.get());
-    EXPECT_TRUE(kvproxy::NoDeviceCalls(from));
-
-    // Reset caches make the same bindings reach the device again.
-    d3d->_resetStateCaches();
-    from = kvproxy::Here();
-    rs->SetVertexBuffer(data.get());
-    rs->SetIndexBuffer(ib.get());
-    EXPECT_EQ((std::vector<std::string>{"SetVertexDeclaration", "SetStreamSource", "SetIndices"}), MethodsSince(from));
-}
-
-// ---- draws
-
-namespace
-{
-
-struct Draws : Streams
+struct Draws : KvDeviceTest
 {
     void SetUp() override
     {
@@ -157,22 +22,26 @@ struct Draws : Streams
         buffer = VertexBuffer(std::vector<ColourVertex>(8));
         indices = IndexBuffer16({0, 1, 2, 2, 1, 3, 4, 5, 6});
         data = VertexData(declaration.get(), buffer.get(), 2, 4);
-        rs->SetVertexBuffer(data.get());
-        rs->SetIndexBuffer(indices.get());
-        Timer().Reset();
+        vb = kvproxy::PtrArg(D3D(buffer.get())->m_pD3D9VertexBuffer);
+        ib = kvproxy::PtrArg(D3D(indices.get())->m_pD3D9IndexBuffer);
+        decl = kvproxy::PtrArg(Native(declaration.get()));
+        mark = kvproxy::Here();
     }
-    // (stream, setting) of each SetStreamSourceFreq since `from`.
-    static std::vector<std::vector<uint64_t>> Frequencies(kvproxy::Mark from)
+    // The frame statistics: primitives, vertices, draw calls; GUI primitives,
+    // vertices, draw calls; extra instances; vertex binds and bytes; index binds and bytes.
+    std::string Counts()
     {
-        std::vector<std::vector<uint64_t>> out;
-        for (const KvProxyCall& c : kvproxy::CallsSince(from, Method::SetStreamSourceFreq))
-            out.push_back({c.args[0], c.args[1]});
-        return out;
+        const CTimer& t = Timer();
+        return Call("", t.m_nPrimitiveCount, t.m_nVertexCount, t.m_nDrawCallCount, t.m_nGUIPrimitiveCount,
+                    t.m_nGUIVertexCount, t.m_nGUIDrawCallCount, t.m_nExtraInstances, t.m_nVBBinds, t.m_nVBBytes,
+                    t.m_nIBBinds, t.m_nIBBytes);
     }
-    // Primitives, vertices and draw calls of the frame statistics.
-    std::vector<unsigned> Counts()
+    // The device calls since the last step, then a new step.
+    std::string Step(std::initializer_list<Method> only = {}, unsigned args = 8)
     {
-        return {Timer().m_nPrimitiveCount, Timer().m_nVertexCount, Timer().m_nDrawCallCount};
+        const std::string s = Trace(mark, only, args);
+        mark = kvproxy::Here();
+        return s;
     }
     void DrawUP(PrimitiveType type, unsigned vertices, unsigned instances = 1)
     {
@@ -185,77 +54,143 @@ struct Draws : Streams
                                    declaration.get(), 1);
     }
 
+    ref_ptr<CVertexDeclaration> declaration;
+    ref_ptr<CHardwareVertexBuffer> buffer;
     ref_ptr<CHardwareIndexBuffer> indices;
+    ref_ptr<CVertexData> data;
+    uint64_t vb = 0, ib = 0, decl = 0;
     ColourVertex user[6] = {};
     uint16_t userIndices[6] = {0, 1, 2, 2, 1, 3};
 };
 
-} // namespace
+const unsigned kStride = sizeof(ColourVertex);
+
+TEST_F(Draws, StreamsAndIndicesBindThroughTheirShadows)
+{
+    // The stride alone does not rebind; another offset does. Stream two and above
+    // is refused before the device.
+    rs->SetVertexBuffer(data.get());
+    rs->SetVertexBuffers(0, data.get(), 0);
+    buffer->mElementSize = 32;
+    rs->SetVertexBuffer(data.get());
+    buffer->mElementSize = kStride;
+    rs->SetVertexBuffers(0, data.get(), 16);
+    rs->SetVertexBuffers(2, data.get(), 0);
+    rs->SetVertexBuffers(7, data.get(), 0);
+    EXPECT_EQ(Join(Call("SetVertexDeclaration", decl), Call("SetStreamSource", 0, vb, 0, kStride),
+                   Call("SetStreamSource", 0, vb, 16, kStride)),
+              Step());
+    EXPECT_EQ(Call("", 0, 0, 0, 0, 0, 0, 0, 2, 16 * kStride, 0, 0), Counts());
+    EXPECT_EQ(
+        (std::vector<std::string>{"Failed to CD3D9RenderSystem::SetVertexBuffers, Too many vertex buffers:2 > 2",
+                                  "Failed to CD3D9RenderSystem::SetVertexBuffers, Too many vertex buffers:7 > 2"}),
+        Errors());
+    ClearLog();
+
+    // The second stream binds its own buffer and may replace the declaration.
+    ref_ptr<CVertexDeclaration> instanceLayout = ColourDeclaration();
+    ref_ptr<CHardwareVertexBuffer> instances = VertexBuffer(std::vector<ColourVertex>(2));
+    mark = kvproxy::Here();
+    rs->SetVertexBuffers(1, VertexData(instanceLayout.get(), instances.get(), 0, 2).get(), 0);
+    EXPECT_EQ(Join(Call("SetVertexDeclaration", kvproxy::PtrArg(Native(instanceLayout.get()))),
+                   Call("SetStreamSource", 1, kvproxy::PtrArg(D3D(instances.get())->m_pD3D9VertexBuffer), 0, kStride)),
+              Step());
+    EXPECT_EQ(D3D(buffer.get())->m_pD3D9VertexBuffer, d3d->m_streamBuffers[0]);
+
+    // Indices likewise, counted; data without buffer or declaration unbinds, and so does null.
+    ref_ptr<CHardwareIndexBuffer> other = IndexBuffer16({0, 1, 2});
+    Timer().Reset();
+    Step();
+    rs->SetIndexBuffer(indices.get());
+    rs->SetIndexBuffer(indices.get());
+    rs->SetIndexBuffer(other.get());
+    rs->SetVertexBuffer(rs->CreateVertexData().get());
+    rs->SetVertexBuffer(nullptr);
+    rs->SetIndexBuffer(nullptr);
+    EXPECT_EQ(Join(Call("SetIndices", ib), Call("SetIndices", kvproxy::PtrArg(D3D(other.get())->m_pD3D9IndexBuffer)),
+                   Call("SetVertexDeclaration", 0), Call("SetStreamSource", 0, 0, 0, 0), Call("SetIndices", 0)),
+              Step());
+    EXPECT_EQ(Call("", 0, 0, 0, 0, 0, 0, 0, 1, 0, 3, 18 + 6), Counts());
+
+    // Refused binds are logged and still shadowed, till the caches are reset.
+    for (Method m : {Method::SetStreamSource, Method::SetIndices, Method::SetVertexDeclaration})
+        kvproxy::FailMethod(m, D3DERR_INVALIDCALL, 1);
+    rs->SetVertexBuffer(data.get());
+    rs->SetIndexBuffer(indices.get());
+    EXPECT_EQ((std::vector<std::string>{VerifyLine(D3DERR_INVALIDCALL, "Failed to SetVertexDeclaration"),
+                                        VerifyLine(D3DERR_INVALIDCALL, "Failed to SetStreamSource"),
+                                        VerifyLine(D3DERR_INVALIDCALL, "Failed to SetIndices")}),
+              Errors());
+    Step();
+    rs->SetVertexBuffer(data.get());
+    rs->SetIndexBuffer(indices.get());
+    EXPECT_EQ("", Step());
+    d3d->_resetStateCaches();
+    rs->SetVertexBuffer(data.get());
+    rs->SetIndexBuffer(indices.get());
+    EXPECT_EQ(Join(Call("SetVertexDeclaration"), Call("SetStreamSource"), Call("SetIndices")), Step({}, 0));
+}
 
 TEST_F(Draws, EachFormTakesItsCountFromIndicesOrVertices)
 {
-    kvproxy::Mark from = kvproxy::Here();
+    rs->SetVertexBuffer(data.get());
+    rs->SetIndexBuffer(indices.get());
+    Timer().Reset();
+    Step();
+    // Frequencies stand at 1 already: the draw alone.
     rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), IndexData(indices.get(), 3, 3).get(), 1, false);
-    std::vector<KvProxyCall> calls = kvproxy::CallsSince(from);
-    ASSERT_EQ(1u, calls.size()) << kvproxy::Describe(calls); // frequencies stand at 1 already
-    EXPECT_EQ(Method::DrawIndexedPrimitive, kvproxy::MethodOf(calls[0]));
-    EXPECT_EQ((std::vector<uint64_t>{D3DPT_TRIANGLELIST, 2, 0, 4, 3, 1}), Args(calls[0]));
-    EXPECT_EQ((std::vector<unsigned>{1, 4, 1}), Counts());
-    EXPECT_EQ(0u, Timer().m_nExtraInstances);
-
-    from = kvproxy::Here();
     rs->DrawPrimitive(PT_TRIANGLE_STRIP, data.get(), nullptr, 1, false);
     rs->DrawPrimitive(PT_POINT_LIST, data.get(), nullptr, 1, false);
-    EXPECT_EQ((ArgList{{D3DPT_TRIANGLESTRIP, 2, 2}, {D3DPT_POINTLIST, 2, 4}}), ArgsOf(from, Method::DrawPrimitive, 3));
-    EXPECT_EQ((std::vector<unsigned>{1 + 6, 4 + 8, 3}), Counts());
+    rs->DrawPrimitive(PT_TRIANGLE_FAN, data.get(), nullptr, 1, false);
+    rs->DrawPrimitive(PT_LINE_STRIP, data.get(), nullptr, 1, false);
+    EXPECT_EQ(Join(Call("DrawIndexedPrimitive", D3DPT_TRIANGLELIST, 2, 0, 4, 3, 1),
+                   Call("DrawPrimitive", D3DPT_TRIANGLESTRIP, 2, 2), Call("DrawPrimitive", D3DPT_POINTLIST, 2, 4),
+                   Call("DrawPrimitive", D3DPT_TRIANGLEFAN, 2, 2), Call("DrawPrimitive", D3DPT_LINESTRIP, 2, 3)),
+              Step());
+    EXPECT_EQ(Call("", 1 + 2 + 4 + 2, 16, 4, 0, 0, 0, 0, 0, 0, 0, 0), Counts());
 
-    // From user memory, instances only scale the statistics; stream 0 is
-    // unbound by the runtime after it, so the same binding must go again.
+    // From user memory, instances only scale the statistics; stream 0 is unbound
+    // by the runtime after it, so the same binding must go again.
     Timer().Reset();
     d3d->_setStreamFrequency(0, 0x40000004);
-    from = kvproxy::Here();
+    Step();
     DrawUP(PT_TRIANGLE_FAN, 5, 3);
-    calls = kvproxy::CallsSince(from);
-    ASSERT_EQ((std::vector<std::string>{"SetStreamSourceFreq", "DrawPrimitiveUP"}), MethodsSince(from));
-    EXPECT_EQ(1u, calls[0].args[1]);
-    EXPECT_EQ((std::vector<uint64_t>{D3DPT_TRIANGLEFAN, 3, kvproxy::PtrArg(user), sizeof(ColourVertex)}),
-              Args(calls[1]));
-    EXPECT_EQ((std::vector<unsigned>{9, 5, 1}), Counts());
-    EXPECT_EQ(1u, Timer().m_nVBBinds);
-    EXPECT_EQ(5 * sizeof(ColourVertex), Timer().m_nVBBytes);
-    EXPECT_EQ(0u, Timer().m_nIBBinds);
-    from = kvproxy::Here();
+    DrawUP(PT_LINE_LIST, 4);
+    EXPECT_EQ(Join(Call("SetStreamSourceFreq", 0, 1),
+                   Call("DrawPrimitiveUP", D3DPT_TRIANGLEFAN, 3, kvproxy::PtrArg(user), kStride),
+                   Call("DrawPrimitiveUP", D3DPT_LINELIST, 2, kvproxy::PtrArg(user), kStride)),
+              Step());
+    EXPECT_EQ(Call("", 9 + 2, 9, 2, 0, 0, 0, 0, 2, 9 * kStride, 0, 0), Counts());
     rs->SetVertexBuffer(data.get());
-    EXPECT_EQ(1u, kvproxy::CountSince(from, Method::SetStreamSource));
-}
+    EXPECT_EQ(Call("SetStreamSource", 0, vb, 0, kStride), Step());
 
-TEST_F(Draws, IndexedUserMemoryDrawPassesTheIndexFormatAndUnbindsIndices)
-{
+    // Indexed from user memory: the index format goes along, and indices are
+    // unbound as well; line lists count here.
     uint32_t wide[6] = {0, 1, 2, 2, 1, 3};
-    kvproxy::Mark from = kvproxy::Here();
+    Timer().Reset();
     DrawIndexedUP(PT_TRIANGLE_LIST, 4, 6, wide, CHardwareIndexBuffer::IT_32BIT);
-    EXPECT_EQ((ArgList{{D3DPT_TRIANGLELIST, 0, 4, 2, kvproxy::PtrArg(wide), D3DFMT_INDEX32, kvproxy::PtrArg(user),
-                        sizeof(ColourVertex)}}),
-              ArgsOf(from, Method::DrawIndexedPrimitiveUP, 8));
-    EXPECT_EQ(1u, Timer().m_nIBBinds);
-    EXPECT_EQ(24u, Timer().m_nIBBytes);
-    EXPECT_EQ(1u, Timer().m_nVBBinds);
-    EXPECT_EQ(4 * sizeof(ColourVertex), Timer().m_nVBBytes);
-    EXPECT_EQ(2u, Timer().m_nPrimitiveCount);
     DrawIndexedUP(PT_TRIANGLE_LIST, 4, 6);
-    EXPECT_EQ(36u, Timer().m_nIBBytes);
-    from = kvproxy::Here();
+    DrawIndexedUP(PT_LINE_LIST, 4, 4);
+    EXPECT_EQ(Join(Call("DrawIndexedPrimitiveUP", D3DPT_TRIANGLELIST, 0, 4, 2, kvproxy::PtrArg(wide), D3DFMT_INDEX32,
+                        kvproxy::PtrArg(user), kStride),
+                   Call("DrawIndexedPrimitiveUP", D3DPT_TRIANGLELIST, 0, 4, 2, kvproxy::PtrArg(userIndices),
+                        D3DFMT_INDEX16, kvproxy::PtrArg(user), kStride),
+                   Call("DrawIndexedPrimitiveUP", D3DPT_LINELIST, 0, 4, 2, kvproxy::PtrArg(userIndices), D3DFMT_INDEX16,
+                        kvproxy::PtrArg(user), kStride)),
+              Step());
+    EXPECT_EQ(Call("", 4, 8, 2, 0, 0, 0, 0, 2, 8 * kStride, 2, 24 + 12), Counts());
     rs->SetIndexBuffer(indices.get());
     rs->SetVertexBuffer(data.get());
-    EXPECT_EQ(1u, kvproxy::CountSince(from, Method::SetIndices));
-    EXPECT_EQ(1u, kvproxy::CountSince(from, Method::SetStreamSource));
+    EXPECT_EQ(Join(Call("SetIndices"), Call("SetStreamSource")), Step({}, 0));
 }
 
 TEST_F(Draws, NothingToDrawMakesNoDrawCallAndCountsNothing)
 {
-    rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), nullptr, 1, true); // set the frequencies
+    rs->SetVertexBuffer(data.get());
+    rs->SetIndexBuffer(indices.get());
+    rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), nullptr, 1, true); // sets the frequencies
     Timer().Reset();
-    kvproxy::Mark from = kvproxy::Here();
+    Step();
     rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), IndexData(indices.get(), 0, 2).get(), 1, false);
     rs->DrawPrimitive(PT_TRIANGLE_LIST, VertexData(declaration.get(), buffer.get(), 0, 0).get(),
                       IndexData(indices.get(), 0, 3).get(), 1, false);
@@ -263,106 +198,87 @@ TEST_F(Draws, NothingToDrawMakesNoDrawCallAndCountsNothing)
     rs->DrawPrimitive(static_cast<PrimitiveType>(7), data.get(), nullptr, 1, false);
     rs->DrawPrimitive(PT_LINE_STRIP, VertexData(declaration.get(), buffer.get(), 0, 1).get(), nullptr, 1, false);
     // None of these touched the frequencies the instanced draw left.
-    EXPECT_TRUE(kvproxy::NoDeviceCalls(from));
+    EXPECT_EQ("", Step());
     EXPECT_EQ(0x40000001u, d3d->m_streamFrequencies[0]);
-    EXPECT_EQ((std::vector<unsigned>{0, 0, 0}), Counts());
-
     // The user-memory forms set the declaration even for an unknown type or nothing to draw.
     ref_ptr<CVertexDeclaration> other = ColourDeclaration();
     d3d->_setStreamFrequency(0, 1);
     d3d->_setStreamFrequency(1, 0x80000001);
-    from = kvproxy::Here();
-    rs->DrawPrimitiveUP(static_cast<PrimitiveType>(9), 3, user, sizeof(ColourVertex), other.get(), 1);
-    ASSERT_EQ((std::vector<std::string>{"SetStreamSourceFreq", "SetVertexDeclaration"}), MethodsSince(from));
-    EXPECT_EQ(kvproxy::PtrArg(Native(other.get())), kvproxy::CallsSince(from)[1].args[0]);
-    from = kvproxy::Here();
+    Step();
+    rs->DrawPrimitiveUP(static_cast<PrimitiveType>(9), 3, user, kStride, other.get(), 1);
     DrawIndexedUP(PT_TRIANGLE_LIST, 0, 6);
     DrawIndexedUP(PT_TRIANGLE_LIST, 4, 2);
-    EXPECT_EQ((std::vector<std::string>{"SetVertexDeclaration"}), MethodsSince(from));
-    EXPECT_EQ(0u, Timer().m_nDrawCallCount);
-    EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
+    EXPECT_EQ(Join(Call("SetStreamSourceFreq", 1, 1),
+                   Call("SetVertexDeclaration", kvproxy::PtrArg(Native(other.get()))),
+                   Call("SetVertexDeclaration", decl)),
+              Step());
+    EXPECT_EQ(Call("", 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0), Counts());
+    // Missing data is reported.
+    rs->DrawPrimitive(PT_TRIANGLE_LIST, nullptr, nullptr, 1, false);
+    rs->DrawPrimitiveUP(PT_TRIANGLE_LIST, 3, nullptr, kStride, declaration.get(), 1);
+    rs->DrawIndexedPrimitiveUP(PT_TRIANGLE_LIST, 4, 6, nullptr, CHardwareIndexBuffer::IT_16BIT, user, kStride,
+                               declaration.get(), 1);
+    EXPECT_EQ(
+        (std::vector<std::string>{"Failed to CD3D9RenderSystem::DrawPrimitive, no vertex data",
+                                  "Failed to CD3D9RenderSystem::DrawPrimitiveUP, no vertex data",
+                                  "Failed to CD3D9RenderSystem::DrawIndexedPrimitiveUP, no vertex or index data"}),
+        Errors());
 }
 
-TEST_F(Draws, InstancingSetsAndThenRestoresTheStreamFrequencies)
+TEST_F(Draws, InstancingSetsAndRestoresTheFrequenciesAndOnlySolidSceneDrawsCount)
 {
     ref_ptr<CIndexData> all = IndexData(indices.get(), 0, 6);
-    kvproxy::Mark from = kvproxy::Here();
+    rs->SetVertexBuffer(data.get());
+    rs->SetIndexBuffer(indices.get());
+    Timer().Reset();
+    Step();
     rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), all.get(), 10, true);
-    EXPECT_EQ((std::vector<std::vector<uint64_t>>{{0, 0x4000000A}, {1, 0x80000001}}), Frequencies(from));
-    EXPECT_TRUE(kvproxy::CalledInOrder(
-        from, {Method::SetStreamSourceFreq, Method::SetStreamSourceFreq, Method::DrawIndexedPrimitive}));
-    EXPECT_EQ((std::vector<unsigned>{20, 4, 1}), Counts());
-    EXPECT_EQ(9u, Timer().m_nExtraInstances);
-
-    // The same instancing again: the frequencies stand.
-    from = kvproxy::Here();
-    rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), all.get(), 10, true);
-    EXPECT_TRUE(Frequencies(from).empty());
-    EXPECT_EQ(18u, Timer().m_nExtraInstances);
-    // Back to one, once.
-    from = kvproxy::Here();
+    rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), all.get(), 10, true); // the frequencies stand
+    rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), all.get(), 1, false); // back to one, once
     rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), all.get(), 1, false);
-    EXPECT_EQ((std::vector<std::vector<uint64_t>>{{0, 1}, {1, 1}}), Frequencies(from));
-    EXPECT_EQ(18u, Timer().m_nExtraInstances);
-    from = kvproxy::Here();
-    rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), all.get(), 1, false);
-    EXPECT_TRUE(Frequencies(from).empty());
+    EXPECT_EQ(Join(Call("SetStreamSourceFreq", 0, 0x4000000A), Call("SetStreamSourceFreq", 1, 0x80000001),
+                   Call("DrawIndexedPrimitive", 4, 2), Call("DrawIndexedPrimitive", 4, 2),
+                   Call("SetStreamSourceFreq", 0, 1), Call("SetStreamSourceFreq", 1, 1),
+                   Call("DrawIndexedPrimitive", 4, 2), Call("DrawIndexedPrimitive", 4, 2)),
+              Step({Method::SetStreamSourceFreq, Method::DrawIndexedPrimitive}, 2));
+    EXPECT_EQ(Call("", 20 + 20 + 2 + 2, 16, 4, 0, 0, 0, 18, 0, 0, 0, 0), Counts());
 
-    // A refused frequency is logged and kept.
-    kvproxy::FailMethod(Method::SetStreamSourceFreq, D3DERR_INVALIDCALL, 1);
-    rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), nullptr, 3, true);
-    EXPECT_EQ(std::vector<std::string>{VerifyLine(D3DERR_INVALIDCALL, "Failed to SetStreamSourceFreq")}, Errors());
-    EXPECT_EQ(0x40000003u, d3d->m_streamFrequencies[0]);
-    EXPECT_EQ(0x80000001u, d3d->m_streamFrequencies[1]);
-}
-
-TEST_F(Draws, WhatTheStatisticsCount)
-{
-    // Only solid fill counts, but every mode draws.
+    // Only solid fill counts, though every mode draws; GUI mode counts into the GUI
+    // sums only, and binds and instances have no GUI half.
+    Timer().Reset();
     rs->SetFillMode(FILL_WIREFRAME);
-    kvproxy::Mark from = kvproxy::Here();
     rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), nullptr, 1, false);
     DrawUP(PT_TRIANGLE_LIST, 3);
-    EXPECT_EQ((std::vector<std::string>{"DrawPrimitive", "DrawPrimitiveUP"}), MethodsSince(from));
-    EXPECT_EQ((std::vector<unsigned>{0, 0, 0}), Counts());
-    EXPECT_EQ(0u, Timer().m_nVBBinds);
+    DrawIndexedUP(PT_TRIANGLE_LIST, 4, 6);
     rs->SetFillMode(FILL_SOLID);
-
-    // Line lists count only from user memory.
-    from = kvproxy::Here();
-    rs->DrawPrimitive(PT_LINE_LIST, data.get(), nullptr, 1, false);
-    rs->DrawPrimitive(PT_LINE_STRIP, data.get(), nullptr, 1, false);
-    EXPECT_EQ(2u, kvproxy::CountSince(from, Method::DrawPrimitive));
-    EXPECT_EQ(0u, Timer().m_nDrawCallCount);
-    DrawUP(PT_LINE_LIST, 4);
-    EXPECT_EQ(1u, Timer().m_nDrawCallCount);
-    EXPECT_EQ(2u, Timer().m_nPrimitiveCount);
-    DrawUP(PT_LINE_STRIP, 4);
-    DrawIndexedUP(PT_LINE_LIST, 4, 4);
-    EXPECT_EQ(1u, Timer().m_nDrawCallCount);
-    EXPECT_EQ(1u, kvproxy::CountSince(from, Method::DrawIndexedPrimitiveUP));
-
-    // GUI mode counts into the GUI sums only; binds and instances have no GUI half.
+    EXPECT_EQ(3u, kvproxy::CountSince(mark, Method::DrawPrimitive) +
+                      kvproxy::CountSince(mark, Method::DrawPrimitiveUP) +
+                      kvproxy::CountSince(mark, Method::DrawIndexedPrimitiveUP));
+    EXPECT_EQ(Call("", 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0), Counts());
+    rs->SetVertexBuffer(data.get());
+    rs->SetIndexBuffer(indices.get());
     Timer().Reset();
     g_bInGUIMode = true;
-    rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), IndexData(indices.get(), 0, 6).get(), 2, true);
+    rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), all.get(), 2, true);
     DrawUP(PT_TRIANGLE_LIST, 3);
     DrawIndexedUP(PT_TRIANGLE_LIST, 4, 6);
     g_bInGUIMode = false;
-    EXPECT_EQ(
-        (std::vector<unsigned>{4 + 1 + 2, 4 + 3 + 4, 3}),
-        (std::vector<unsigned>{Timer().m_nGUIPrimitiveCount, Timer().m_nGUIVertexCount, Timer().m_nGUIDrawCallCount}));
-    EXPECT_EQ((std::vector<unsigned>{0, 0, 0}), Counts());
-    EXPECT_EQ(1u, Timer().m_nExtraInstances);
-    EXPECT_EQ(2u, Timer().m_nVBBinds);
-    EXPECT_EQ(1u, Timer().m_nIBBinds);
+    EXPECT_EQ(Call("", 0, 0, 0, 4 + 1 + 2, 4 + 3 + 4, 3, 1, 2, 7 * kStride, 1, 12), Counts());
+    // Line lists from hardware buffers do not count.
+    rs->SetVertexBuffer(data.get());
+    rs->DrawPrimitive(PT_LINE_LIST, data.get(), nullptr, 1, false);
     rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), nullptr, 1, false);
-    EXPECT_EQ(1u, Timer().m_nDrawCallCount);
-    EXPECT_EQ(3u, Timer().m_nGUIDrawCallCount);
-}
+    EXPECT_EQ(Call("", 1, 4, 1, 4 + 1 + 2, 4 + 3 + 4, 3, 1, 3, 7 * kStride + 8 * kStride, 1, 12), Counts());
 
-TEST_F(Draws, RefusedDrawsAreLoggedAndStillCounted)
-{
+    EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
+
+    // A refused frequency is logged and kept; refused draws are logged and still counted.
+    kvproxy::FailMethod(Method::SetStreamSourceFreq, D3DERR_INVALIDCALL, 1);
+    rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), nullptr, 3, true);
+    EXPECT_EQ(std::vector<std::string>{VerifyLine(D3DERR_INVALIDCALL, "Failed to SetStreamSourceFreq")}, Errors());
+    EXPECT_EQ((std::vector<uint32_t>{0x40000003u, 0x80000001u}), d3d->m_streamFrequencies);
+    ClearLog();
+    Timer().Reset();
     for (Method m :
          {Method::DrawIndexedPrimitive, Method::DrawPrimitive, Method::DrawPrimitiveUP, Method::DrawIndexedPrimitiveUP})
         kvproxy::FailMethod(m, D3DERR_INVALIDCALL, 1);
@@ -381,19 +297,18 @@ TEST_F(Draws, RefusedDrawsAreLoggedAndStillCounted)
 
 TEST_F(Draws, ProfilerEventsAndMarkersCarryTheirText)
 {
-    kvproxy::Mark from = kvproxy::Here();
     rs->BeginEvent("Shadow pass");
     rs->SetMarker("cascade 2");
     rs->EndEvent();
     rs->BeginEvent("");
-    std::vector<KvProxyCall> calls = kvproxy::CallsSince(from);
-    ASSERT_EQ(
-        (std::vector<std::string>{"D3DPERF_BeginEvent", "D3DPERF_SetMarker", "D3DPERF_EndEvent", "D3DPERF_BeginEvent"}),
-        MethodsSince(from));
-    EXPECT_EQ(0x01000100u, calls[0].args[0]);
+    std::vector<KvProxyCall> calls = kvproxy::CallsSince(mark);
+    ASSERT_EQ(Join(Call("D3DPERF_BeginEvent", 0x01000100u), Call("D3DPERF_SetMarker", 0x01000100u),
+                   Call("D3DPERF_EndEvent"), Call("D3DPERF_BeginEvent", 0x01000100u)),
+              Trace(mark, {}, 1));
     EXPECT_EQ(L"Shadow pass", kvproxy::TextOf(calls[0]));
-    EXPECT_EQ(0x01000100u, calls[1].args[0]);
     EXPECT_EQ(L"cascade 2", kvproxy::TextOf(calls[1]));
     EXPECT_EQ(L"", kvproxy::TextOf(calls[3]));
     rs->EndEvent();
 }
+
+} // namespace

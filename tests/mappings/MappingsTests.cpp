@@ -1,19 +1,19 @@
 // The translations between the engine's enumerations and Direct3D's. Every
 // expected Direct3D value is written as the number Direct3D documents, not as
 // the header's named constant, so a wrong constant in the header fails as
-// surely as a wrong row. Values outside each enumeration show the fallbacks.
-// The capability rules read the caps of a live render system object, as the
-// state setters do; the capability bits are numbers here for the same reason.
+// surely as a wrong row. Each row lists the answers for a run of engine values,
+// one past the last known value and -1 included, which shows the fallbacks. The
+// capability rules take caps of every bit set but the one under test; the
+// capability bits are numbers here for the same reason.
 #include "D3D9Mappings.h"
-#include "D3D9RenderSystem.h"
 
 #include "engine/Log.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
-#include <initializer_list>
-#include <memory>
+#include <functional>
 #include <set>
 #include <vector>
 
@@ -23,28 +23,31 @@ using namespace kv::D3D9Mappings;
 namespace
 {
 
+typedef std::vector<unsigned> Numbers;
 const unsigned kForceDword = 0x7FFFFFFF;
 
-// An engine value and the documented number it must become.
-struct Pair
+// The answers for the engine values first to last.
+Numbers Answers(const std::function<unsigned(int)>& map, int first, int last)
 {
-    int engine;
-    unsigned d3d;
-};
-
-template <typename Map>
-void ExpectMapped(const char* what, std::initializer_list<Pair> rows, Map map)
-{
-    for (const Pair& r : rows)
-        EXPECT_EQ(r.d3d, static_cast<unsigned>(map(r.engine))) << what << " of engine value " << r.engine;
+    Numbers out;
+    for (int v = first; v <= last; ++v)
+        out.push_back(map(v));
+    return out;
 }
 
-// An engine value and its numbers without and with the inversion.
-struct Twin
+template <class E, class R>
+std::function<unsigned(int)> Of(R (*map)(E))
 {
-    int engine;
-    unsigned plain, inverted;
-};
+    return [map](int v) { return static_cast<unsigned>(map(static_cast<E>(v))); };
+}
+
+D3DCAPS9 AllCapsBut(DWORD D3DCAPS9::*field, DWORD value)
+{
+    D3DCAPS9 caps;
+    std::memset(&caps, 0xFF, sizeof(caps));
+    caps.*field = value;
+    return caps;
+}
 
 const struct FormatRow
 {
@@ -88,332 +91,145 @@ const struct FormatRow
     {PF_D16, 113, 80},
 };
 
-bool IsTableFormat(unsigned engine)
+TEST(PixelFormats, ThirtyFiveRowsMapBothWaysAndEveryOtherValueIsUnknown)
 {
-    for (const FormatRow& r : kFormats)
-        if (r.number == engine)
-            return true;
-    return false;
-}
-
-TEST(PixelFormats, ThirtyFiveRowsMapBothWays)
-{
-    ASSERT_EQ(35u, sizeof(kFormats) / sizeof(kFormats[0]));
-    std::set<unsigned> d3dSeen;
+    std::set<unsigned> engineSeen, d3dSeen;
     for (const FormatRow& r : kFormats)
     {
         EXPECT_EQ(r.number, static_cast<unsigned>(r.engine)) << "engine header value";
         EXPECT_EQ(r.d3d, static_cast<unsigned>(toD3DFormat(r.engine))) << "engine format " << r.number;
         EXPECT_EQ(r.number, static_cast<unsigned>(fromD3DFormat(static_cast<D3DFORMAT>(r.d3d)))) << r.d3d;
-        EXPECT_TRUE(d3dSeen.insert(r.d3d).second) << "two engine formats share " << r.d3d;
-    }
-}
-
-TEST(PixelFormats, EveryOtherValueIsUnknownBothWays)
-{
-    EXPECT_EQ(D3DFMT_UNKNOWN, toD3DFormat(PF_UNKNOWN));
-    EXPECT_EQ(PF_UNKNOWN, fromD3DFormat(D3DFMT_UNKNOWN));
-    for (unsigned v = 0; v < 400; ++v)
-        EXPECT_TRUE(IsTableFormat(v) || toD3DFormat(static_cast<PixelFormat>(v)) == D3DFMT_UNKNOWN) << v;
-    EXPECT_EQ(D3DFMT_UNKNOWN, toD3DFormat(static_cast<PixelFormat>(0xFFFFFFFFu)));
-
-    // Direct3D formats the engine has no name for.
-    const D3DFORMAT others[] = {D3DFMT_X1R5G5B5,
-                                D3DFMT_A8R3G3B2,
-                                D3DFMT_X4R4G4B4,
-                                D3DFMT_A8P8,
-                                D3DFMT_P8,
-                                D3DFMT_V8U8,
-                                D3DFMT_L6V5U5,
-                                D3DFMT_X8L8V8U8,
-                                D3DFMT_Q8W8V8U8,
-                                D3DFMT_V16U16,
-                                D3DFMT_A2W10V10U10,
-                                D3DFMT_UYVY,
-                                D3DFMT_YUY2,
-                                D3DFMT_R8G8_B8G8,
-                                D3DFMT_G8R8_G8B8,
-                                D3DFMT_MULTI2_ARGB8,
-                                D3DFMT_D16_LOCKABLE,
-                                D3DFMT_D32,
-                                D3DFMT_D15S1,
-                                D3DFMT_D24X4S4,
-                                D3DFMT_D32F_LOCKABLE,
-                                D3DFMT_D24FS8,
-                                D3DFMT_VERTEXDATA,
-                                D3DFMT_INDEX16,
-                                D3DFMT_INDEX32,
-                                D3DFMT_Q16W16V16U16,
-                                D3DFMT_CxV8U8,
-                                static_cast<D3DFORMAT>(MAKEFOURCC('A', 'T', 'I', '1')),
-                                static_cast<D3DFORMAT>(MAKEFOURCC('D', 'F', '2', '4')),
-                                static_cast<D3DFORMAT>(0x7FFFFFFF)};
-    for (D3DFORMAT f : others)
-        EXPECT_EQ(PF_UNKNOWN, fromD3DFormat(f)) << f;
-    EXPECT_EQ(24u, static_cast<unsigned>(D3DFMT_X1R5G5B5));
-    // Engine numbers that happen to equal Direct3D numbers are not confused:
-    // 26 is PF_X8R8G8B8 to the engine but D3DFMT_A4R4G4B4 to Direct3D.
-    EXPECT_EQ(PF_A4R4G4B4, fromD3DFormat(static_cast<D3DFORMAT>(26)));
-}
-
-TEST(PixelFormats, ClosestSupportedNeverAnswersAnUnknownFormat)
-{
-    for (const FormatRow& r : kFormats)
         EXPECT_EQ(r.engine, closestSupportedFormat(r.engine));
-    auto closest = [](int v) { return closestSupportedFormat(static_cast<PixelFormat>(v)); };
-    // Partners, then strays that fall back to PF_A8R8G8B8 (12).
-    ExpectMapped("closest format", {{7, 6}, {11, 10}, {22, 23}, {24, 25}, {37, 30}, {109, 8}}, closest);
-    ExpectMapped("closest format",
-                 {{0, 12},
-                  {14, 12},
-                  {28, 12},
-                  {38, 12},
-                  {71, 12},
-                  {73, 12},
-                  {108, 12},
-                  {114, 12},
-                  {200, 12},
-                  {0x7FFFFFFF, 12},
-                  {-1, 12}},
-                 closest);
+        EXPECT_TRUE(engineSeen.insert(r.number).second && d3dSeen.insert(r.d3d).second) << r.number;
+    }
     for (unsigned v = 0; v < 400; ++v)
-        EXPECT_NE(D3DFMT_UNKNOWN, toD3DFormat(closestSupportedFormat(static_cast<PixelFormat>(v)))) << v;
+    {
+        const PixelFormat f = static_cast<PixelFormat>(v);
+        EXPECT_TRUE(engineSeen.count(v) || toD3DFormat(f) == D3DFMT_UNKNOWN) << v;
+        EXPECT_TRUE(d3dSeen.count(v) || fromD3DFormat(static_cast<D3DFORMAT>(v)) == PF_UNKNOWN) << v;
+        EXPECT_NE(D3DFMT_UNKNOWN, toD3DFormat(closestSupportedFormat(f))) << v;
+    }
+    // FOURCC formats the engine has no name for; 26 is PF_X8R8G8B8 to the engine
+    // but D3DFMT_A4R4G4B4 to Direct3D.
+    for (unsigned f : {unsigned(MAKEFOURCC('A', 'T', 'I', '1')), unsigned(MAKEFOURCC('D', 'F', '2', '4')), kForceDword})
+        EXPECT_EQ(PF_UNKNOWN, fromD3DFormat(static_cast<D3DFORMAT>(f))) << f;
+    EXPECT_EQ(D3DFMT_UNKNOWN, toD3DFormat(static_cast<PixelFormat>(0xFFFFFFFFu)));
+    EXPECT_EQ(PF_A4R4G4B4, fromD3DFormat(static_cast<D3DFORMAT>(26)));
+    // Partners, then strays that fall back to PF_A8R8G8B8 (12).
+    Numbers closest;
+    for (unsigned v : {7u, 11u, 22u, 24u, 37u, 109u, 0u, 14u, 114u, 200u, 0x7FFFFFFFu, 0xFFFFFFFFu})
+        closest.push_back(closestSupportedFormat(static_cast<PixelFormat>(v)));
+    EXPECT_EQ((Numbers{6, 10, 23, 25, 30, 8, 12, 12, 12, 12, 12, 12}), closest);
 }
 
-TEST(VertexDeclarations, TypesInTheirOwnOrderAndUnknownReported)
+TEST(Enumerations, StatesDeclarationsAndBuffers)
 {
     ClearLog();
-    auto type = [](int v) { return toD3DDeclType(static_cast<VertexElementType>(v)); };
-    ExpectMapped(
-        "declaration type",
-        {{0, 0}, {1, 1}, {2, 2}, {3, 3}, {4, 4}, {5, 6}, {6, 7}, {7, 5}, {8, 8}, {9, 9}, {10, 10}, {11, 15}, {12, 16}},
-        type);
-    EXPECT_EQ(0u, GetLogLineCount()) << "known types are not reported";
+    EXPECT_EQ((Numbers{kForceDword, 2, 1, 9, 3, 10, 4, 7, 5, 8, 6, 14, 15, 11, kForceDword}),
+              Answers(Of(&toD3DBlend), -1, 13));
+    EXPECT_EQ((Numbers{kForceDword, 1, 2, 3, 4, 5, kForceDword}), Answers(Of(&toD3DBlendOp), -1, 5));
+    EXPECT_EQ((Numbers{0, 1, 8, 2, 4, 3, 6, 7, 5, 0}), Answers(Of(&toD3DCmpFunc), -1, 8));
+    // Points, wireframe, solid, the two wire viewing modes, the two that the setters handle.
+    EXPECT_EQ((Numbers{kForceDword, kForceDword, 1, 2, 3, 2, 2, kForceDword, kForceDword, kForceDword}),
+              Answers(Of(&toD3DFillMode), -1, 8));
+    // 32-bit indices for one type only; everything else is 16-bit.
+    EXPECT_EQ((Numbers{101, 101, 102, 101}), Answers(Of(&toD3DIndexFormat), -1, 2));
+    EXPECT_EQ((Numbers{6, 6, 5, 7, 6}), Answers(Of(&toD3DSamplerFilterState), -1, 3));
+    for (const bool invert : {false, true})
+    {
+        auto stencil = [invert](int v) { return unsigned(toD3DStencilOp(static_cast<StencilOperation>(v), invert)); };
+        auto cull = [invert](int v) { return unsigned(toD3DCull(static_cast<CullingMode>(v), invert)); };
+        EXPECT_EQ((invert ? Numbers{0, 1, 2, 3, 5, 4, 8, 7, 6, 0} : Numbers{0, 1, 2, 3, 4, 5, 7, 8, 6, 0}),
+                  Answers(stencil, -1, 8));
+        EXPECT_EQ((invert ? Numbers{0, 0, 1, 3, 2, 0} : Numbers{0, 0, 1, 2, 3, 0}), Answers(cull, -1, 4));
+    }
+    EXPECT_EQ(0u, GetLogLineCount());
 
+    // Declaration types in their own order; an unknown one is reported and stands as FLOAT3.
+    EXPECT_EQ((Numbers{0, 1, 2, 3, 4, 6, 7, 5, 8, 9, 10, 15, 16}), Answers(Of(&toD3DDeclType), 0, 12));
+    EXPECT_EQ(0u, GetLogLineCount()) << "known types are not reported";
     for (int v : {13, -1, 1000})
     {
         ClearLog();
-        EXPECT_EQ(2u, static_cast<unsigned>(type(v))) << "unknown types become FLOAT3";
-        std::vector<LogLine> errors;
-        for (const LogLine& l : GetLogLines())
-            if (l.level == LOG_ERROR)
-                errors.push_back(l);
-        ASSERT_EQ(1u, errors.size());
-        EXPECT_EQ("Unknow VertexElementType:" + std::to_string(v), errors[0].text);
-        EXPECT_EQ("D3D9RenderSystem/D3D9Mappings", errors[0].file);
+        EXPECT_EQ(2u, static_cast<unsigned>(toD3DDeclType(static_cast<VertexElementType>(v))));
+        const std::vector<LogLine> lines = GetLogLines();
+        ASSERT_EQ(1u, lines.size());
+        EXPECT_EQ("D3D9RenderSystem/D3D9Mappings: Unknow VertexElementType:" + std::to_string(v),
+                  lines[0].file + ": " + lines[0].text);
+        EXPECT_EQ(LOG_ERROR, lines[0].level);
     }
-}
-
-TEST(VertexDeclarations, SemanticsAgreeBothWaysAndFallBackToPosition)
-{
+    // Semantics agree both ways and fall back to the position, silently.
     ClearLog();
-    const std::initializer_list<Pair> rows = {{0, 0}, {1, 3}, {2, 7}, {3, 6}, {4, 5}, {5, 10}, {6, 1}, {7, 2}};
-    ExpectMapped("semantic", rows, [](int v) { return toD3DDeclUsage(static_cast<VertexSemantic>(v)); });
-    for (const Pair& r : rows)
-        EXPECT_EQ(r.engine, static_cast<int>(fromD3DDeclUsage(static_cast<D3DDECLUSAGE>(r.d3d)))) << r.d3d;
-    for (int v : {8, -1, 99})
-        EXPECT_EQ(D3DDECLUSAGE_POSITION, toD3DDeclUsage(static_cast<VertexSemantic>(v))) << v;
-    // Point size, tessellation factor, transformed position, fog, depth, sample, and strays.
-    for (unsigned u : {4u, 8u, 9u, 11u, 12u, 13u, 14u, 0xFFu})
-        EXPECT_EQ(VES_POSITION, fromD3DDeclUsage(static_cast<D3DDECLUSAGE>(u))) << u;
+    const Numbers usages{0, 3, 7, 6, 5, 10, 1, 2};
+    EXPECT_EQ((Numbers{0, 0, 3, 7, 6, 5, 10, 1, 2, 0}), Answers(Of(&toD3DDeclUsage), -1, 8));
+    for (unsigned u = 0; u < 16; ++u)
+    {
+        const auto found = std::find(usages.begin(), usages.end(), u);
+        EXPECT_EQ(found == usages.end() ? 0 : found - usages.begin(), fromD3DDeclUsage(static_cast<D3DDECLUSAGE>(u)))
+            << u;
+    }
     EXPECT_EQ(0u, GetLogLineCount()) << "semantics fall back silently";
-}
 
-TEST(States, BlendCompareFillAndIndexFormats)
-{
-    ExpectMapped("blend factor",
-                 {{0, 2},
-                  {1, 1},
-                  {2, 9},
-                  {3, 3},
-                  {4, 10},
-                  {5, 4},
-                  {6, 7},
-                  {7, 5},
-                  {8, 8},
-                  {9, 6},
-                  {10, 14},
-                  {11, 15},
-                  {12, 11},
-                  {13, kForceDword},
-                  {-1, kForceDword},
-                  {100, kForceDword}},
-                 [](int v) { return toD3DBlend(static_cast<BlendFactor>(v)); });
-    ExpectMapped("blend operation", {{0, 1}, {1, 2}, {2, 3}, {3, 4}, {4, 5}, {5, kForceDword}, {-1, kForceDword}},
-                 [](int v) { return toD3DBlendOp(static_cast<BlendOperation>(v)); });
-    ExpectMapped("compare function", {{0, 1}, {1, 8}, {2, 2}, {3, 4}, {4, 3}, {5, 6}, {6, 7}, {7, 5}, {8, 0}, {-1, 0}},
-                 [](int v) { return toD3DCmpFunc(static_cast<CompareFunction>(v)); });
-    // Points, wireframe, solid, and the two wire viewing modes.
-    ExpectMapped("fill mode",
-                 {{1, 1},
-                  {2, 2},
-                  {3, 3},
-                  {4, 2},
-                  {5, 2},
-                  {6, kForceDword},
-                  {7, kForceDword},
-                  {0, kForceDword},
-                  {8, kForceDword},
-                  {-1, kForceDword}},
-                 [](int v) { return toD3DFillMode(static_cast<FillMode>(v)); });
-    // 32-bit indices for one type only; everything else is 16-bit.
-    ExpectMapped("index format", {{1, 102}, {0, 101}, {2, 101}, {32, 101}, {-1, 101}},
-                 [](int v) { return toD3DIndexFormat(static_cast<IndexType>(v)); });
-}
-
-TEST(States, StencilAndCullingSwapWhenInverted)
-{
-    const Twin stencil[] = {{0, 1, 1}, {1, 2, 2}, {2, 3, 3}, {3, 4, 5}, {4, 5, 4},
-                            {5, 7, 8}, {6, 8, 7}, {7, 6, 6}, {8, 0, 0}, {-1, 0, 0}};
-    for (const Twin& r : stencil)
-    {
-        const StencilOperation op = static_cast<StencilOperation>(r.engine);
-        EXPECT_EQ(r.plain, static_cast<unsigned>(toD3DStencilOp(op, false))) << "stencil " << r.engine;
-        EXPECT_EQ(r.inverted, static_cast<unsigned>(toD3DStencilOp(op, true))) << "inverted stencil " << r.engine;
-    }
-    const Twin cull[] = {{1, 1, 1}, {2, 2, 3}, {3, 3, 2}, {0, 0, 0}, {4, 0, 0}, {-1, 0, 0}};
-    for (const Twin& r : cull)
-    {
-        const CullingMode mode = static_cast<CullingMode>(r.engine);
-        EXPECT_EQ(r.plain, static_cast<unsigned>(toD3DCull(mode, false))) << "cull " << r.engine;
-        EXPECT_EQ(r.inverted, static_cast<unsigned>(toD3DCull(mode, true))) << "inverted cull " << r.engine;
-    }
-}
-
-TEST(Buffers, UsageNeedsDynamicAndDiscardableForDynamic)
-{
-    // Every combination of static 1, dynamic 2, write-only 4, discardable 8.
-    const unsigned expected[16] = {0, 0, 0, 0, 8, 8, 8, 8, 0, 0, 0x200, 0x200, 8, 8, 0x208, 0x208};
+    // Every combination of static 1, dynamic 2, write-only 4, discardable 8; the
+    // render-target bit 0x20 changes nothing. Dynamic needs dynamic and discardable.
+    const std::set<unsigned> dynamicDiscardable = {10, 11, 14, 15}, writeOnly = {4, 5, 6, 7, 12, 13, 14, 15};
     for (unsigned u = 0; u < 16; ++u)
     {
-        EXPECT_EQ(expected[u], toD3DUsage(static_cast<CHardwareBuffer::Usage>(u))) << u;
-        EXPECT_EQ(expected[u], toD3DUsage(static_cast<CHardwareBuffer::Usage>(u | 0x20))) << (u | 0x20);
-    }
-}
-
-TEST(Buffers, LockFlagsRespectTheUsage)
-{
-    const std::set<unsigned> dynamicDiscardable = {10, 11, 14, 15};
-    const std::set<unsigned> writeOnly = {4, 5, 6, 7, 12, 13, 14, 15};
-    for (unsigned u = 0; u < 16; ++u)
-    {
-        const CHardwareBuffer::Usage usage = static_cast<CHardwareBuffer::Usage>(u);
-        auto flags = [usage](int o) { return toD3DLockFlags(static_cast<CHardwareBuffer::LockOptions>(o), usage); };
         const bool dd = dynamicDiscardable.count(u) != 0;
-        EXPECT_EQ(0u, toD3DLockFlags(CHardwareBuffer::LOCK_NORMAL, usage)) << u;
-        EXPECT_EQ(dd ? 0x2000u : 0u, flags(1)) << "discard, usage " << u;
-        EXPECT_EQ(writeOnly.count(u) ? 0u : 0x10u, flags(2)) << "read-only, usage " << u;
-        EXPECT_EQ(dd ? 0x1000u : 0u, flags(3)) << "no-overwrite, usage " << u;
-        for (int v : {4, -1, 0x2000})
-            EXPECT_EQ(0u, flags(v)) << u << " " << v;
+        const CHardwareBuffer::Usage usage = static_cast<CHardwareBuffer::Usage>(u);
+        EXPECT_EQ((writeOnly.count(u) ? 8u : 0u) + (dd ? 0x200u : 0u), toD3DUsage(usage)) << u;
+        EXPECT_EQ(toD3DUsage(usage), toD3DUsage(static_cast<CHardwareBuffer::Usage>(u | 0x20))) << u;
+        auto flags = [usage](int o) { return toD3DLockFlags(static_cast<CHardwareBuffer::LockOptions>(o), usage); };
+        // Normal, discard, read-only, no-overwrite, and strays.
+        EXPECT_EQ((Numbers{0, 0, dd ? 0x2000u : 0u, writeOnly.count(u) ? 0u : 0x10u, dd ? 0x1000u : 0u, 0}),
+                  Answers(flags, -1, 4))
+            << u;
     }
 }
 
-// The capability rules read the caps the way the state setters do: from the
-// render system's m_d3dcaps. No device is needed for that.
-struct CapabilityRules : public ::testing::Test
+TEST(CapabilityRules, AnisotropyBorderAndSphereMapsFollowTheCaps)
 {
-    std::unique_ptr<CD3D9RenderSystem> rs;
-
-    void SetUp() override
-    {
-        rs.reset(new CD3D9RenderSystem);
-        ASSERT_EQ(rs.get(), GetD3D9RenderSystem());
-    }
-    void TearDown() override
-    {
-        if (rs)
-            std::memset(&rs->m_d3dcaps, 0, sizeof(rs->m_d3dcaps));
-        rs.reset();
-    }
-
-    const D3DCAPS9& Caps() { return GetD3D9RenderSystem()->m_d3dcaps; }
-    // Every capability word set, so only the field under test can say no.
-    void AllCapsExcept(DWORD D3DCAPS9::*field, DWORD value)
-    {
-        std::memset(&rs->m_d3dcaps, 0xFF, sizeof(rs->m_d3dcaps));
-        rs->m_d3dcaps.*field = value;
-    }
-};
-
-TEST_F(CapabilityRules, AnisotropyOnlyWhereTheDeviceOffersItForThatFilter)
-{
-    // Minifying, magnifying, mip filter sampler states.
-    ExpectMapped("sampler state", {{0, 6}, {1, 5}, {2, 7}, {3, 6}, {-1, 6}},
-                 [](int v) { return toD3DSamplerFilterState(static_cast<FilterType>(v)); });
-
     const DWORD mag = 0x04000000, min = 0x400; // the anisotropic filter caps bits
     // Options other than anisotropic ignore type and caps alike: none 0, point 1, linear 2.
-    for (DWORD caps : {DWORD(0), mag, min, mag | min, ~(mag | min), DWORD(0xFFFFFFFF)})
-        for (int t : {0, 1, 2, 3, -1})
+    for (DWORD caps : {DWORD(0), mag | min, ~(mag | min)})
+        for (int type : {0, 1, 2, 3, -1})
         {
-            AllCapsExcept(&D3DCAPS9::TextureFilterCaps, caps);
-            ExpectMapped("filter option", {{0, 0}, {1, 1}, {2, 2}, {4, 0}, {5, 0}, {-1, 0}}, [&](int o) {
-                return toD3DTextureFilter(static_cast<FilterType>(t), static_cast<FilterOptions>(o), Caps());
-            });
+            const D3DCAPS9 c = AllCapsBut(&D3DCAPS9::TextureFilterCaps, caps);
+            auto filter = [&](int o) {
+                return unsigned(toD3DTextureFilter(static_cast<FilterType>(type), static_cast<FilterOptions>(o), c));
+            };
+            EXPECT_EQ((Numbers{0, 0, 1, 2}), Answers(filter, -1, 2));
+            EXPECT_EQ(0u, filter(4));
         }
-
-    // Anisotropic (3) where the filter type's bit is set, otherwise linear (2).
+    // Anisotropic (3) where the filter type's bit is set, otherwise linear (2); never for mips.
     const struct
     {
         int type;
         DWORD caps;
         unsigned expected;
-    } aniso[] = {
-        {1, 0, 2}, {1, mag, 3},       {1, min, 2},        {1, mag | min, 3},  {1, ~(mag | min), 2},
-        {0, 0, 2}, {0, mag, 2},       {0, min, 3},        {0, mag | min, 3},  {0, ~(mag | min), 2},
-        {2, 0, 2}, {2, mag | min, 2}, {2, 0xFFFFFFFF, 2}, {3, 0xFFFFFFFF, 2}, {-1, 0xFFFFFFFF, 2},
-    };
+    } aniso[] = {{1, 0, 2},   {1, mag, 3},          {1, min, 2},       {1, ~(mag | min), 2}, {0, mag, 2},
+                 {0, min, 3}, {0, ~(mag | min), 2}, {2, mag | min, 2}, {3, 0xFFFFFFFF, 2},   {-1, 0xFFFFFFFF, 2}};
     for (const auto& r : aniso)
-    {
-        AllCapsExcept(&D3DCAPS9::TextureFilterCaps, r.caps);
-        EXPECT_EQ(r.expected,
-                  static_cast<unsigned>(toD3DTextureFilter(static_cast<FilterType>(r.type), FO_ANISOTROPIC, Caps())))
+        EXPECT_EQ(r.expected, unsigned(toD3DTextureFilter(static_cast<FilterType>(r.type), FO_ANISOTROPIC,
+                                                          AllCapsBut(&D3DCAPS9::TextureFilterCaps, r.caps))))
             << "type " << r.type << " caps " << std::hex << r.caps;
-    }
-}
 
-TEST_F(CapabilityRules, BorderFallsBackToClamp)
-{
-    const DWORD border = 8; // the border addressing caps bit
-    // Wrap 1, mirror 2, clamp 3; border 4 only with the bit, else clamp.
-    for (DWORD caps : {DWORD(0), border, ~border, DWORD(0xFFFFFFFF)})
+    // Wrap 1, mirror 2, clamp 3; border 4 only with the bit (8), else clamp.
+    for (DWORD caps : {DWORD(0), DWORD(8), ~DWORD(8)})
     {
-        AllCapsExcept(&D3DCAPS9::TextureAddressCaps, caps);
-        const unsigned borderOrClamp = (caps & border) ? 4 : 3;
-        ExpectMapped("address mode", {{0, 1}, {1, 2}, {2, 3}, {3, borderOrClamp}, {4, kForceDword}, {-1, kForceDword}},
-                     [&](int v) { return toD3DTextureAddress(static_cast<TextureAddressMode>(v), Caps()); });
+        const D3DCAPS9 c = AllCapsBut(&D3DCAPS9::TextureAddressCaps, caps);
+        auto address = [&](int v) { return unsigned(toD3DTextureAddress(static_cast<TextureAddressMode>(v), c)); };
+        EXPECT_EQ((Numbers{kForceDword, 1, 2, 3, (caps & 8) ? 4u : 3u, kForceDword}), Answers(address, -1, 4));
     }
-}
 
-TEST_F(CapabilityRules, SphereMapOnlyWithTheVertexProcessingCap)
-{
-    const DWORD sphereCap = 0x100;
-    const DWORD sphere = 0x40000, normal = 0x10000, reflection = 0x30000, position = 0x20000;
-    const struct
-    {
-        int engine;
-        DWORD with, without;
-    } rows[] = {
-        {1, sphere, normal},
-        {2, sphere, reflection},
-        {3, reflection, reflection},
-        {4, normal, normal},
-        {5, position, position},
-        {0, 0, 0},
-        {6, 0, 0},
-        {-1, 0, 0},
+    // Sphere maps stand in for the environment maps only with the sphere-map bit (0x100).
+    const D3DCAPS9 with = AllCapsBut(&D3DCAPS9::VertexProcessingCaps, 0x100);
+    const D3DCAPS9 without = AllCapsBut(&D3DCAPS9::VertexProcessingCaps, ~DWORD(0x100));
+    auto index = [](const D3DCAPS9& c) {
+        return [&c](int v) { return unsigned(toD3DTexCoordIndex(static_cast<TexCoordGeneration>(v), c)); };
     };
-    for (const auto& r : rows)
-    {
-        const TexCoordGeneration g = static_cast<TexCoordGeneration>(r.engine);
-        AllCapsExcept(&D3DCAPS9::VertexProcessingCaps, sphereCap);
-        EXPECT_EQ(r.with, toD3DTexCoordIndex(g, Caps())) << r.engine;
-        AllCapsExcept(&D3DCAPS9::VertexProcessingCaps, ~sphereCap);
-        EXPECT_EQ(r.without, toD3DTexCoordIndex(g, Caps())) << r.engine;
-        AllCapsExcept(&D3DCAPS9::VertexProcessingCaps, 0);
-        EXPECT_EQ(r.without, toD3DTexCoordIndex(g, Caps())) << r.engine;
-    }
+    EXPECT_EQ((Numbers{0, 0, 0x40000, 0x40000, 0x30000, 0x10000, 0x20000, 0}), Answers(index(with), -1, 6));
+    EXPECT_EQ((Numbers{0, 0, 0x10000, 0x30000, 0x30000, 0x10000, 0x20000, 0}), Answers(index(without), -1, 6));
 }
 
 TEST(Matrices, BothDirectionsTranspose)
@@ -426,17 +242,11 @@ TEST(Matrices, BothDirectionsTranspose)
     const Matrix4 back = fromD3DMatrix(d);
     for (int i = 0; i < 4; ++i)
         for (int j = 0; j < 4; ++j)
-        {
-            EXPECT_EQ(m.m[j][i], d.m[i][j]) << i << "," << j;
-            EXPECT_EQ(m.m[i][j], back.m[i][j]) << i << "," << j;
-        }
-    // The engine keeps a translation in the last column; Direct3D's row
-    // vectors want it in the last row.
-    const D3DMATRIX dm = toD3DMatrix(Matrix4(1, 0, 0, 5, 0, 1, 0, 6, 0, 0, 1, 7, 0, 0, 0, 1));
-    EXPECT_EQ(5.0f, dm._41);
-    EXPECT_EQ(6.0f, dm._42);
-    EXPECT_EQ(7.0f, dm._43);
-    EXPECT_EQ(0.0f, dm._14);
+            EXPECT_TRUE(m.m[j][i] == d.m[i][j] && m.m[i][j] == back.m[i][j]) << i << "," << j;
+    // The engine keeps a translation in the last column; Direct3D's row vectors
+    // want it in the last row.
+    const D3DMATRIX t = toD3DMatrix(Matrix4(1, 0, 0, 5, 0, 1, 0, 6, 0, 0, 1, 7, 0, 0, 0, 1));
+    EXPECT_EQ((std::vector<float>{5, 6, 7, 0}), (std::vector<float>{t._41, t._42, t._43, t._14}));
 }
 
 } // namespace

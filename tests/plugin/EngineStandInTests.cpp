@@ -1,8 +1,11 @@
-// The engine stand-in's own members that the plug-in relies on: the log capture,
-// the window registry behind CRenderSystem::Reset, Destroy, the counters.
+// The engine stand-in's own members that the plug-in builds on: the log
+// capture, the window registry behind CRenderSystem::Reset, Destroy, the compile
+// thread with its queue and shader cache, and the shader sources.
 #include "D3D9RenderSystem.h"
 
-#include "engine/Colour.h"
+#include "engine/ArchiveManager.h"
+#include "engine/GpuProgramCompileThread.h"
+#include "engine/GpuProgramManager.h"
 #include "engine/IndexData.h"
 #include "engine/Log.h"
 #include "engine/RenderWindow.h"
@@ -11,7 +14,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdio>
+#include <cstring>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 using namespace kv;
@@ -52,35 +59,32 @@ public:
     int* m_pDeaths;
 };
 
-HWND FakeHandle(uintptr_t n)
+HWND Handle(uintptr_t n)
 {
     return reinterpret_cast<HWND>(n);
 }
 
-TEST(EngineLog, KeepsLevelPositionAndExactText)
+TEST(EngineLog, KeepsLevelPositionAndExactTextFromAnyThread)
 {
     ClearLog();
+    SetLogEcho(false);
     LogErrorImpl("D3D9RenderSystem/D3D9Texture", 77, "Failed to CreateTexture:%s %d %#x %c %.2f", "a.dds", -3, 0x20u,
                  'Z', 0.5);
     LogWarning("warn %u", 7u);
     LogInfo("info %s", "x");
-    std::vector<LogLine> lines = GetLogLines();
-    ASSERT_EQ(3u, lines.size());
-    EXPECT_EQ("D3D9RenderSystem/D3D9Texture:77", lines[0].file + ":" + std::to_string(lines[0].line));
-    EXPECT_EQ("Failed to CreateTexture:a.dds -3 0x20 Z 0.50", lines[0].text);
-    EXPECT_EQ((std::vector<LogLevel>{LOG_ERROR, LOG_WARNING, LOG_INFO}),
-              (std::vector<LogLevel>{lines[0].level, lines[1].level, lines[2].level}));
-    EXPECT_EQ("info x", lines[2].text);
-    EXPECT_EQ(std::vector<std::string>({"warn 7"}), GetLogTexts(LOG_WARNING));
-    ClearLog();
-    EXPECT_EQ(0u, GetLogLineCount());
-}
+    std::vector<std::string> lines;
+    for (const LogLine& l : GetLogLines())
+        lines.push_back(std::to_string(l.level) + " " + l.file + ":" + std::to_string(l.line) + " " + l.text);
+    EXPECT_EQ(
+        (std::vector<std::string>{std::to_string(LOG_ERROR) +
+                                      " D3D9RenderSystem/D3D9Texture:77 Failed to CreateTexture:a.dds -3 0x20 Z 0.50",
+                                  std::to_string(LOG_WARNING) + " :0 warn 7", std::to_string(LOG_INFO) + " :0 info x"}),
+        lines);
+    EXPECT_EQ(std::vector<std::string>{"warn 7"}, GetLogTexts(LOG_WARNING));
 
-TEST(EngineLog, LongMessagesAndLinesFromAnotherThread)
-{
+    // Long lines from another thread keep their text and order.
     ClearLog();
-    SetLogEcho(false);
-    std::string longText(8999, 'e');
+    const std::string longText(8999, 'e');
     std::thread worker([&] {
         for (int i = 0; i < 200; ++i)
             LogErrorImpl("D3D9RenderSystem/D3D9HLSLCompileThread", i, "%s", longText.c_str());
@@ -89,96 +93,54 @@ TEST(EngineLog, LongMessagesAndLinesFromAnotherThread)
         LogInfo("main %d", i);
     worker.join();
     SetLogEcho(true);
-    std::vector<LogLine> lines = GetLogLines();
-    ASSERT_EQ(400u, lines.size());
     int errors = 0;
-    for (const LogLine& l : lines)
-    {
+    for (const LogLine& l : GetLogLines())
         if (l.level == LOG_ERROR)
         {
             ASSERT_EQ(longText, l.text);
-            ASSERT_EQ(errors, l.line); // the worker's lines keep their order
-            ++errors;
+            ASSERT_EQ(errors++, l.line);
         }
-    }
     EXPECT_EQ(200, errors);
+    EXPECT_EQ(400u, GetLogLineCount());
     ClearLog();
 }
 
-TEST(EngineWindow, InitAndResetRefuseEmptySettings)
+TEST(EngineRenderSystem, WindowsResetDestroyAndBoundTargets)
 {
+    ClearLog();
     ref_ptr<PlainWindow> w = new PlainWindow;
     EXPECT_FALSE(w->Init(nullptr, 640, 480, false, true, 4));
-    EXPECT_EQ(nullptr, w->m_hWnd);
-    EXPECT_TRUE(w->Init(FakeHandle(0x1234), 640, 480, true, true, 260));
-    EXPECT_EQ(640u, w->m_nWidth);
-    EXPECT_EQ(480u, w->m_nHeight);
-    EXPECT_TRUE(w->m_bFullScreen);
-    EXPECT_TRUE(w->m_bVSync);
-    EXPECT_EQ(4, w->getFSAA()); // 260 cut to 8 bits
-    EXPECT_FALSE(w->m_bIsMainWindow);
-
+    ASSERT_TRUE(w->Init(Handle(0x1234), 640, 480, true, true, 260));
+    EXPECT_EQ("640 480 1 1 4 0", std::to_string(w->m_nWidth) + " " + std::to_string(w->m_nHeight) + " " +
+                                     std::to_string(w->m_bFullScreen) + " " + std::to_string(w->m_bVSync) + " " +
+                                     std::to_string(w->getFSAA()) + " " + std::to_string(w->m_bIsMainWindow))
+        << "the 260 samples cut to 8 bits";
     EXPECT_FALSE(w->Reset(0, 480, false, false, 0));
     EXPECT_FALSE(w->Reset(640, 0, false, false, 0));
     EXPECT_EQ(640u, w->m_nWidth);
     EXPECT_TRUE(w->Reset(800, 600, false, false, 2));
-    EXPECT_EQ(800u, w->m_nWidth);
-    EXPECT_EQ(600u, w->m_nHeight);
-    EXPECT_FALSE(w->m_bFullScreen);
-    EXPECT_EQ(2, w->getFSAA());
-}
+    EXPECT_EQ("800 600 0 2", std::to_string(w->m_nWidth) + " " + std::to_string(w->m_nHeight) + " " +
+                                 std::to_string(w->m_bFullScreen) + " " + std::to_string(w->getFSAA()));
 
-TEST(EngineRenderSystem, ResetReachesTheWindowThatOwnsTheHandle)
-{
-    ClearLog();
+    // The render system's Reset reaches the window that owns the handle; that
+    // window's refusal is the answer; no owner, or a dead one, a warning.
     std::unique_ptr<CRenderSystem> rs(CreateRenderSystem());
-    ref_ptr<PlainWindow> a = new PlainWindow;
     ref_ptr<PlainWindow> b = new PlainWindow;
-    ASSERT_TRUE(a->Init(FakeHandle(0x10), 100, 100, false, false, 0));
-    ASSERT_TRUE(b->Init(FakeHandle(0x20), 200, 200, false, false, 0));
-
-    EXPECT_TRUE(rs->Reset(FakeHandle(0x20), 320, 240, false, true, 0));
+    ASSERT_TRUE(b->Init(Handle(0x20), 200, 200, false, false, 0));
+    EXPECT_TRUE(rs->Reset(Handle(0x20), 320, 240, false, true, 0));
     EXPECT_EQ(320u, b->m_nWidth);
-    EXPECT_EQ(100u, a->m_nWidth);
-    // The window's refusal is the answer.
-    EXPECT_FALSE(rs->Reset(FakeHandle(0x10), 0, 240, false, false, 0));
+    EXPECT_EQ(800u, w->m_nWidth);
+    EXPECT_FALSE(rs->Reset(Handle(0x1234), 0, 240, false, false, 0));
     EXPECT_EQ(0u, GetLogLineCount());
-
-    // No window owns the handle, or the window has died: refused with a warning.
-    EXPECT_FALSE(rs->Reset(FakeHandle(0x30), 320, 240, false, false, 0));
+    EXPECT_FALSE(rs->Reset(Handle(0x30), 320, 240, false, false, 0));
     b = nullptr;
-    EXPECT_FALSE(rs->Reset(FakeHandle(0x20), 320, 240, false, false, 0));
+    EXPECT_FALSE(rs->Reset(Handle(0x20), 320, 240, false, false, 0));
     EXPECT_EQ(2u, GetLogTexts(LOG_WARNING).size());
-}
 
-TEST(EngineRenderSystem, DestroyLetsGoOfTheMainWindowAndBoundTarget)
-{
-    int deaths = 0;
-    std::unique_ptr<CRenderSystem> rs(CreateRenderSystem());
-    PlainWindow* w = new PlainWindow(&deaths);
-    ASSERT_TRUE(w->Init(FakeHandle(0x40), 64, 32, false, false, 0));
-    rs->m_pMainWindow = w;
-    rs->m_activeRenderTarget.assign(w);
-    rs->m_viewport = CViewport(w, 0.0f, 0.0f, 0.5f, 1.0f);
-    EXPECT_EQ(w, rs->_getRenderTarget());
-    EXPECT_EQ(32, rs->_getViewport().getActualWidth());
-    EXPECT_EQ(32, rs->_getViewport().getActualHeight());
-    EXPECT_EQ(w, rs->_getViewport().getTarget());
-
-    rs->Destroy();
-    EXPECT_EQ(1, deaths);
-    EXPECT_FALSE(rs->m_pMainWindow);
-    EXPECT_EQ(nullptr, rs->_getRenderTarget());
-    EXPECT_EQ(nullptr, rs->_getViewport().getTarget());
-}
-
-TEST(EngineRenderSystem, BoundTargetDiesWithoutNotice)
-{
-    std::unique_ptr<CRenderSystem> rs(CreateRenderSystem());
     // The factories hand out one reference, the caller's.
     EXPECT_EQ(1, rs->CreateVertexData()->GetRefCount());
     EXPECT_EQ(1, rs->CreateIndexData()->GetRefCount());
-    ref_ptr<PlainWindow> w = new PlainWindow;
+    // A bound target that dies takes the viewport's target along, not its size.
     rs->m_activeRenderTarget.assign(w.get());
     rs->m_viewport = CViewport(w.get(), 1, 2, 3, 4);
     EXPECT_EQ(w.get(), rs->_getRenderTarget());
@@ -186,6 +148,166 @@ TEST(EngineRenderSystem, BoundTargetDiesWithoutNotice)
     EXPECT_EQ(nullptr, rs->_getRenderTarget());
     EXPECT_EQ(nullptr, rs->_getViewport().getTarget());
     EXPECT_EQ(3, rs->_getViewport().getActualWidth());
+
+    // Destroy lets go of the main window and the bound target.
+    int deaths = 0;
+    PlainWindow* main = new PlainWindow(&deaths);
+    ASSERT_TRUE(main->Init(Handle(0x40), 64, 32, false, false, 0));
+    rs->m_pMainWindow = main;
+    rs->m_activeRenderTarget.assign(main);
+    rs->m_viewport = CViewport(main, 0.0f, 0.0f, 0.5f, 1.0f);
+    EXPECT_EQ("32 32", std::to_string(rs->_getViewport().getActualWidth()) + " " +
+                           std::to_string(rs->_getViewport().getActualHeight()));
+    rs->Destroy();
+    EXPECT_EQ(1, deaths);
+    EXPECT_FALSE(rs->m_pMainWindow);
+    EXPECT_EQ(nullptr, rs->_getRenderTarget());
+    EXPECT_EQ(nullptr, rs->_getViewport().getTarget());
+}
+
+// Compiles by rule: a record whose macro text is "fail" fails.
+class RuleCompileThread : public CGpuProgramCompileThread
+{
+public:
+    bool CompileShader(ShaderAsyncInfo* info) override
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_order.push_back(info);
+        return info->m_strMacro != "fail";
+    }
+    std::vector<ShaderAsyncInfo*> Order()
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_order;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::vector<ShaderAsyncInfo*> m_order;
+};
+
+TEST(CompileThread, CompilesInQueueOrderAndShutdownFailsTheRest)
+{
+    RuleCompileThread thread;
+    std::vector<std::unique_ptr<ShaderAsyncInfo>> infos;
+    for (int i = 0; i < 5; ++i)
+    {
+        infos.emplace_back(new ShaderAsyncInfo(nullptr));
+        infos.back()->SetMacro(i == 2 ? "fail" : "ok", i, 0, 0);
+        infos.back()->m_nState.store(VARIANT_QUEUED);
+    }
+    // Queued before the start and after it.
+    thread.AddRes(infos[0].get());
+    thread.AddRes(infos[1].get());
+    thread.Start();
+    for (int i = 2; i < 5; ++i)
+        thread.AddRes(infos[i].get());
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (infos[4]->m_nState.load() == VARIANT_QUEUED && std::chrono::steady_clock::now() < until)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    std::vector<int> states;
+    for (const auto& info : infos)
+        states.push_back(info->m_nState.load(std::memory_order_acquire));
+    EXPECT_EQ(
+        (std::vector<int>{VARIANT_COMPILED, VARIANT_COMPILED, VARIANT_FAILED, VARIANT_COMPILED, VARIANT_COMPILED}),
+        states);
+    std::vector<ShaderAsyncInfo*> expected;
+    for (const auto& info : infos)
+        expected.push_back(info.get());
+    EXPECT_EQ(expected, thread.Order());
+    thread.Shutdown();
+    EXPECT_FALSE(thread.IsRunning());
+
+    RuleCompileThread idle; // never started: nothing will compile
+    ShaderAsyncInfo a(nullptr), b(nullptr);
+    a.m_nState.store(VARIANT_QUEUED);
+    b.m_nState.store(VARIANT_QUEUED);
+    idle.AddRes(&a);
+    idle.AddRes(&b);
+    EXPECT_EQ(2u, idle.GetQueueLength());
+    idle.Shutdown();
+    EXPECT_EQ((std::vector<int>{VARIANT_FAILED, VARIANT_FAILED}), (std::vector<int>{a.m_nState, b.m_nState}));
+    EXPECT_EQ(0u, idle.GetQueueLength());
+    EXPECT_TRUE(idle.Order().empty());
+}
+
+TEST(CompileThread, CacheFilesAndShaderSources)
+{
+    char temp[MAX_PATH];
+    GetTempPathA(MAX_PATH, temp);
+    const std::string root = std::string(temp) + "kv_cache_" + std::to_string(GetCurrentProcessId());
+    GetArchiveMananger()->SetCacheRoot(root);
+    RuleCompileThread thread;
+    ShaderAsyncInfo saved(nullptr), loaded(nullptr), other(nullptr), empty(nullptr);
+    saved.ResizeVS(3);
+    saved.GetVSData()[0] = 1;
+    saved.GetVSData()[2] = 3;
+    saved.ResizePS(5);
+    saved.GetPSData()[4] = 9;
+    thread.SaveCache(&saved, "c/water_0123456789abcdef0123456789abcdef");
+    ASSERT_TRUE(thread.LoadCache(&loaded, "c/water_0123456789abcdef0123456789abcdef"));
+    EXPECT_EQ(saved.m_VSCode, loaded.m_VSCode);
+    EXPECT_EQ(saved.m_PSCode, loaded.m_PSCode);
+    EXPECT_FALSE(thread.LoadCache(&other, "a/water_0123456789abcdef0123456789abcdef")); // missing
+    EXPECT_EQ(0u, other.GetVSSize());
+    // Nothing is saved without code for both stages.
+    empty.ResizeVS(4);
+    thread.SaveCache(&empty, "c/halfdone");
+    EXPECT_FALSE(thread.LoadCache(&other, "c/halfdone"));
+
+    // A truncated entry, one with a zero size, one with trailing bytes, and a good one.
+    const std::string path = root + "/shadercache/c/broken.bin";
+    ASSERT_TRUE(MakeParentFolders(path));
+    const std::vector<std::vector<uint8_t>> entries = {{3, 0, 0, 0, 1, 2},
+                                                       {0, 0, 0, 0, 1, 0, 0, 0, 7},
+                                                       {1, 0, 0, 0, 5, 1, 0, 0, 0, 6, 99},
+                                                       {1, 0, 0, 0, 5, 1, 0, 0, 0, 6}};
+    std::vector<bool> read;
+    for (const auto& bytes : entries)
+    {
+        FILE* f = std::fopen(path.c_str(), "wb");
+        ASSERT_NE(nullptr, f);
+        std::fwrite(bytes.data(), 1, bytes.size(), f);
+        std::fclose(f);
+        read.push_back(thread.LoadCache(&other, "c/broken"));
+    }
+    EXPECT_EQ((std::vector<bool>{false, false, false, true}), read);
+    EXPECT_EQ((std::vector<uint8_t>{5, 6}), (std::vector<uint8_t>{other.m_VSCode.at(0), other.m_PSCode.at(0)}));
+
+    // Cache files go into new folders.
+    const char text[] = "error X3000";
+    EXPECT_TRUE(GetArchiveMananger()->WriteCacheFile("dumps/water_vs.txt", text, sizeof(text) - 1));
+    EXPECT_EQ("dumps/water_vs.txt", GetArchiveMananger()->GetLastWrittenName());
+    FILE* f = std::fopen((root + "/dumps/water_vs.txt").c_str(), "rb");
+    ASSERT_NE(nullptr, f);
+    char back[32] = {};
+    EXPECT_EQ(sizeof(text) - 1, std::fread(back, 1, sizeof(back), f));
+    std::fclose(f);
+    EXPECT_STREQ(text, back);
+    EXPECT_FALSE(GetArchiveMananger()->WriteCacheFile("", text, 1));
+    EXPECT_FALSE(GetArchiveMananger()->WriteCacheFile("x.txt", nullptr, 4));
+    GetArchiveMananger()->SetCacheRoot("cache");
+
+    // Registered shader sources open under the manager's lock; the text handed out
+    // lives on with its stream after the sources are cleared.
+    CGpuProgramManager* m = GetGpuProgramManager();
+    EXPECT_EQ(&m->GetDX9ShaderMutex(), &GetGpuProgramManager()->GetDX9ShaderMutex());
+    m->RegisterShaderSource("shader/editor/shadercomplexityp.fx", "float4 ps() : COLOR0 { return 1; }");
+    ref_ptr<CMemoryDataStream> stream;
+    m->GetDX9ShaderMutex().Enter();
+    const char* source = m->OpenDX9Shader("shader/editor/shadercomplexityp.fx", stream);
+    m->GetDX9ShaderMutex().Leave();
+    ASSERT_TRUE(source && stream);
+    EXPECT_STREQ("float4 ps() : COLOR0 { return 1; }", source);
+    EXPECT_EQ("shader/editor/shadercomplexityp.fx", stream->getName());
+    EXPECT_EQ(std::strlen(source), stream->size());
+    ref_ptr<CMemoryDataStream> none = stream;
+    EXPECT_EQ(nullptr, m->OpenDX9Shader("shader/missing.fx", none));
+    EXPECT_FALSE(none);
+    EXPECT_EQ(nullptr, m->OpenDX9Shader(nullptr, none));
+    m->ClearShaderSources();
+    EXPECT_EQ(nullptr, m->OpenDX9Shader("shader/editor/shadercomplexityp.fx", none));
+    EXPECT_STREQ("float4 ps() : COLOR0 { return 1; }", source);
 }
 
 } // namespace

@@ -49,6 +49,45 @@ std::vector<std::string> MethodsSince(kvproxy::Mark from)
     return out;
 }
 
+std::string Trace(kvproxy::Mark from, std::initializer_list<kvproxy::Method> only, unsigned args)
+{
+    std::string s;
+    for (const KvProxyCall& c : kvproxy::CallsSince(from))
+    {
+        const kvproxy::Method m = kvproxy::MethodOf(c);
+        if (only.size() && std::find(only.begin(), only.end(), m) == only.end())
+            continue;
+        std::string word = std::string(kvproxy::MethodName(m)) + "(";
+        for (uint32_t i = 0; i < c.argCount && i < args; ++i)
+            word += (i ? "," : "") + std::to_string(c.args[i]);
+        s += (s.empty() ? "" : " ") + word + ")";
+    }
+    return s;
+}
+
+std::string RenderStates(kvproxy::Mark from)
+{
+    std::string s;
+    for (const KvProxyCall& c : kvproxy::CallsSince(from, kvproxy::Method::SetRenderState))
+        s = Join(s, States(c.args[0], c.args[1]));
+    return s;
+}
+
+std::string SamplerStates(kvproxy::Mark from)
+{
+    std::string s;
+    for (const KvProxyCall& c : kvproxy::CallsSince(from, kvproxy::Method::SetSamplerState))
+        s = Join(s, Samplers(c.args[0], c.args[1], c.args[2]));
+    return s;
+}
+
+uint32_t Bits(float f)
+{
+    uint32_t b;
+    std::memcpy(&b, &f, sizeof(b));
+    return b;
+}
+
 } // namespace kvtest
 
 void KvDeviceTest::SetUp()

@@ -14,6 +14,7 @@
 #include "engine/Globals.h"
 #include "engine/IndexData.h"
 #include "engine/Log.h"
+#include "engine/Texture.h"
 #include "engine/Timer.h"
 #include "engine/VertexData.h"
 
@@ -66,6 +67,75 @@ typedef std::vector<std::vector<uint64_t>> ArgList;
 ArgList ArgsOf(kvproxy::Mark from, kvproxy::Method m, unsigned n);
 // The methods called since `from`, by name.
 std::vector<std::string> MethodsSince(kvproxy::Mark from);
+
+// Compact traces, one assertion per step. The calls since `from` (all, or only
+// these methods) as "Name(arg,arg)" words with their first `args` arguments in
+// decimal, blank-separated; Call writes one word the same way, Join joins words.
+std::string Trace(kvproxy::Mark from, std::initializer_list<kvproxy::Method> only = {}, unsigned args = 8);
+template <class... A>
+std::string Call(const char* name, A... args)
+{
+    const uint64_t values[] = {static_cast<uint64_t>(args)..., 0};
+    std::string s = std::string(name) + "(";
+    for (size_t i = 0; i < sizeof...(args); ++i)
+        s += (i ? "," : "") + std::to_string(values[i]);
+    return s + ")";
+}
+inline std::string Join()
+{
+    return std::string();
+}
+template <class... S>
+std::string Join(const std::string& first, S... rest)
+{
+    const std::string tail = Join(rest...);
+    return first.empty() ? tail : tail.empty() ? first : first + " " + tail;
+}
+// The render states set since `from` as "state=value" words, and the sampler
+// states as "sampler:type=value"; States and Samplers write the expected words
+// from alternating state and value, or sampler, type and value.
+std::string RenderStates(kvproxy::Mark from);
+std::string SamplerStates(kvproxy::Mark from);
+inline std::string States()
+{
+    return std::string();
+}
+template <class S, class V, class... R>
+std::string States(S state, V value, R... rest)
+{
+    return Join(std::to_string(static_cast<uint64_t>(state)) + "=" + std::to_string(static_cast<uint64_t>(value)),
+                States(rest...));
+}
+inline std::string Samplers()
+{
+    return std::string();
+}
+template <class U, class T, class V, class... R>
+std::string Samplers(U unit, T type, V value, R... rest)
+{
+    return Join(std::to_string(static_cast<uint64_t>(unit)) + ":" + std::to_string(static_cast<uint64_t>(type)) + "=" +
+                    std::to_string(static_cast<uint64_t>(value)),
+                Samplers(rest...));
+}
+// A float's bit pattern, as Direct3D takes float states.
+uint32_t Bits(float f);
+
+// An engine texture with nothing native behind it: enough for the roads that
+// only hold or bind a texture, such as a depth texture or a sampler's.
+class StandInTexture : public kv::CTexture
+{
+public:
+    void freeInternalResources() override {}
+    void _autogenerateMipmaps() override {}
+    unsigned char getFSAA() override { return 0; }
+    kv::CHardwarePixelBuffer* getBuffer(unsigned, unsigned) override { return nullptr; }
+    bool SaveToFile(const char*) override { return false; }
+    bool SaveToMemory(void**, unsigned*) override { return false; }
+    void copyToTexture(kv::CTexture*) override {}
+    int TextureReserved7(int, int, int, int, int, int, int) override { return 0; }
+    bool TextureReserved3(int, int, int) override { return false; }
+    bool createInternalResources() override { return false; }
+};
 
 } // namespace kvtest
 

@@ -9,7 +9,6 @@
 #include "D3D9DepthBuffer.h"
 
 #include "engine/RenderTarget.h"
-#include "engine/Texture.h"
 
 // Draws into up to eight surfaces that it holds a reference to each of.
 class SurfaceTarget : public kv::CRenderTarget
@@ -39,22 +38,6 @@ public:
 
     std::vector<IDirect3DSurface9*> m_surfaces;
     int m_nAttributeQueries = 0;
-};
-
-// An engine texture with nothing native behind it, to stand as a depth texture.
-class BareTexture : public kv::CTexture
-{
-public:
-    void freeInternalResources() override {}
-    void _autogenerateMipmaps() override {}
-    unsigned char getFSAA() override { return 0; }
-    kv::CHardwarePixelBuffer* getBuffer(unsigned, unsigned) override { return nullptr; }
-    bool SaveToFile(const char*) override { return false; }
-    bool SaveToMemory(void**, unsigned*) override { return false; }
-    void copyToTexture(kv::CTexture*) override {}
-    int TextureReserved7(int, int, int, int, int, int, int) override { return 0; }
-    bool TextureReserved3(int, int, int) override { return false; }
-    bool createInternalResources() override { return false; }
 };
 
 class TargetsTest : public KvDeviceTest

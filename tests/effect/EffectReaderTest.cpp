@@ -1,0 +1,357 @@
+// The tree the reader builds from the full effect and every query over it:
+// handles of each form, lookups by index, name, path and semantic, the
+// descriptions, and what each says when it finds nothing.
+#include "D3D9RenderSystem/D3D9ParseEffect.h"
+#include "EffectBuilder.h"
+#include "EffectLogCapture.h"
+#include "FullEffect.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+using namespace fxtest;
+
+namespace
+{
+
+// A parameter's description in one line: name/semantic, class, type, rows x
+// columns, elements, annotations, members, flags, bytes.
+std::string Describe(const CD3D9ParseEffect& fx, EffectHandle handle)
+{
+    D3DXPARAMETER_DESC d;
+    if (fx.GetParameterDesc(handle, &d) != EFFECT_OK)
+        return "no parameter";
+    return std::string(d.Name ? d.Name : "-") + "/" + (d.Semantic ? d.Semantic : "-") + " " + EffectClassName(d.Class) +
+           " " + EffectTypeName(d.Type) + " " + std::to_string(d.Rows) + "x" + std::to_string(d.Columns) + " e" +
+           std::to_string(d.Elements) + " a" + std::to_string(d.Annotations) + " m" + std::to_string(d.StructMembers) +
+           " f" + std::to_string(d.Flags) + " " + std::to_string(d.Bytes) + "B";
+}
+
+typedef std::vector<EffectHandle> Handles;
+typedef std::vector<uint32_t> Results;
+
+class FullEffectTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        bytes = BuildFullEffect(&layout);
+        ASSERT_TRUE(Parse(fx, bytes));
+        EXPECT_EQ(Lines{"Parse preshader.\n"}, log.Texts()) << "the only note of reading it";
+        log.Clear();
+    }
+    const uint8_t* At(uint32_t offset) const { return bytes.data() + 8 + offset; }
+    EffectHandle ByName(const char* path) const { return fx.GetParameterByName(nullptr, path); }
+    const EffectParameter* Named(const char* path) const { return Param(ByName(path)); }
+    EffectHandle Top(uint32_t index) const { return fx.GetParameter(nullptr, index); }
+    const ParsedEffect& Effect() const { return fx.GetParsedEffect(); }
+
+    EffectLogCapture log;
+    FullEffectLayout layout;
+    Bytes bytes;
+    CD3D9ParseEffect fx;
+};
+
+TEST_F(FullEffectTest, EveryClassWithItsLayoutAndValue)
+{
+    EXPECT_EQ((std::vector<uint32_t>{P_COUNT, 2, kFullEffectObjects, kFullEffectHandles}),
+              (std::vector<uint32_t>{Effect().parameter_count, Effect().technique_count, Effect().object_count,
+                                     Effect().handle_count}));
+    for (uint32_t i = 0; i < Effect().handle_count; ++i)
+        EXPECT_EQ(&Effect().handles[i], Effect().handles[i]->handle) << i;
+    // A vector stores columns first: 3, 1 in the file are one row of three. A name
+    // and semantic of length 0 are null. Annotations carry flags 4.
+    const std::pair<EffectHandle, const char*> rows[] = {
+        {Top(P_WORLD), "World/WORLD D3DXPC_MATRIX_ROWS D3DXPT_FLOAT 4x4 e0 a1 m0 f3 64B"},
+        {Top(P_LIGHTDIR), "LightDir/Direction D3DXPC_VECTOR D3DXPT_FLOAT 1x3 e0 a0 m0 f0 12B"},
+        {Top(P_VIEWT), "ViewT/- D3DXPC_MATRIX_COLUMNS D3DXPT_FLOAT 4x4 e0 a0 m0 f0 64B"},
+        {Top(P_COUNTS), "Counts/- D3DXPC_SCALAR D3DXPT_INT 1x1 e3 a0 m0 f0 12B"},
+        {ByName("Counts[2]"), "Counts/- D3DXPC_SCALAR D3DXPT_INT 1x1 e0 a0 m0 f0 4B"},
+        {Top(P_PAIRS), "Pairs/- D3DXPC_STRUCT D3DXPT_VOID 0x0 e3 a0 m2 f0 24B"},
+        {ByName("Pairs[1].b"), "b/- D3DXPC_SCALAR D3DXPT_FLOAT 1x1 e0 a0 m0 f0 4B"},
+        {Top(P_NEST), "Nest/- D3DXPC_STRUCT D3DXPT_VOID 0x0 e0 a0 m2 f0 16B"},
+        {ByName("Nest.inner"), "inner/- D3DXPC_STRUCT D3DXPT_VOID 0x0 e0 a0 m2 f0 12B"},
+        {ByName("Nest.inner.y"), "y/- D3DXPC_VECTOR D3DXPT_FLOAT 1x2 e0 a0 m0 f0 8B"},
+        {Top(P_MAT), "Mat/- D3DXPC_STRUCT D3DXPT_VOID 0x0 e0 a0 m2 f0 20B"},
+        {Top(P_SAMP), "Samp/- D3DXPC_OBJECT D3DXPT_SAMPLER2D 0x0 e0 a0 m0 f0 0B"},
+        {Top(P_SAMPS), "Samps/- D3DXPC_OBJECT D3DXPT_SAMPLER 0x0 e2 a0 m0 f0 0B"},
+        {Top(P_TEXTURES), "Textures/- D3DXPC_OBJECT D3DXPT_TEXTURE 0x0 e2 a0 m0 f0 8B"},
+        {Top(P_ANONYMOUS), "-/- D3DXPC_SCALAR D3DXPT_FLOAT 1x1 e0 a0 m0 f0 4B"},
+        {Top(P_GAIN), "Gain/GAIN D3DXPC_SCALAR D3DXPT_FLOAT 1x1 e0 a2 m0 f16 4B"},
+        {ByName("Gain@Range.hi"), "hi/- D3DXPC_SCALAR D3DXPT_FLOAT 1x1 e0 a0 m0 f4 4B"},
+        {ByName("World@UIName"), "UIName/- D3DXPC_OBJECT D3DXPT_STRING 0x0 e0 a0 m0 f4 4B"},
+    };
+    for (const auto& r : rows)
+        EXPECT_EQ(r.second, Describe(fx, r.first));
+
+    EXPECT_EQ(0, std::memcmp(Named("World")->data, At(layout.worldValue), 64));
+    EXPECT_EQ(0, std::memcmp(Named("Mat")->data, At(layout.matValue), 20));
+    EXPECT_EQ((std::vector<float>{-1, 1, 1, 1.5f, 4.5f, 0.375f}),
+              (std::vector<float>{FloatAt(Named("LightDir")->data, 1), FloatAt(Named("ViewT")->data, 15),
+                                  FloatAt(Named("Gain@Range.hi")->data), FloatAt(Param(Top(P_ANONYMOUS))->data),
+                                  FloatAt(Named("Pairs[1].b")->data), FloatAt(Named("Nest.inner.y")->data, 1)}));
+    EXPECT_EQ(1u, WordAt(Named("Nest.flag")->data));
+}
+
+TEST_F(FullEffectTest, ArraysAndStructsShareOneValueBlock)
+{
+    const EffectParameter* counts = Named("Counts");
+    for (uint32_t i = 0; i < 3; ++i)
+    {
+        const EffectParameter* element = Param(fx.GetParameterElement(counts->handle, i));
+        ASSERT_EQ(&counts->members[i], element);
+        EXPECT_EQ(counts->name, element->name); // the array's text, not a copy
+        EXPECT_EQ(static_cast<uint8_t*>(counts->data) + 4 * i, element->data);
+        EXPECT_EQ(7 + i, WordAt(element->data));
+    }
+    // Three structs of two members: 1 + 3 + 6 handles, in the order of reading.
+    const EffectParameter* pairs = Named("Pairs");
+    EXPECT_EQ(10, Named("Nest")->handle - pairs->handle);
+    EXPECT_EQ(&pairs->members[0], *(pairs->handle + 1));
+    EXPECT_EQ(&pairs->members[0].members[0], *(pairs->handle + 2));
+    EXPECT_EQ(static_cast<uint8_t*>(pairs->data) + 12, Named("Pairs[1].b")->data);
+    // Members of every element read the same definitions into their own names.
+    EXPECT_STREQ("a", pairs->members[2].members[0].name);
+    EXPECT_NE(pairs->members[0].members[0].name, pairs->members[2].members[0].name);
+    EXPECT_EQ(static_cast<uint8_t*>(Named("Nest")->data) + 4, Named("Nest.inner.y")->data);
+
+    // Objects: each element its own slot and object; a texture in a struct takes its
+    // id from the first word of the value.
+    const EffectParameter* textures = Named("Textures");
+    EXPECT_EQ((std::vector<uint32_t>{5, 6, 1}),
+              (std::vector<uint32_t>{textures->members[0].object_id, textures->members[1].object_id,
+                                     Named("Mat.Map")->object_id}));
+    EXPECT_EQ(&textures->members[1], Effect().objects[6].parameter);
+    EXPECT_EQ(Named("Mat.Map"), Effect().objects[1].parameter);
+    EXPECT_NE(textures->members[0].data, textures->members[1].data);
+    EXPECT_EQ(nullptr, *static_cast<void* const*>(Named("Mat.Map")->data));
+}
+
+TEST_F(FullEffectTest, SamplersStringsShadersAndStates)
+{
+    const EffectSampler* sampler = static_cast<const EffectSampler*>(Named("Samp")->data);
+    ASSERT_TRUE(sampler && sampler->state_count == 2);
+    const EffectState* s = sampler->states;
+    EXPECT_EQ((std::vector<uint32_t>{0xA, STATE_PARAMETER, 0, 1, STATE_CONSTANT, 2}),
+              (std::vector<uint32_t>{s[0].operation, s[0].state_type, s[0].parameter.flags, s[1].index, s[1].state_type,
+                                     WordAt(s[1].parameter.data)}));
+    EXPECT_EQ(Named("Mat.Map"), s[0].parameter.referenced);
+    EXPECT_EQ(nullptr, s[0].parameter.handle); // a state's own parameter has no handle
+    // A sampler array: no block, an own sampler per element.
+    const EffectParameter* samps = Named("Samps");
+    EXPECT_EQ(nullptr, samps->data);
+    const EffectSampler* first = static_cast<const EffectSampler*>(samps->members[0].data);
+    const EffectSampler* second = static_cast<const EffectSampler*>(samps->members[1].data);
+    ASSERT_TRUE(first && second && first != second);
+    ASSERT_EQ(1u, first->state_count);
+    EXPECT_EQ(0u, second->state_count);
+    EXPECT_EQ(Named("Message"), first->states[0].parameter.referenced);
+
+    // Strings get an own copy of their object's text; a shader stays object data.
+    const char* text = nullptr;
+    ASSERT_EQ(EFFECT_OK, fx.GetString(ByName("Message"), &text));
+    EXPECT_STREQ("hello", text);
+    EXPECT_NE(static_cast<const void*>(text), Effect().objects[2].data);
+    ASSERT_EQ(EFFECT_OK, fx.GetString(ByName("World@UIName"), &text));
+    EXPECT_STREQ("World matrix", text);
+    EXPECT_EQ(5u, Effect().objects[4].size);
+    EXPECT_EQ(0, std::memcmp(Effect().objects[4].data, kShaderBytes, 5));
+    EXPECT_EQ(Named("vs"), Effect().objects[4].parameter);
+    EXPECT_EQ(nullptr, *static_cast<void* const*>(Named("vs")->data));
+
+    // Pass states by usage: 0 with a shader a constant (its code in the object), 0
+    // with a string data, 2 a preshader that reads LightDir (its block unparsed), 1
+    // a parameter by path.
+    const EffectTechnique& main = Effect().techniques[0];
+    const EffectState* p0 = main.passes[0].states;
+    EXPECT_EQ((std::vector<uint32_t>{2, 3, 0x92, STATE_CONSTANT, 8, STATE_DATA, STATE_PRESHADER, 13, STATE_PARAMETER}),
+              (std::vector<uint32_t>{main.pass_count, main.passes[0].state_count, p0[0].operation, p0[0].state_type,
+                                     Effect().objects[7].size, p0[1].state_type, p0[2].state_type,
+                                     Effect().objects[9].size, main.passes[1].states[0].state_type}));
+    EXPECT_EQ(0, std::memcmp(Effect().objects[7].data, kStateShader, 8));
+    EXPECT_STREQ("abc", static_cast<const char*>(Effect().objects[8].data));
+    EXPECT_EQ(Named("LightDir"), p0[2].parameter.referenced);
+    EXPECT_EQ(Named("Textures[1]"), main.passes[1].states[0].parameter.referenced);
+    EXPECT_STREQ("Only", Effect().techniques[1].passes[0].name);
+    EXPECT_EQ(0u, Effect().techniques[1].passes[0].state_count);
+}
+
+TEST_F(FullEffectTest, LookupsByIndexNamePathAndSemantic)
+{
+    // Members through GetParameter, elements only through GetParameterElement; a
+    // handle that is no parameter takes the top level there.
+    const EffectHandle technique = fx.GetTechnique(0);
+    const std::pair<EffectHandle, EffectHandle> found[] = {
+        {fx.GetParameter(ByName("Nest"), 1), ByName("Nest.flag")},
+        {fx.GetParameterElement(ByName("Pairs"), 2), ByName("Pairs[2]")},
+        {fx.GetParameterElement(technique, 1), Top(1)},
+        {fx.GetParameterElement(nullptr, P_ANONYMOUS), Top(P_ANONYMOUS)},
+        {fx.GetParameterByName(ByName("Nest"), "flag"), ByName("Nest.flag")},
+        {fx.GetParameterByName(ByName("Nest"), nullptr), ByName("Nest")},
+        {ByName("Pairs[1].b"), fx.GetParameter(fx.GetParameterElement(ByName("Pairs"), 1), 1)},
+        // Annotations: "@", and on into an annotation's members.
+        {ByName("World@UIName"), fx.GetAnnotation(ByName("World"), 0)},
+        {ByName("Gain@Range.hi"), fx.GetParameter(fx.GetAnnotation(ByName("Gain"), 1), 1)},
+        {fx.GetAnnotationByName(ByName("Gain"), "Range.lo"), ByName("Gain@Range.lo")},
+        {fx.GetAnnotationByName(fx.GetPass(technique, 0), "Alpha"), fx.GetAnnotation(fx.GetPass(technique, 0), 0)},
+        // Semantics ignore case; null finds the first null semantic.
+        {fx.GetParameterBySemantic(nullptr, "world"), Top(P_WORLD)},
+        {fx.GetParameterBySemantic(nullptr, "DIRECTION"), Top(P_LIGHTDIR)},
+        {fx.GetParameterBySemantic(nullptr, nullptr), Top(P_VIEWT)},
+        {fx.GetParameterBySemantic(ByName("Nest"), nullptr), ByName("Nest.inner")},
+    };
+    for (const auto& f : found)
+    {
+        EXPECT_NE(nullptr, f.second) << &f - found;
+        EXPECT_EQ(f.second, f.first) << &f - found;
+    }
+    EXPECT_STREQ("Quality", Param(fx.GetAnnotation(technique, 0))->name);
+    // Members only below their parent; names are case-sensitive; malformed paths
+    // and elements without annotations find nothing, silently.
+    for (const char* path : {"flag", "", "world", "Pairs[1", "Pairs[]", "Pairs[3]", "Pairs[-1]", "Pairs[1].c",
+                             "Counts[0]@UIName", "World@Nothing"})
+        EXPECT_EQ(nullptr, ByName(path)) << path;
+    EXPECT_EQ(nullptr, ByName(nullptr));
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_EQ(Handles(2), (Handles{ByName("Pairs[1]x"), ByName("Gain@Min@x")}));
+    EXPECT_EQ((Lines{"Unhandled case \"x\"\n", "Unhandled case \"@\"\n"}), log.Texts());
+    log.Clear();
+
+    // World has no members.
+    EXPECT_EQ(Handles(8),
+              (Handles{Top(P_COUNT), fx.GetParameter(ByName("Nest"), 2), fx.GetParameter(ByName("Pairs"), 0),
+                       fx.GetParameterElement(ByName("Pairs"), 3), fx.GetParameter(technique, 0),
+                       fx.GetParameterBySemantic(nullptr, "WORLDX"), fx.GetParameterBySemantic(Top(P_WORLD), "WORLD"),
+                       fx.GetParameterBySemantic(technique, "WORLD")}));
+    EXPECT_EQ(Lines(8, "Parameter not found.\n"), log.Texts());
+    log.Clear();
+    const int notAHandle = 0;
+    EXPECT_EQ(Handles(4),
+              (Handles{fx.GetAnnotation(ByName("World"), 1), fx.GetAnnotationByName(ByName("World"), nullptr),
+                       fx.GetAnnotationByName(technique, "Nothing"), fx.GetAnnotation(&notAHandle, 0)}));
+    EXPECT_EQ((Lines{"Annotation not found.\n", "Invalid argument specified\n", "Annotation not found.\n",
+                     "Functions are not handled, yet!\n", "Annotation not found.\n"}),
+              log.Texts());
+    EXPECT_EQ(EFFECT_LOG_ERROR, log.lines()[3].level);
+    EXPECT_EQ(EFFECT_LOG_WARNING, log.lines()[4].level);
+}
+
+TEST_F(FullEffectTest, TechniquesPassesDescriptionsAndStrings)
+{
+    const EffectHandle main = fx.GetTechniqueByName("Main"), p1 = fx.GetPassByName(main, "P1");
+    ASSERT_EQ(fx.GetTechnique(0), main);
+    ASSERT_EQ(fx.GetPass(main, 1), p1);
+    D3DXEFFECT_DESC ed{"x", 0, 0, 9};
+    D3DXTECHNIQUE_DESC first, fallback;
+    D3DXPASS_DESC pd;
+    pd.pVertexShaderFunction = pd.pPixelShaderFunction = &ed.Functions;
+    ASSERT_EQ(EFFECT_OK, fx.GetDesc(&ed));
+    ASSERT_EQ(EFFECT_OK, fx.GetTechniqueDesc(nullptr, &first)); // null: the first
+    ASSERT_EQ(EFFECT_OK, fx.GetTechniqueDesc(fx.GetTechnique(1), &fallback));
+    ASSERT_EQ(EFFECT_OK, fx.GetPassDesc(fx.GetPass(main, 0), &pd));
+    EXPECT_EQ(nullptr, ed.Creator);
+    EXPECT_EQ((std::vector<uint32_t>{P_COUNT, 2, 0, 2, 1, 1}),
+              (std::vector<uint32_t>{ed.Parameters, ed.Techniques, ed.Functions, first.Passes, first.Annotations,
+                                     pd.Annotations}));
+    EXPECT_EQ("Main Fallback P0", std::string(first.Name) + " " + fallback.Name + " " + pd.Name);
+    EXPECT_TRUE(pd.pVertexShaderFunction == nullptr && pd.pPixelShaderFunction == nullptr);
+    EXPECT_TRUE(log.lines().empty());
+
+    EXPECT_EQ(Handles(7), (Handles{fx.GetTechnique(2), fx.GetTechniqueByName("main"), fx.GetTechniqueByName(nullptr),
+                                   fx.GetPass(main, 2), fx.GetPass(p1, 0), fx.GetPassByName(main, "p1"),
+                                   fx.GetPassByName(main, nullptr)}));
+    EXPECT_EQ((Lines{"Invalid argument specified.\n", "Technique not found.\n", "Technique not found.\n",
+                     "Pass not found.\n", "Pass not found.\n", "Pass not found.\n", "Pass not found.\n"}),
+              log.Texts());
+    log.Clear();
+    // A parameter handle is a slot of the table: neither between two slots nor
+    // behind the last one, nor a technique's or pass's address.
+    const uintptr_t slot = reinterpret_cast<uintptr_t>(Effect().handles);
+    D3DXPARAMETER_DESC d;
+    EXPECT_EQ(Results(9, EFFECT_E_INVALIDCALL),
+              (Results{fx.GetPassDesc(main, &pd), fx.GetPassDesc(p1, nullptr), fx.GetTechniqueDesc(p1, &first),
+                       fx.GetTechniqueDesc(main, nullptr), fx.GetDesc(nullptr),
+                       fx.GetParameterDesc(reinterpret_cast<EffectHandle>(slot + 1), &d),
+                       fx.GetParameterDesc(&Effect().handles[Effect().handle_count], &d), fx.GetParameterDesc(main, &d),
+                       fx.GetParameterDesc(Top(0), nullptr)}));
+    EXPECT_EQ(EFFECT_OK, fx.GetParameterDesc(&Effect().handles[Effect().handle_count - 1], &d));
+    EXPECT_EQ(Lines(9, "Invalid argument specified.\n"), log.Texts());
+    log.Clear();
+    EXPECT_EQ(EFFECT_E_NOTIMPL, fx.GetFunctionDesc(nullptr, &ed));
+    EXPECT_EQ(Lines{"stub!\n"}, log.Texts());
+    EXPECT_EQ(EFFECT_LOG_ERROR, log.lines()[0].level);
+    log.Clear();
+
+    // Strings: only a string parameter that is no array.
+    const char* text = "unchanged";
+    EXPECT_EQ(Results(4, EFFECT_E_INVALIDCALL),
+              (Results{fx.GetString(ByName("Mat.Map"), &text), fx.GetString(ByName("Textures[0]"), &text),
+                       fx.GetString(ByName("Message"), nullptr), fx.GetString(main, &text)}));
+    EXPECT_STREQ("unchanged", text);
+    EXPECT_EQ(Lines(4, "Parameter not found.\n"), log.Texts());
+}
+
+TEST(EffectReader, EmptyEffectsNamesAndReparsing)
+{
+    EffectLogCapture log;
+    EffectBuilder b;
+    b.Body();
+    b.Put({0, 0, 0, 0, 0, 0});
+    const Bytes empty = b.Finish();
+    ref_ptr<CD3D9ParseEffect> fx = new CD3D9ParseEffect;
+    ASSERT_TRUE(Parse(*fx, empty));
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_TRUE(fx->GetParsedEffect().parameters == nullptr && fx->GetParsedEffect().techniques == nullptr);
+    // No technique: null asks for the first one, which is not there.
+    D3DXTECHNIQUE_DESC technique;
+    EXPECT_EQ(EFFECT_E_INVALIDCALL, fx->GetTechniqueDesc(nullptr, &technique));
+    EXPECT_EQ(Lines{"Invalid argument specified.\n"}, log.Texts());
+
+    // Reading again replaces the tree; the last reference takes it along (the leak
+    // checker sees the rest).
+    const Bytes full = BuildFullEffect();
+    ASSERT_TRUE(Parse(*fx, full));
+    ASSERT_TRUE(Parse(*fx, empty));
+    EXPECT_EQ(0u, fx->GetParsedEffect().handle_count);
+    EXPECT_EQ(nullptr, fx->GetParameterByName(nullptr, "World"));
+    ASSERT_TRUE(Parse(*fx, full));
+    EXPECT_NE(nullptr, fx->GetParameterByName(nullptr, "World"));
+    EXPECT_EQ(1, fx->GetRefCount());
+    fx = nullptr;
+
+    // A name with a separator matches whole, before "x" could split the path; below
+    // "x" the member. The nameless parameter matches no text, a null semantic only null.
+    EffectBuilder n;
+    const uint32_t none = n.String(nullptr);
+    const uint32_t dotted = n.Put(NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, n.String("x.y"), none, 0, 1, 1));
+    const uint32_t x = n.Put(
+        StructType(n.String("x"), none, 0, {NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, n.String("y"), none, 0, 1, 1)}));
+    const uint32_t anonymous = n.Put(NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, none, none, 0, 1, 1));
+    const uint32_t value = n.Floats({1});
+    n.Body();
+    n.Put({3, 0, 0, 0, anonymous, value, 0, 0, dotted, value, 0, 0, x, value, 0, 0, 0, 0});
+    CD3D9ParseEffect names;
+    ASSERT_TRUE(Parse(names, n.Finish()));
+    const EffectHandle member = names.GetParameter(names.GetParameter(nullptr, 2), 0);
+    EXPECT_EQ(names.GetParameter(nullptr, 1), names.GetParameterByName(nullptr, "x.y"));
+    EXPECT_EQ(member, names.GetParameterByName(names.GetParameter(nullptr, 2), "y"));
+    EXPECT_NE(member, names.GetParameter(nullptr, 1));
+    EXPECT_EQ(names.GetParameter(nullptr, 0), names.GetParameterBySemantic(nullptr, nullptr));
+    EXPECT_EQ(nullptr, names.GetParameterBySemantic(nullptr, ""));
+
+    // A data block of five bytes moves on by twelve: size, data, padding.
+    EffectBuilder o;
+    o.Body();
+    o.Put({0, 0, 0, 2, 2, 0, 0});
+    o.Block("ABCDE", 5);
+    o.Word(1);
+    o.Block("xyz", 4);
+    CD3D9ParseEffect objects;
+    ASSERT_TRUE(Parse(objects, o.Finish()));
+    const EffectObject* obj = objects.GetParsedEffect().objects;
+    EXPECT_EQ("5 ABCDE 4 xyz", std::to_string(obj[0].size) + " " + static_cast<const char*>(obj[0].data) + " " +
+                                   std::to_string(obj[1].size) + " " + static_cast<const char*>(obj[1].data));
+}
+
+} // namespace
