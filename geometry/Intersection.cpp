@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "geometry/ScalarMath.h"
-#include "geometry/Triangle.h"
+#include "geometry/Simd.h"
 
 namespace kv
 {
@@ -68,38 +68,83 @@ RayHit IntersectRayBox(const Ray& ray, const BoundingBox& box)
     if (box.IsInfinite())
         return RayHit(true, 0.0f);
 
-    const Vector3& o = ray.origin;
-    const Vector3& d = ray.direction;
-    const Vector3& mn = box.minimum;
-    const Vector3& mx = box.maximum;
-    if (o.x > mn.x && o.y > mn.y && o.z > mn.z && o.x < mx.x && o.y < mx.y && o.z < mx.z)
-        return RayHit(true, 0.0f);
+        // Of each axis's two faces at most one can face the ray: the minimum face needs a
+        // positive direction, the maximum face a negative one. So the six faces come down to
+        // one candidate an axis, tested in the order x, y, z, where a tie keeps the earlier.
+#if KV_GEOMETRY_SSE2
+    // The three axes side by side in the lanes of a vector; lane 3 is not looked at. The
+    // loads stay within the ray and the box records.
+    const __m128 o = _mm_loadu_ps(&ray.origin.x); // ox oy oz dx
+    const __m128 dyz = _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(&ray.direction.y)));
+    const __m128 dxx = _mm_shuffle_ps(o, dyz, _MM_SHUFFLE(1, 0, 3, 3)); // dx dx dy dz
+    const __m128 d = _mm_shuffle_ps(dxx, dxx, _MM_SHUFFLE(3, 3, 2, 0));
+    const __m128 mn = _mm_loadu_ps(&box.minimum.x);
+    const __m128 mx = _mm_loadu_ps(&box.maximum.x);
+    if ((_mm_movemask_ps(_mm_and_ps(_mm_cmpgt_ps(o, mn), _mm_cmplt_ps(o, mx))) & 7) == 7)
+        return RayHit(true, 0.0f); // strictly inside
 
+    const __m128 zero = _mm_setzero_ps();
+    const __m128 towardsMin = _mm_and_ps(_mm_cmpgt_ps(d, zero), _mm_cmple_ps(o, mn));
+    const __m128 towardsMax = _mm_and_ps(_mm_cmplt_ps(d, zero), _mm_cmpge_ps(o, mx));
+    const __m128 face = _mm_or_ps(_mm_and_ps(towardsMin, mn), _mm_andnot_ps(towardsMin, mx));
+    const __m128 t = _mm_div_ps(_mm_sub_ps(face, o), d);
+    const int candidates = _mm_movemask_ps(_mm_and_ps(_mm_or_ps(towardsMin, towardsMax), _mm_cmpge_ps(t, zero))) & 7;
+    if (!candidates)
+        return RayHit(false, 0.0f);
+
+    float ts[4];
+    _mm_storeu_ps(ts, t);
     RayHit result;
-    // Faces in the order x min, x max, y min, y max, z min, z max; a tie keeps the earlier.
     for (int axis = 0; axis < 3; ++axis)
     {
-        const int u = (axis + 1) % 3;
-        const int v = (axis + 2) % 3;
-        for (int side = 0; side < 2; ++side)
+        if (!(candidates & (1 << axis)))
+            continue;
+        // The hit point's two other coordinates must lie in the box, ends included.
+        const __m128 hit = _mm_add_ps(o, _mm_mul_ps(d, _mm_set1_ps(ts[axis])));
+        const int within = _mm_movemask_ps(_mm_and_ps(_mm_cmpge_ps(hit, mn), _mm_cmple_ps(hit, mx)));
+        if (((within | (1 << axis)) & 7) == 7 && (!result.hit || ts[axis] < result.distance))
         {
-            const float face = side == 0 ? mn[axis] : mx[axis];
-            const bool faces = side == 0 ? (o[axis] <= face && d[axis] > 0.0f) : (o[axis] >= face && d[axis] < 0.0f);
-            if (!faces)
-                continue;
-            const float t = (face - o[axis]) / d[axis];
-            if (!(t >= 0.0f))
-                continue;
-            const Vector3 hit = o + d * t;
-            if (hit[u] >= mn[u] && hit[u] <= mx[u] && hit[v] >= mn[v] && hit[v] <= mx[v] &&
-                (!result.hit || t < result.distance))
-            {
-                result.hit = true;
-                result.distance = t;
-            }
+            result.hit = true;
+            result.distance = ts[axis];
         }
     }
     return result;
+#else
+    const float o[3] = {ray.origin.x, ray.origin.y, ray.origin.z};
+    const float d[3] = {ray.direction.x, ray.direction.y, ray.direction.z};
+    const float mn[3] = {box.minimum.x, box.minimum.y, box.minimum.z};
+    const float mx[3] = {box.maximum.x, box.maximum.y, box.maximum.z};
+    if (o[0] > mn[0] && o[1] > mn[1] && o[2] > mn[2] && o[0] < mx[0] && o[1] < mx[1] && o[2] < mx[2])
+        return RayHit(true, 0.0f); // strictly inside
+
+    RayHit result;
+    for (int axis = 0; axis < 3; ++axis)
+    {
+        float face;
+        if (d[axis] > 0.0f && o[axis] <= mn[axis])
+            face = mn[axis];
+        else if (d[axis] < 0.0f && o[axis] >= mx[axis])
+            face = mx[axis];
+        else
+            continue;
+        const float t = (face - o[axis]) / d[axis];
+        if (!(t >= 0.0f))
+            continue;
+        // The hit point's two other coordinates must lie in the box, ends included.
+        bool within = true;
+        for (int k = 0; k < 3; ++k)
+        {
+            const float h = o[k] + d[k] * t;
+            within = within && (k == axis || (h >= mn[k] && h <= mx[k]));
+        }
+        if (within && (!result.hit || t < result.distance))
+        {
+            result.hit = true;
+            result.distance = t;
+        }
+    }
+    return result;
+#endif
 }
 
 bool IntersectRayBoxInterval(const Ray& ray, const BoundingBox& box, float* d1, float* d2)
@@ -297,62 +342,63 @@ RayHit IntersectRaySphere(const Ray& ray, const BoundingSphere& sphere, bool dis
     return RayHit(true, t);
 }
 
-RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, const Vector3& c, const Vector3& normal,
-                            bool positiveSide, bool negativeSide)
+namespace
+{
+
+// The test behind both forms, with the edges b - a and c - a at hand. The comparisons that
+// decide the projection and the final one are combined without branches: they go either
+// way from one ray to the next, and a mispredicted branch costs more than the arithmetic.
+RayHit RayTriangle(const Ray& ray, const Vector3& a, const Vector3& eb, const Vector3& ec, const Vector3& normal,
+                   bool positiveSide, bool negativeSide)
 {
     const float denom = normal.Dot(ray.direction);
-    if (denom > kFloatEpsilon)
-    {
-        if (!negativeSide)
-            return RayHit(false, 0.0f);
-    }
-    else if (denom < -kFloatEpsilon)
-    {
-        if (!positiveSide)
-            return RayHit(false, 0.0f);
-    }
-    else
-    {
+    // Above the margin the ray meets the back, below it the front.
+    const bool sideAllowed = (denom > kFloatEpsilon && negativeSide) || (denom < -kFloatEpsilon && positiveSide);
+    if (!sideAllowed)
         return RayHit(false, 0.0f);
-    }
 
     const float t = normal.Dot(a - ray.origin) / denom;
     if (t < 0.0f)
         return RayHit(false, 0.0f);
 
-    // Project onto the two axes on which the triangle shows its largest area.
+    // Project onto the two axes on which the triangle shows its largest area, leaving out
+    // the normal's largest component: (0, 2) when y is above both others, (1, 0) when z is
+    // at least y and above x, else (1, 2).
     const float nx = std::fabs(normal.x), ny = std::fabs(normal.y), nz = std::fabs(normal.z);
-    int i0 = 1, i1 = 2;
-    if (ny > nz)
-    {
-        if (ny > nx)
-            i0 = 0;
-    }
-    else if (nz > nx)
-    {
-        i1 = 0;
-    }
+    const bool dropY = ny > nz && ny > nx;
+    const bool dropZ = !(ny > nz) && nz > nx;
+    const int i0 = dropY ? 0 : 1;
+    const int i1 = dropZ ? 0 : 2;
 
-    const Vector3 p = ray.origin + ray.direction * t - a;
-    const Vector3 eb = b - a;
-    const Vector3 ec = c - a;
-    const float u = p[i0] * ec[i1] - p[i1] * ec[i0];
-    const float v = eb[i0] * p[i1] - eb[i1] * p[i0];
-    const float area = eb[i0] * ec[i1] - eb[i1] * ec[i0];
+    const Vector3 hit = ray.origin + ray.direction * t - a;
+    const float p[3] = {hit.x, hit.y, hit.z};
+    const float b[3] = {eb.x, eb.y, eb.z};
+    const float c[3] = {ec.x, ec.y, ec.z};
+    const float u = p[i0] * c[i1] - p[i1] * c[i0];
+    const float v = b[i0] * p[i1] - b[i1] * p[i0];
+    const float area = b[i0] * c[i1] - b[i1] * c[i0];
     // A small margin of the area keeps points on an edge inside.
     const float tol = area * -1e-6f;
-    bool inside;
-    if (area > 0.0f)
-        inside = u >= tol && v >= tol && u + v <= area - tol;
-    else
-        inside = u <= tol && v <= tol && u + v >= area - tol;
+    const bool inside = area > 0.0f ? ((u >= tol) & (v >= tol) & (u + v <= area - tol))
+                                    : ((u <= tol) & (v <= tol) & (u + v >= area - tol));
     return inside ? RayHit(true, t) : RayHit(false, 0.0f);
+}
+
+} // namespace
+
+RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, const Vector3& c, const Vector3& normal,
+                            bool positiveSide, bool negativeSide)
+{
+    return RayTriangle(ray, a, b - a, c - a, normal, positiveSide, negativeSide);
 }
 
 RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, const Vector3& c, bool positiveSide,
                             bool negativeSide)
 {
-    return IntersectRayTriangle(ray, a, b, c, TriangleNormalRaw(a, b, c), positiveSide, negativeSide);
+    // The unnormalised normal, (b - a) x (c - a), from the edges the test needs anyway.
+    const Vector3 eb = b - a;
+    const Vector3 ec = c - a;
+    return RayTriangle(ray, a, eb, ec, eb.Cross(ec), positiveSide, negativeSide);
 }
 
 bool SphereTouchesBox(const BoundingSphere& sphere, const BoundingBox& box)

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <Eigen/Dense>
+#include <Eigen/Geometry>
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -12,6 +13,7 @@
 #include "GeometryTestUtil.h"
 #include "geometry/Matrix3.h"
 #include "geometry/Matrix4.h"
+#include "geometry/Quaternion.h"
 
 using namespace kv;
 
@@ -132,4 +134,51 @@ TEST(EigenReference, InversesAndDeterminants)
     EXPECT_LT(worstDet3, detTolerance);
     EXPECT_LT(worstInv4, invTolerance);
     EXPECT_LT(worstDet4, detTolerance);
+}
+
+TEST(EigenReference, ProductsRotationsAndSlerp)
+{
+    std::mt19937 rng(14);
+    std::uniform_real_distribution<float> u(-1.0f, 1.0f);
+    std::normal_distribution<float> g(0.0f, 1.0f);
+    double worstProduct = 0.0, worstRotation = 0.0, worstSlerp = 0.0;
+    const double productTolerance = 1e-6, rotationTolerance = 1e-6, slerpTolerance = 2e-6;
+    int slerps = 0;
+    for (int n = 0; n < kCount; ++n)
+    {
+        Matrix4 a, b, ab;
+        for (int r = 0; r < 4; ++r)
+            for (int c = 0; c < 4; ++c)
+            {
+                a.m[r][c] = u(rng);
+                b.m[r][c] = u(rng);
+            }
+        a.Concatenate(b, ab);
+        worstProduct = std::max(worstProduct, (ToEigen(ab) - ToEigen(a) * ToEigen(b)).cwiseAbs().maxCoeff());
+
+        const Quaternion p = Quaternion(g(rng), g(rng), g(rng), g(rng)).Normalised();
+        const Quaternion q = Quaternion(g(rng), g(rng), g(rng), g(rng)).Normalised();
+        const Eigen::Quaterniond ep(p.w, p.x, p.y, p.z), eq(q.w, q.x, q.y, q.z);
+        Matrix3 rotation;
+        p.ToRotationMatrix(rotation);
+        worstRotation = std::max(worstRotation, (ToEigen(rotation) - ep.toRotationMatrix()).cwiseAbs().maxCoeff());
+
+        // Near equal rotations take the linear road, which Eigen does not; t reaches past
+        // both ends, where the sines' arguments pass pi/2 and pi.
+        if (std::fabs(ep.dot(eq)) > 0.99)
+            continue;
+        const float t = n % 4 == 0 ? 4.0f * u(rng) : 0.5f + 0.75f * u(rng);
+        const Quaternion ours = Quaternion::Slerp(t, p, q, true);
+        const Eigen::Quaterniond ref = ep.slerp(t, eq);
+        worstSlerp = std::max({worstSlerp, std::fabs(ours.w - ref.w()), std::fabs(ours.x - ref.x()),
+                               std::fabs(ours.y - ref.y()), std::fabs(ours.z - ref.z())});
+        ++slerps;
+    }
+    Report("Matrix4 product (absolute)", worstProduct, productTolerance);
+    Report("quaternion to matrix (absolute)", worstRotation, rotationTolerance);
+    Report("slerp (absolute)", worstSlerp, slerpTolerance);
+    EXPECT_GT(slerps, kCount / 2);
+    EXPECT_LT(worstProduct, productTolerance);
+    EXPECT_LT(worstRotation, rotationTolerance);
+    EXPECT_LT(worstSlerp, slerpTolerance);
 }
