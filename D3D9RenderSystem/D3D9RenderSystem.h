@@ -206,6 +206,11 @@ public:
     void _setVertexDeclaration(CVertexDeclaration* declaration);
     void _setStreamFrequency(unsigned stream, uint32_t value);
     void _restoreStreamFrequencies();
+    // The device calls behind those shadows when they differ; a failure is logged.
+    __attribute__((noinline)) void _sendVertexDeclaration(IDirect3DVertexDeclaration9* native);
+    __attribute__((noinline)) void _sendStreamFrequency(unsigned stream, uint32_t value);
+    __attribute__((noinline)) void _sendStreamSource(unsigned stream, class CD3D9HardwareVertexBuffer* buffer,
+                                                     IDirect3DVertexBuffer9* native, unsigned offset);
     D3D9ResourceManager* GetResourceManager() { return m_pResourceManager; }
     // D3DUSAGE value for the engine's texture usage word; first match wins.
     static DWORD TextureUsageToD3D(unsigned usage);

@@ -68,35 +68,41 @@ IDirect3DVertexDeclaration9* NativeDeclarationOf(CVertexDeclaration* declaration
 
 } // namespace
 
+// The shadow comparisons below are small enough to be inlined into every draw
+// call; the device calls behind a differing shadow stay out of line, so that the
+// usual draw, which repeats what the device holds, runs through a few
+// instructions.
+
 void CD3D9RenderSystem::_setVertexDeclaration(CVertexDeclaration* declaration)
 {
     IDirect3DVertexDeclaration9* native = NativeDeclarationOf(declaration);
-    if (native == m_pCurrentVertexDeclaration || !m_pD3D9Device)
-        return;
+    if (native != m_pCurrentVertexDeclaration && m_pD3D9Device)
+        _sendVertexDeclaration(native);
+}
+
+void CD3D9RenderSystem::_sendVertexDeclaration(IDirect3DVertexDeclaration9* native)
+{
     m_pCurrentVertexDeclaration = native;
     D3D9Verify(m_pD3D9Device->SetVertexDeclaration(native), "Failed to SetVertexDeclaration");
 }
 
 void CD3D9RenderSystem::_setStreamFrequency(unsigned stream, uint32_t value)
 {
-    if (stream >= m_streamFrequencies.size() || m_streamFrequencies[stream] == value || !m_pD3D9Device)
-        return;
+    if (stream < m_streamFrequencies.size() && m_streamFrequencies[stream] != value && m_pD3D9Device)
+        _sendStreamFrequency(stream, value);
+}
+
+void CD3D9RenderSystem::_sendStreamFrequency(unsigned stream, uint32_t value)
+{
     D3D9Verify(m_pD3D9Device->SetStreamSourceFreq(stream, value), "Failed to SetStreamSourceFreq");
     m_streamFrequencies[stream] = value;
 }
 
 void CD3D9RenderSystem::_restoreStreamFrequencies()
 {
-    if (!m_pD3D9Device)
-        return;
     for (unsigned stream = 0; stream < m_streamFrequencies.size(); ++stream)
-    {
-        if (m_streamFrequencies[stream] != 1)
-        {
-            D3D9Verify(m_pD3D9Device->SetStreamSourceFreq(stream, 1), "Failed to SetStreamSourceFreq");
-            m_streamFrequencies[stream] = 1;
-        }
-    }
+        if (m_streamFrequencies[stream] != 1 && m_pD3D9Device)
+            _sendStreamFrequency(stream, 1);
 }
 
 void CD3D9RenderSystem::SetVertexBuffers(unsigned stream, const CVertexData* data, unsigned offset)
@@ -118,9 +124,13 @@ void CD3D9RenderSystem::SetVertexBuffers(unsigned stream, const CVertexData* dat
     CD3D9HardwareVertexBuffer* buffer = static_cast<CD3D9HardwareVertexBuffer*>(data->m_pBuffer.get());
     IDirect3DVertexBuffer9* native = buffer ? buffer->m_pD3D9VertexBuffer : nullptr;
     // The stride is not compared: one native buffer has one layout.
-    if (m_streamBuffers[stream] == native && m_streamOffsets[stream] == offset)
-        return;
+    if (m_streamBuffers[stream] != native || m_streamOffsets[stream] != offset)
+        _sendStreamSource(stream, buffer, native, offset);
+}
 
+void CD3D9RenderSystem::_sendStreamSource(unsigned stream, CD3D9HardwareVertexBuffer* buffer,
+                                          IDirect3DVertexBuffer9* native, unsigned offset)
+{
     D3D9Verify(m_pD3D9Device->SetStreamSource(stream, native, offset, buffer ? buffer->mElementSize : 0),
                "Failed to SetStreamSource");
     CTimer* timer = GetTimer();

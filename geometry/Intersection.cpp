@@ -1,6 +1,7 @@
 #include "geometry/Intersection.h"
 
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <utility>
 
@@ -15,6 +16,7 @@ namespace
 
 constexpr float kFloatEpsilon = 1.1920929e-7f;
 constexpr float kFloatMax = 3.4028235e38f;
+constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
 } // namespace
 
@@ -74,10 +76,9 @@ RayHit IntersectRayBox(const Ray& ray, const BoundingBox& box)
 #if KV_GEOMETRY_SSE2
     // The three axes side by side in the lanes of a vector; lane 3 is not looked at. The
     // loads stay within the ray and the box records.
-    const __m128 o = _mm_loadu_ps(&ray.origin.x); // ox oy oz dx
-    const __m128 dyz = _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(&ray.direction.y)));
-    const __m128 dxx = _mm_shuffle_ps(o, dyz, _MM_SHUFFLE(1, 0, 3, 3)); // dx dx dy dz
-    const __m128 d = _mm_shuffle_ps(dxx, dxx, _MM_SHUFFLE(3, 3, 2, 0));
+    const __m128 o = _mm_loadu_ps(&ray.origin.x);    // ox oy oz dx
+    const __m128 oDir = _mm_loadu_ps(&ray.origin.z); // oz dx dy dz, the record's last four
+    const __m128 d = _mm_shuffle_ps(oDir, oDir, _MM_SHUFFLE(0, 3, 2, 1));
     const __m128 mn = _mm_loadu_ps(&box.minimum.x);
     const __m128 mx = _mm_loadu_ps(&box.maximum.x);
     if ((_mm_movemask_ps(_mm_and_ps(_mm_cmpgt_ps(o, mn), _mm_cmplt_ps(o, mx))) & 7) == 7)
@@ -88,27 +89,26 @@ RayHit IntersectRayBox(const Ray& ray, const BoundingBox& box)
     const __m128 towardsMax = _mm_and_ps(_mm_cmplt_ps(d, zero), _mm_cmpge_ps(o, mx));
     const __m128 face = _mm_or_ps(_mm_and_ps(towardsMin, mn), _mm_andnot_ps(towardsMin, mx));
     const __m128 t = _mm_div_ps(_mm_sub_ps(face, o), d);
-    const int candidates = _mm_movemask_ps(_mm_and_ps(_mm_or_ps(towardsMin, towardsMax), _mm_cmpge_ps(t, zero))) & 7;
-    if (!candidates)
+    // The hit point through the candidate of axis a must lie within the box on the two
+    // other axes, a + 1 and a + 2 (mod 3). With t turned round by one lane and by two, lane
+    // k holds the hit point of axis k - 1 and of axis k - 2 on axis k; the answers are
+    // turned back to lane a.
+    const __m128 tFromPrevious = _mm_shuffle_ps(t, t, _MM_SHUFFLE(3, 1, 0, 2)); // tz tx ty
+    const __m128 tFromNext = _mm_shuffle_ps(t, t, _MM_SHUFFLE(3, 0, 2, 1));     // ty tz tx
+    const __m128 hitPrevious = _mm_add_ps(o, _mm_mul_ps(d, tFromPrevious));
+    const __m128 hitNext = _mm_add_ps(o, _mm_mul_ps(d, tFromNext));
+    const __m128 inPrevious = _mm_and_ps(_mm_cmpge_ps(hitPrevious, mn), _mm_cmple_ps(hitPrevious, mx));
+    const __m128 inNext = _mm_and_ps(_mm_cmpge_ps(hitNext, mn), _mm_cmple_ps(hitNext, mx));
+    const __m128 within = _mm_and_ps(_mm_shuffle_ps(inPrevious, inPrevious, _MM_SHUFFLE(3, 0, 2, 1)),
+                                     _mm_shuffle_ps(inNext, inNext, _MM_SHUFFLE(3, 1, 0, 2)));
+    const __m128 hits = _mm_and_ps(_mm_and_ps(_mm_or_ps(towardsMin, towardsMax), _mm_cmpge_ps(t, zero)), within);
+    if (!(_mm_movemask_ps(hits) & 7))
         return RayHit(false, 0.0f);
-
-    float ts[4];
-    _mm_storeu_ps(ts, t);
-    RayHit result;
-    for (int axis = 0; axis < 3; ++axis)
-    {
-        if (!(candidates & (1 << axis)))
-            continue;
-        // The hit point's two other coordinates must lie in the box, ends included.
-        const __m128 hit = _mm_add_ps(o, _mm_mul_ps(d, _mm_set1_ps(ts[axis])));
-        const int within = _mm_movemask_ps(_mm_and_ps(_mm_cmpge_ps(hit, mn), _mm_cmple_ps(hit, mx)));
-        if (((within | (1 << axis)) & 7) == 7 && (!result.hit || ts[axis] < result.distance))
-        {
-            result.hit = true;
-            result.distance = ts[axis];
-        }
-    }
-    return result;
+    // The nearest hit; on a tie the earlier axis, as min_ss(a, b) keeps b unless a < b.
+    const __m128 candidates = _mm_or_ps(_mm_and_ps(hits, t), _mm_andnot_ps(hits, _mm_set1_ps(kInfinity)));
+    const __m128 nearestXY = _mm_min_ss(_mm_shuffle_ps(candidates, candidates, _MM_SHUFFLE(1, 1, 1, 1)), candidates);
+    const __m128 nearest = _mm_min_ss(_mm_shuffle_ps(candidates, candidates, _MM_SHUFFLE(2, 2, 2, 2)), nearestXY);
+    return RayHit(true, _mm_cvtss_f32(nearest));
 #else
     const float o[3] = {ray.origin.x, ray.origin.y, ray.origin.z};
     const float d[3] = {ray.direction.x, ray.direction.y, ray.direction.z};
@@ -345,9 +345,29 @@ RayHit IntersectRaySphere(const Ray& ray, const BoundingSphere& sphere, bool dis
 namespace
 {
 
-// The test behind both forms, with the edges b - a and c - a at hand. The comparisons that
-// decide the projection and the final one are combined without branches: they go either
-// way from one ray to the next, and a mispredicted branch costs more than the arithmetic.
+// On the pair of axes (I0, I1), u = p x c, v = b x p and the area b x c as two-dimensional
+// cross products, with p = o + d t - a the hit point relative to a. Only the two
+// coordinates of p on the pair are worked out, and each condition is left as soon as it
+// fails: on random rays such branches mispredict less often than they save.
+template <int I0, int I1>
+RayHit InsideOnPair(const Ray& ray, const Vector3& a, const Vector3& eb, const Vector3& ec, float t)
+{
+    const float area = eb[I0] * ec[I1] - eb[I1] * ec[I0];
+    // A small margin of the area keeps points on an edge inside.
+    const float tol = area * -1e-6f;
+    const float p0 = ray.origin[I0] + ray.direction[I0] * t - a[I0];
+    const float p1 = ray.origin[I1] + ray.direction[I1] * t - a[I1];
+    const float u = p0 * ec[I1] - p1 * ec[I0];
+    const float v = eb[I0] * p1 - eb[I1] * p0;
+    bool inside;
+    if (area > 0.0f)
+        inside = u >= tol && v >= tol && u + v <= area - tol;
+    else
+        inside = u <= tol && v <= tol && u + v >= area - tol;
+    return inside ? RayHit(true, t) : RayHit(false, 0.0f);
+}
+
+// The test behind both forms, with the edges b - a and c - a at hand.
 RayHit RayTriangle(const Ray& ray, const Vector3& a, const Vector3& eb, const Vector3& ec, const Vector3& normal,
                    bool positiveSide, bool negativeSide)
 {
@@ -356,32 +376,19 @@ RayHit RayTriangle(const Ray& ray, const Vector3& a, const Vector3& eb, const Ve
     const bool sideAllowed = (denom > kFloatEpsilon && negativeSide) || (denom < -kFloatEpsilon && positiveSide);
     if (!sideAllowed)
         return RayHit(false, 0.0f);
-
     const float t = normal.Dot(a - ray.origin) / denom;
     if (t < 0.0f)
         return RayHit(false, 0.0f);
 
     // Project onto the two axes on which the triangle shows its largest area, leaving out
-    // the normal's largest component: (0, 2) when y is above both others, (1, 0) when z is
-    // at least y and above x, else (1, 2).
+    // the normal's largest component: the pair (0, 2) when y is above both others, (1, 0)
+    // when z is at least y and above x, else (1, 2).
     const float nx = std::fabs(normal.x), ny = std::fabs(normal.y), nz = std::fabs(normal.z);
-    const bool dropY = ny > nz && ny > nx;
-    const bool dropZ = !(ny > nz) && nz > nx;
-    const int i0 = dropY ? 0 : 1;
-    const int i1 = dropZ ? 0 : 2;
-
-    const Vector3 hit = ray.origin + ray.direction * t - a;
-    const float p[3] = {hit.x, hit.y, hit.z};
-    const float b[3] = {eb.x, eb.y, eb.z};
-    const float c[3] = {ec.x, ec.y, ec.z};
-    const float u = p[i0] * c[i1] - p[i1] * c[i0];
-    const float v = b[i0] * p[i1] - b[i1] * p[i0];
-    const float area = b[i0] * c[i1] - b[i1] * c[i0];
-    // A small margin of the area keeps points on an edge inside.
-    const float tol = area * -1e-6f;
-    const bool inside = area > 0.0f ? ((u >= tol) & (v >= tol) & (u + v <= area - tol))
-                                    : ((u <= tol) & (v <= tol) & (u + v >= area - tol));
-    return inside ? RayHit(true, t) : RayHit(false, 0.0f);
+    if (ny > nz && ny > nx)
+        return InsideOnPair<0, 2>(ray, a, eb, ec, t);
+    if (!(ny > nz) && nz > nx)
+        return InsideOnPair<1, 0>(ray, a, eb, ec, t);
+    return InsideOnPair<1, 2>(ray, a, eb, ec, t);
 }
 
 } // namespace

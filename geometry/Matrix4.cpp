@@ -35,27 +35,11 @@ Vector3 Matrix4::operator*(const Vector3& v) const
                    m[2][0] * v.x + m[2][1] * v.y + m[2][2] * v.z + m[2][3]);
 }
 
+#if !KV_GEOMETRY_SSE2
 void Matrix4::Concatenate(const Matrix4& other, Matrix4& result) const
 {
-    // Each row of the product is a sum of other's rows weighted by this row's elements,
-    // added from the left as the scalar sum is. Every row is formed before any is stored,
-    // so an overlapping result still gets the true product.
-#if KV_GEOMETRY_SSE2
-    const __m128 b0 = _mm_loadu_ps(other.m[0]);
-    const __m128 b1 = _mm_loadu_ps(other.m[1]);
-    const __m128 b2 = _mm_loadu_ps(other.m[2]);
-    const __m128 b3 = _mm_loadu_ps(other.m[3]);
-    __m128 rows[4];
-    for (int r = 0; r < 4; ++r)
-    {
-        __m128 p = _mm_mul_ps(_mm_set1_ps(m[r][0]), b0);
-        p = _mm_add_ps(p, _mm_mul_ps(_mm_set1_ps(m[r][1]), b1));
-        p = _mm_add_ps(p, _mm_mul_ps(_mm_set1_ps(m[r][2]), b2));
-        rows[r] = _mm_add_ps(p, _mm_mul_ps(_mm_set1_ps(m[r][3]), b3));
-    }
-    for (int r = 0; r < 4; ++r)
-        _mm_storeu_ps(result.m[r], rows[r]);
-#else
+    // Built in a local first: the compiler need not reload the factors after every store
+    // in case result overlaps them, and an overlapping result still gets the true product.
     float p[4][4];
     for (int r = 0; r < 4; ++r)
         for (int c = 0; c < 4; ++c)
@@ -64,8 +48,8 @@ void Matrix4::Concatenate(const Matrix4& other, Matrix4& result) const
     for (int r = 0; r < 4; ++r)
         for (int c = 0; c < 4; ++c)
             result.m[r][c] = p[r][c];
-#endif
 }
+#endif
 
 void Matrix4::FromRows3x4(const float* rows)
 {

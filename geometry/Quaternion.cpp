@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 #include "geometry/Matrix4.h"
 #include "geometry/ScalarMath.h"
@@ -281,55 +282,100 @@ bool Quaternion::EqualsWithin(const Quaternion& other, float tolerance) const
 namespace
 {
 
-// Slerp's angle and its two sines, worked out in double precision without calls into the
-// maths library. For the arguments slerp gives them, the series below are within 1e-9 of
-// the true values, so the floats they round to are the library's (or one unit in the last
-// place away). Their terms are summed in pairs (Estrin's scheme), so that most products do
-// not wait for one another: what limits a slerp is the length of its chain of dependent
-// operations more than their number.
+// Slerp's angle and sines are worked out in double precision without calls into the maths
+// library, and rounded to float once, in the two weights. Over the arguments slerp gives
+// them the series below are within 1e-9 of the true values. What limits a slerp is the
+// length of its chain of dependent operations more than their number, so the terms of each
+// series are summed in pairs (Estrin's scheme), choices are made by masks rather than
+// branches on the 64-bit road, and the angle's fixed parts are added in one step. Both
+// roads do the same operations and give the same bits.
 
 constexpr double kPiD = 3.141592653589793;
 constexpr double kHalfPiD = 1.5707963267948966;
 constexpr double kEighthPiD = 0.39269908169872414;
 constexpr double kTanPi16 = 0.198912367379658;
 constexpr double kTan3Pi16 = 0.6681786379192989;
-constexpr double kTanEighths[3] = {0.0, 0.41421356237309503, 1.0}; // tan(k pi/8)
+constexpr double kTanPi8 = 0.41421356237309503;
 
-// atan2(s, c) for s > 0. No branch depends on the values: a mispredicted one would cost
-// more than the series.
-double HalfTurnAngle(double s, double c)
+// atan(r) / r for z = r^2: atan's series to r^11, within 6e-11 of atan(r) for |r| <= tan(pi/16).
+double AtanSeries(double z)
 {
-    const double ac = std::fabs(c);
-    const double big = std::max(s, ac), small = std::min(s, ac);
-    // atan(small / big), at most pi/4, is k pi/8 + atan(r) with |r| <= tan(pi/16), where
-    // atan's series has fallen below 1e-10 by its sixth term.
-    const int k = (small > kTanPi16 * big) + (small > kTan3Pi16 * big);
-    const double tk = kTanEighths[k];
-    const double r = (small - big * tk) / (big + small * tk);
-    const double z = r * r, z2 = z * z, z4 = z2 * z2;
-    const double series =
-        (1.0 + z * (-1.0 / 3.0)) + z2 * (1.0 / 5.0 + z * (-1.0 / 7.0)) + z4 * (1.0 / 9.0 + z * (-1.0 / 11.0));
-    const double phi = k * kEighthPiD + r * series;
-    // phi is measured from the c axis when c is the larger, else from the s axis.
-    static constexpr double kBase[4] = {0.0, kPiD, kHalfPiD, kHalfPiD};
-    static constexpr double kTurn[4] = {1.0, -1.0, -1.0, 1.0};
-    const int octant = (s > ac) * 2 + (c < 0.0);
-    return kBase[octant] + kTurn[octant] * phi;
+    const double z2 = z * z, z4 = z2 * z2;
+    return ((1.0 + z * (-1.0 / 3.0)) + z2 * (1.0 / 5.0 + z * (-1.0 / 7.0))) + z4 * (1.0 / 9.0 + z * (-1.0 / 11.0));
 }
 
-// The sine's Taylor series to a^13, within 7e-10 of the sine on [-pi/2, pi/2].
+// The sine's series to a^13, within 7e-10 of the sine on [-pi/2, pi/2].
 constexpr double kSin3 = -0.16666666666666666, kSin5 = 0.008333333333333333, kSin7 = -0.0001984126984126984,
                  kSin9 = 2.7557319223985893e-06, kSin11 = -2.505210838544172e-08, kSin13 = 1.6059043836821613e-10;
+// Sine arguments beyond this are left to the library: the fold below covers up to 3 pi/2.
+constexpr double kSeriesLimit = 4.5;
 
-// Arguments beyond this are left to the library: the fold below covers up to 3 pi/2.
-constexpr float kSeriesLimit = 4.5f;
+// atan2(s, c) for s > 0. With big and small the larger and smaller of s and |c|, the angle
+// from the nearer axis is atan(small / big) = k pi/8 + atan(r), where r = (small - big tk) /
+// (big + small tk), tk = tan(k pi/8) and k is chosen so that |r| <= tan(pi/16). From the c
+// axis (c the larger) the angle is that or pi minus it, from the s axis pi/2 -+ it.
+double HalfTurnAngle(double s, double c)
+{
+#if KV_GEOMETRY_SSE2
+    const __m128d signBit = _mm_set_sd(-0.0);
+    const __m128d sc = _mm_unpacklo_pd(_mm_set_sd(s), _mm_set_sd(c));
+    const __m128d a = _mm_andnot_pd(_mm_unpacklo_pd(signBit, signBit), sc); // s |c|
+    const __m128d aSwapped = _mm_shuffle_pd(a, a, 1);                       // |c| s
+    const __m128d big = _mm_max_pd(a, aSwapped), small = _mm_min_pd(a, aSwapped);
+    // The three candidates for (numerator, denominator): k = 0, 1, 2.
+    const __m128d p0 = _mm_unpacklo_pd(small, big);
+    const __m128d turned = _mm_unpacklo_pd(_mm_xor_pd(big, signBit), small); // -big small
+    const __m128d p1 = _mm_add_pd(p0, _mm_mul_pd(turned, _mm_set1_pd(kTanPi8)));
+    const __m128d p2 = _mm_add_pd(p0, turned);
+    const __m128d k = _mm_cmpgt_pd(small, _mm_mul_pd(big, _mm_set_pd(kTan3Pi16, kTanPi16))); // k >= 1, k >= 2
+    const __m128d k1 = _mm_unpacklo_pd(k, k), k2 = _mm_unpackhi_pd(k, k);
+    const __m128d p01 = _mm_or_pd(_mm_and_pd(k1, p1), _mm_andnot_pd(k1, p0));
+    const __m128d pk = _mm_or_pd(_mm_and_pd(k2, p2), _mm_andnot_pd(k2, p01));
+    const double r = _mm_cvtsd_f64(_mm_div_sd(pk, _mm_unpackhi_pd(pk, pk)));
+    const __m128d offsets = _mm_and_pd(k, _mm_set1_pd(kEighthPiD));
+    const __m128d offset = _mm_add_sd(offsets, _mm_unpackhi_pd(offsets, offsets));    // k pi/8
+    const __m128d steep = _mm_cmpgt_sd(a, aSwapped);                                  // s > |c|
+    const __m128d negative = _mm_unpackhi_pd(_mm_cmplt_pd(sc, _mm_setzero_pd()), sc); // c < 0
+    const __m128d turnSign = _mm_and_pd(_mm_xor_pd(steep, negative), signBit);
+    const __m128d base = _mm_or_pd(_mm_and_pd(steep, _mm_set_sd(kHalfPiD)),
+                                   _mm_andnot_pd(steep, _mm_and_pd(negative, _mm_set_sd(kPiD))));
+    const double fixed = _mm_cvtsd_f64(_mm_add_sd(base, _mm_xor_pd(offset, turnSign)));
+    const double turnedR = _mm_cvtsd_f64(_mm_xor_pd(_mm_set_sd(r), turnSign));
+#else
+    const double ac = std::fabs(c);
+    const double big = std::max(s, ac), small = std::min(s, ac);
+    const bool k1 = small > kTanPi16 * big, k2 = small > kTan3Pi16 * big;
+    double numerator = small, denominator = big;
+    if (k2)
+    {
+        numerator = small + -big;
+        denominator = big + small;
+    }
+    else if (k1)
+    {
+        numerator = small + -big * kTanPi8;
+        denominator = big + small * kTanPi8;
+    }
+    const double r = numerator / denominator;
+    const bool steep = s > ac, negative = c < 0.0;
+    const double base = steep ? kHalfPiD : (negative ? kPiD : 0.0);
+    const double turn = steep != negative ? -1.0 : 1.0;
+    const double fixed = base + turn * ((k1 ? kEighthPiD : 0.0) + (k2 ? kEighthPiD : 0.0));
+    const double turnedR = turn * r;
+#endif
+    return fixed + turnedR * AtanSeries(r * r);
+}
 
-// sin(a0) and sin(a1) for |a| <= kSeriesLimit: an angle beyond pi/2 is folded back by
-// sin(a) = sin(±pi - a). Both roads do the same operations, lane by lane.
-void SinePair(float a0, float a1, float& s0, float& s1)
+// The weights sin((1 - t) angle) / s and sin(t angle) / s, where |t angle| and
+// |(1 - t) angle| are at most kSeriesLimit; an angle beyond pi/2 is folded back by
+// sin(a) = sin(+-pi - a).
+void SineWeights(double angle, double invS, float t, float& w0, float& w1)
 {
 #if KV_GEOMETRY_SSE2
     // Each constant twice over, so that one aligned load fills both lanes.
+    alignas(16) static const double lanes[][2] = {
+        {kPiD, kPiD},   {kHalfPiD, kHalfPiD}, {-0.0, -0.0},   {1.0, 1.0},       {kSin3, kSin3},
+        {kSin5, kSin5}, {kSin7, kSin7},       {kSin9, kSin9}, {kSin11, kSin11}, {kSin13, kSin13}};
     enum
     {
         kPi,
@@ -341,14 +387,11 @@ void SinePair(float a0, float a1, float& s0, float& s1)
         kC7,
         kC9,
         kC11,
-        kC13,
-        kConstants
+        kC13
     };
-    alignas(16) static constexpr double lanes[kConstants][2] = {
-        {kPiD, kPiD},   {kHalfPiD, kHalfPiD}, {-0.0, -0.0},   {1.0, 1.0},       {kSin3, kSin3},
-        {kSin5, kSin5}, {kSin7, kSin7},       {kSin9, kSin9}, {kSin11, kSin11}, {kSin13, kSin13}};
     auto both = [](int constant) { return _mm_load_pd(lanes[constant]); };
-    const __m128d a = _mm_cvtps_pd(_mm_unpacklo_ps(_mm_set_ss(a0), _mm_set_ss(a1)));
+    const double td = t;
+    const __m128d a = _mm_mul_pd(_mm_set_pd(td, 1.0 - td), _mm_set1_pd(angle));
     const __m128d signBit = both(kSign);
     const __m128d far = _mm_cmpgt_pd(_mm_andnot_pd(signBit, a), both(kHalfPi));
     const __m128d mirrored = _mm_sub_pd(_mm_or_pd(_mm_and_pd(signBit, a), both(kPi)), a);
@@ -360,19 +403,20 @@ void SinePair(float a0, float a1, float& s0, float& s1)
     const __m128d high = _mm_add_pd(pair(kC9, kC11), _mm_mul_pd(z2, both(kC13)));
     const __m128d series =
         _mm_add_pd(_mm_add_pd(pair(kOne, kC3), _mm_mul_pd(z2, pair(kC5, kC7))), _mm_mul_pd(z4, high));
-    const __m128 sines = _mm_cvtpd_ps(_mm_mul_pd(x, series));
-    s0 = _mm_cvtss_f32(sines);
-    s1 = _mm_cvtss_f32(_mm_shuffle_ps(sines, sines, _MM_SHUFFLE(1, 1, 1, 1)));
+    const __m128 weights = _mm_cvtpd_ps(_mm_mul_pd(_mm_mul_pd(x, series), _mm_set1_pd(invS)));
+    w0 = _mm_cvtss_f32(weights);
+    w1 = _mm_cvtss_f32(_mm_shuffle_ps(weights, weights, _MM_SHUFFLE(1, 1, 1, 1)));
 #else
-    auto sine = [](double a) {
+    auto weight = [invS](double a) {
         const double x = std::fabs(a) > kHalfPiD ? std::copysign(kPiD, a) - a : a;
         const double z = x * x, z2 = z * z, z4 = z2 * z2;
         const double high = (kSin9 + z * kSin11) + z2 * kSin13;
         const double series = ((1.0 + z * kSin3) + z2 * (kSin5 + z * kSin7)) + z4 * high;
-        return static_cast<float>(x * series);
+        return static_cast<float>(x * series * invS);
     };
-    s0 = sine(a0);
-    s1 = sine(a1);
+    const double td = t;
+    w0 = weight((1.0 - td) * angle);
+    w1 = weight(td * angle);
 #endif
 }
 
@@ -381,32 +425,52 @@ void SinePair(float a0, float a1, float& s0, float& s1)
 Quaternion Quaternion::Slerp(float t, const Quaternion& p, const Quaternion& q, bool shortestPath)
 {
     float c = Dot(p, q);
+    // The shorter way round goes to -q. Which way is taken changes from call to call, so
+    // the 64-bit road flips signs by mask rather than by a branch.
+    const bool flip = c < 0.0f && shortestPath;
+#if KV_GEOMETRY_SSE2
+    const __m128 flipSign = _mm_castsi128_ps(_mm_set1_epi32(flip ? INT32_MIN : 0));
+    c = _mm_cvtss_f32(_mm_xor_ps(_mm_set_ss(c), flipSign));
+    const __m128 from = _mm_loadu_ps(&p.w);
+    const __m128 to = _mm_xor_ps(_mm_loadu_ps(&q.w), flipSign);
+#else
     Quaternion target = q;
-    if (c < 0.0f && shortestPath)
+    if (flip)
     {
         c = -c;
         target = -q;
     }
+#endif
+    float w0, w1;
     if (std::fabs(c) < 0.999f)
     {
         const float s = std::sqrt(1.0f - c * c);
-        const float angle = static_cast<float>(HalfTurnAngle(s, c));
-        const float invSin = 1.0f / s;
-        const float a0 = (1.0f - t) * angle, a1 = t * angle;
-        float sin0, sin1;
-        if (std::fabs(a0) <= kSeriesLimit && std::fabs(a1) <= kSeriesLimit)
-            SinePair(a0, a1, sin0, sin1);
+        const double angle = HalfTurnAngle(s, c);
+        const double invS = 1.0 / s;
+        const double td = t;
+        if (std::fabs((1.0 - td) * angle) <= kSeriesLimit && std::fabs(td * angle) <= kSeriesLimit)
+            SineWeights(angle, invS, t, w0, w1);
         else
         {
             // t far outside 0 to 1 (or not a number).
-            sin0 = std::sin(a0);
-            sin1 = std::sin(a1);
+            w0 = static_cast<float>(std::sin((1.0 - td) * angle) * invS);
+            w1 = static_cast<float>(std::sin(td * angle) * invS);
         }
-        return p * (sin0 * invSin) + target * (sin1 * invSin);
     }
-    // Nearly the same rotation: the sine ratio is ill-conditioned, blend linearly.
-    Quaternion result = p * (1.0f - t) + target * t;
-    result.Normalise();
+    else
+    {
+        // Nearly the same rotation: the sine ratio is ill-conditioned, blend linearly.
+        w0 = 1.0f - t;
+        w1 = t;
+    }
+#if KV_GEOMETRY_SSE2
+    Quaternion result;
+    _mm_storeu_ps(&result.w, _mm_add_ps(_mm_mul_ps(from, _mm_set1_ps(w0)), _mm_mul_ps(to, _mm_set1_ps(w1))));
+#else
+    Quaternion result = p * w0 + target * w1;
+#endif
+    if (!(std::fabs(c) < 0.999f))
+        result.Normalise();
     return result;
 }
 
