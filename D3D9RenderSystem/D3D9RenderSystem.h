@@ -209,8 +209,11 @@ public:
     // The device calls behind those shadows when they differ; a failure is logged.
     __attribute__((noinline)) void _sendVertexDeclaration(IDirect3DVertexDeclaration9* native);
     __attribute__((noinline)) void _sendStreamFrequency(unsigned stream, uint32_t value);
-    __attribute__((noinline)) void _sendStreamSource(unsigned stream, class CD3D9HardwareVertexBuffer* buffer,
-                                                     IDirect3DVertexBuffer9* native, unsigned offset);
+    __attribute__((noinline)) void _sendStreamSource(unsigned stream, const CVertexData* data, unsigned offset);
+    // The draw calls of DrawPrimitive; a failure is logged.
+    __attribute__((noinline)) void _sendDrawIndexedPrimitive(D3DPRIMITIVETYPE type, INT baseVertex, UINT vertexCount,
+                                                             UINT startIndex, UINT primitives);
+    __attribute__((noinline)) void _sendDrawPrimitive(D3DPRIMITIVETYPE type, UINT startVertex, UINT primitives);
     D3D9ResourceManager* GetResourceManager() { return m_pResourceManager; }
     // D3DUSAGE value for the engine's texture usage word; first match wins.
     static DWORD TextureUsageToD3D(unsigned usage);

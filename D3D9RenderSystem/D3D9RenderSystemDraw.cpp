@@ -15,6 +15,9 @@ namespace kv
 // --- Streams and draws. Binding goes through shadows of native pointers; a draw
 // always reaches the device. Nothing here allocates.
 
+// DrawPrimitive looks at the frequencies of both streams by name.
+static_assert(CD3D9RenderSystem::kStreamCount == 2, "two streams");
+
 namespace
 {
 
@@ -59,6 +62,12 @@ void CountDraw(CTimer* timer, unsigned primitives, unsigned vertices)
         timer->m_nVertexCount += vertices;
         timer->m_nDrawCallCount += 1;
     }
+}
+
+IDirect3DVertexBuffer9* NativeBufferOf(const CVertexData* data)
+{
+    CD3D9HardwareVertexBuffer* buffer = static_cast<CD3D9HardwareVertexBuffer*>(data->m_pBuffer.get());
+    return buffer ? buffer->m_pD3D9VertexBuffer : nullptr;
 }
 
 IDirect3DVertexDeclaration9* NativeDeclarationOf(CVertexDeclaration* declaration)
@@ -121,16 +130,15 @@ void CD3D9RenderSystem::SetVertexBuffers(unsigned stream, const CVertexData* dat
     // layout is the one that draws.
     _setVertexDeclaration(data->m_pDeclaration.get());
 
-    CD3D9HardwareVertexBuffer* buffer = static_cast<CD3D9HardwareVertexBuffer*>(data->m_pBuffer.get());
-    IDirect3DVertexBuffer9* native = buffer ? buffer->m_pD3D9VertexBuffer : nullptr;
     // The stride is not compared: one native buffer has one layout.
-    if (m_streamBuffers[stream] != native || m_streamOffsets[stream] != offset)
-        _sendStreamSource(stream, buffer, native, offset);
+    if (m_streamBuffers[stream] != NativeBufferOf(data) || m_streamOffsets[stream] != offset)
+        _sendStreamSource(stream, data, offset);
 }
 
-void CD3D9RenderSystem::_sendStreamSource(unsigned stream, CD3D9HardwareVertexBuffer* buffer,
-                                          IDirect3DVertexBuffer9* native, unsigned offset)
+void CD3D9RenderSystem::_sendStreamSource(unsigned stream, const CVertexData* data, unsigned offset)
 {
+    CD3D9HardwareVertexBuffer* buffer = static_cast<CD3D9HardwareVertexBuffer*>(data->m_pBuffer.get());
+    IDirect3DVertexBuffer9* native = NativeBufferOf(data);
     D3D9Verify(m_pD3D9Device->SetStreamSource(stream, native, offset, buffer ? buffer->mElementSize : 0),
                "Failed to SetStreamSource");
     CTimer* timer = GetTimer();
@@ -179,19 +187,11 @@ void CD3D9RenderSystem::DrawPrimitive(PrimitiveType type, const CVertexData* ver
         _setStreamFrequency(0, D3DSTREAMSOURCE_INDEXEDDATA | instanceCount);
         _setStreamFrequency(1, D3DSTREAMSOURCE_INSTANCEDATA | 1u);
     }
-    else
+    else if (!m_streamFrequencies.empty() && (m_streamFrequencies[0] != 1 || m_streamFrequencies[1] != 1))
         _restoreStreamFrequencies();
 
-    if (indices)
-        D3D9Verify(m_pD3D9Device->DrawIndexedPrimitive(static_cast<D3DPRIMITIVETYPE>(type),
-                                                       static_cast<INT>(vertices->m_nVertexStart), 0,
-                                                       vertices->m_nVertexCount, indices->m_nIndexStart, primitives),
-                   "Failed to DrawIndexedPrimitive");
-    else
-        D3D9Verify(
-            m_pD3D9Device->DrawPrimitive(static_cast<D3DPRIMITIVETYPE>(type), vertices->m_nVertexStart, primitives),
-            "Failed to DrawPrimitive");
-
+    // Counted before the draw is made, and also when it fails: the order is not to be
+    // seen from outside, and the device call then ends the operation.
     // Lines and the non-solid viewing modes are helpers, not scene content.
     if (m_polygonMode == FILL_SOLID && type != PT_LINE_LIST && type != PT_LINE_STRIP)
     {
@@ -200,6 +200,24 @@ void CD3D9RenderSystem::DrawPrimitive(PrimitiveType type, const CVertexData* ver
         if (instanced)
             timer->m_nExtraInstances += instanceCount - 1;
     }
+
+    if (indices)
+        _sendDrawIndexedPrimitive(static_cast<D3DPRIMITIVETYPE>(type), static_cast<INT>(vertices->m_nVertexStart),
+                                  vertices->m_nVertexCount, indices->m_nIndexStart, primitives);
+    else
+        _sendDrawPrimitive(static_cast<D3DPRIMITIVETYPE>(type), vertices->m_nVertexStart, primitives);
+}
+
+void CD3D9RenderSystem::_sendDrawIndexedPrimitive(D3DPRIMITIVETYPE type, INT baseVertex, UINT vertexCount,
+                                                  UINT startIndex, UINT primitives)
+{
+    D3D9Verify(m_pD3D9Device->DrawIndexedPrimitive(type, baseVertex, 0, vertexCount, startIndex, primitives),
+               "Failed to DrawIndexedPrimitive");
+}
+
+void CD3D9RenderSystem::_sendDrawPrimitive(D3DPRIMITIVETYPE type, UINT startVertex, UINT primitives)
+{
+    D3D9Verify(m_pD3D9Device->DrawPrimitive(type, startVertex, primitives), "Failed to DrawPrimitive");
 }
 
 void CD3D9RenderSystem::DrawPrimitiveUP(PrimitiveType type, unsigned vertexCount, const void* vertexData,

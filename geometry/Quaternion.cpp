@@ -283,12 +283,12 @@ namespace
 {
 
 // Slerp's angle and sines are worked out in double precision without calls into the maths
-// library, and rounded to float once, in the two weights. Over the arguments slerp gives
-// them the series below are within 1e-9 of the true values. What limits a slerp is the
-// length of its chain of dependent operations more than their number, so the terms of each
-// series are summed in pairs (Estrin's scheme), choices are made by masks rather than
-// branches on the 64-bit road, and the angle's fixed parts are added in one step. Both
-// roads do the same operations and give the same bits.
+// library, and rounded to float once, in the two weights. What limits a slerp is the length
+// of its chain of dependent operations more than their number, so the series are short
+// (near-minimax fits, Chebyshev on their intervals, good to 1e-8 of a sine and 4e-10 of
+// an angle, far below a float's step), their terms are summed in pairs (Estrin's scheme),
+// choices are made by masks rather than branches on the 64-bit road, and the angle's fixed
+// parts are added in one step. Both roads do the same operations and give the same bits.
 
 constexpr double kPiD = 3.141592653589793;
 constexpr double kHalfPiD = 1.5707963267948966;
@@ -297,16 +297,16 @@ constexpr double kTanPi16 = 0.198912367379658;
 constexpr double kTan3Pi16 = 0.6681786379192989;
 constexpr double kTanPi8 = 0.41421356237309503;
 
-// atan(r) / r for z = r^2: atan's series to r^11, within 6e-11 of atan(r) for |r| <= tan(pi/16).
+// atan(r) / r as a cubic in z = r^2, for |r| <= tan(pi/16).
 double AtanSeries(double z)
 {
-    const double z2 = z * z, z4 = z2 * z2;
-    return ((1.0 + z * (-1.0 / 3.0)) + z2 * (1.0 / 5.0 + z * (-1.0 / 7.0))) + z4 * (1.0 / 9.0 + z * (-1.0 / 11.0));
+    const double z2 = z * z;
+    return (0.9999999980042783 + z * -0.33333171761907915) + z2 * (0.19979470782433997 + z * -0.13444111451982574);
 }
 
-// The sine's series to a^13, within 7e-10 of the sine on [-pi/2, pi/2].
-constexpr double kSin3 = -0.16666666666666666, kSin5 = 0.008333333333333333, kSin7 = -0.0001984126984126984,
-                 kSin9 = 2.7557319223985893e-06, kSin11 = -2.505210838544172e-08, kSin13 = 1.6059043836821613e-10;
+// sin(x) / x as a quartic in z = x^2, for |x| <= pi/2.
+constexpr double kSin0 = 0.999999995698809, kSin1 = -0.16666657947846011, kSin2 = 0.008333050170671773,
+                 kSin3 = -0.00019809017408678003, kSin4 = 2.605107635334788e-06;
 // Sine arguments beyond this are left to the library: the fold below covers up to 3 pi/2.
 constexpr double kSeriesLimit = 4.5;
 
@@ -372,46 +372,25 @@ double HalfTurnAngle(double s, double c)
 void SineWeights(double angle, double invS, float t, float& w0, float& w1)
 {
 #if KV_GEOMETRY_SSE2
-    // Each constant twice over, so that one aligned load fills both lanes.
-    alignas(16) static const double lanes[][2] = {
-        {kPiD, kPiD},   {kHalfPiD, kHalfPiD}, {-0.0, -0.0},   {1.0, 1.0},       {kSin3, kSin3},
-        {kSin5, kSin5}, {kSin7, kSin7},       {kSin9, kSin9}, {kSin11, kSin11}, {kSin13, kSin13}};
-    enum
-    {
-        kPi,
-        kHalfPi,
-        kSign,
-        kOne,
-        kC3,
-        kC5,
-        kC7,
-        kC9,
-        kC11,
-        kC13
-    };
-    auto both = [](int constant) { return _mm_load_pd(lanes[constant]); };
     const double td = t;
     const __m128d a = _mm_mul_pd(_mm_set_pd(td, 1.0 - td), _mm_set1_pd(angle));
-    const __m128d signBit = both(kSign);
-    const __m128d far = _mm_cmpgt_pd(_mm_andnot_pd(signBit, a), both(kHalfPi));
-    const __m128d mirrored = _mm_sub_pd(_mm_or_pd(_mm_and_pd(signBit, a), both(kPi)), a);
+    const __m128d signBit = _mm_set1_pd(-0.0);
+    const __m128d far = _mm_cmpgt_pd(_mm_andnot_pd(signBit, a), _mm_set1_pd(kHalfPiD));
+    const __m128d mirrored = _mm_sub_pd(_mm_or_pd(_mm_and_pd(signBit, a), _mm_set1_pd(kPiD)), a);
     const __m128d x = _mm_or_pd(_mm_and_pd(far, mirrored), _mm_andnot_pd(far, a));
     const __m128d z = _mm_mul_pd(x, x);
     const __m128d z2 = _mm_mul_pd(z, z);
-    const __m128d z4 = _mm_mul_pd(z2, z2);
-    auto pair = [&](int c0, int c1) { return _mm_add_pd(both(c0), _mm_mul_pd(z, both(c1))); };
-    const __m128d high = _mm_add_pd(pair(kC9, kC11), _mm_mul_pd(z2, both(kC13)));
-    const __m128d series =
-        _mm_add_pd(_mm_add_pd(pair(kOne, kC3), _mm_mul_pd(z2, pair(kC5, kC7))), _mm_mul_pd(z4, high));
+    auto pair = [z](double c0, double c1) { return _mm_add_pd(_mm_set1_pd(c0), _mm_mul_pd(z, _mm_set1_pd(c1))); };
+    const __m128d high = _mm_add_pd(pair(kSin2, kSin3), _mm_mul_pd(z2, _mm_set1_pd(kSin4)));
+    const __m128d series = _mm_add_pd(pair(kSin0, kSin1), _mm_mul_pd(z2, high));
     const __m128 weights = _mm_cvtpd_ps(_mm_mul_pd(_mm_mul_pd(x, series), _mm_set1_pd(invS)));
     w0 = _mm_cvtss_f32(weights);
     w1 = _mm_cvtss_f32(_mm_shuffle_ps(weights, weights, _MM_SHUFFLE(1, 1, 1, 1)));
 #else
     auto weight = [invS](double a) {
         const double x = std::fabs(a) > kHalfPiD ? std::copysign(kPiD, a) - a : a;
-        const double z = x * x, z2 = z * z, z4 = z2 * z2;
-        const double high = (kSin9 + z * kSin11) + z2 * kSin13;
-        const double series = ((1.0 + z * kSin3) + z2 * (kSin5 + z * kSin7)) + z4 * high;
+        const double z = x * x, z2 = z * z;
+        const double series = (kSin0 + z * kSin1) + z2 * ((kSin2 + z * kSin3) + z2 * kSin4);
         return static_cast<float>(x * series * invS);
     };
     const double td = t;
@@ -424,27 +403,30 @@ void SineWeights(double angle, double invS, float t, float& w0, float& w1)
 
 Quaternion Quaternion::Slerp(float t, const Quaternion& p, const Quaternion& q, bool shortestPath)
 {
-    float c = Dot(p, q);
-    // The shorter way round goes to -q. Which way is taken changes from call to call, so
-    // the 64-bit road flips signs by mask rather than by a branch.
-    const bool flip = c < 0.0f && shortestPath;
+    const float dot = Dot(p, q);
+    // The shorter way round goes to -q, with c = -dot. Which way is taken changes from call
+    // to call, so the 64-bit road turns the signs by mask rather than by a branch. The sign
+    // plays no part in s or in the choice of road, which go on meanwhile.
+    float c = dot;
 #if KV_GEOMETRY_SSE2
-    const __m128 flipSign = _mm_castsi128_ps(_mm_set1_epi32(flip ? INT32_MIN : 0));
-    c = _mm_cvtss_f32(_mm_xor_ps(_mm_set_ss(c), flipSign));
+    const __m128 flip = _mm_and_ps(_mm_cmplt_ss(_mm_set_ss(dot), _mm_setzero_ps()),
+                                   _mm_castsi128_ps(_mm_cvtsi32_si128(shortestPath ? INT32_MIN : 0)));
+    c = _mm_cvtss_f32(_mm_xor_ps(_mm_set_ss(dot), flip));
     const __m128 from = _mm_loadu_ps(&p.w);
-    const __m128 to = _mm_xor_ps(_mm_loadu_ps(&q.w), flipSign);
+    const __m128 to = _mm_xor_ps(_mm_loadu_ps(&q.w), _mm_shuffle_ps(flip, flip, _MM_SHUFFLE(0, 0, 0, 0)));
 #else
     Quaternion target = q;
-    if (flip)
+    if (dot < 0.0f && shortestPath)
     {
-        c = -c;
+        c = -dot;
         target = -q;
     }
 #endif
+    const bool curved = std::fabs(dot) < 0.999f;
     float w0, w1;
-    if (std::fabs(c) < 0.999f)
+    if (curved)
     {
-        const float s = std::sqrt(1.0f - c * c);
+        const float s = std::sqrt(1.0f - dot * dot);
         const double angle = HalfTurnAngle(s, c);
         const double invS = 1.0 / s;
         const double td = t;
@@ -469,7 +451,7 @@ Quaternion Quaternion::Slerp(float t, const Quaternion& p, const Quaternion& q, 
 #else
     Quaternion result = p * w0 + target * w1;
 #endif
-    if (!(std::fabs(c) < 0.999f))
+    if (!curved)
         result.Normalise();
     return result;
 }
