@@ -63,6 +63,9 @@ bool IntersectRayOrientedBox(const Ray& ray, const Vector3& centre, const Vector
     return true;
 }
 
+// Of each axis's two faces at most one can face the ray: the minimum face needs a positive
+// direction, the maximum face a negative one. So the six faces come down to one candidate
+// an axis, tested in the order x, y, z, where a tie keeps the earlier.
 RayHit IntersectRayBox(const Ray& ray, const BoundingBox& box)
 {
     if (box.IsNull())
@@ -70,9 +73,6 @@ RayHit IntersectRayBox(const Ray& ray, const BoundingBox& box)
     if (box.IsInfinite())
         return RayHit(true, 0.0f);
 
-        // Of each axis's two faces at most one can face the ray: the minimum face needs a
-        // positive direction, the maximum face a negative one. So the six faces come down to
-        // one candidate an axis, tested in the order x, y, z, where a tie keeps the earlier.
 #if KV_GEOMETRY_SSE2
     // The three axes side by side in the lanes of a vector; lane 3 is not looked at. The
     // loads stay within the ray and the box records.
