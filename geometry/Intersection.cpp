@@ -81,13 +81,18 @@ RayHit IntersectRayBox(const Ray& ray, const BoundingBox& box)
     const __m128 d = _mm_shuffle_ps(oDir, oDir, _MM_SHUFFLE(0, 3, 2, 1));
     const __m128 mn = _mm_loadu_ps(&box.minimum.x);
     const __m128 mx = _mm_loadu_ps(&box.maximum.x);
-    if ((_mm_movemask_ps(_mm_and_ps(_mm_cmpgt_ps(o, mn), _mm_cmplt_ps(o, mx))) & 7) == 7)
+    const __m128 aboveMin = _mm_cmpgt_ps(o, mn), belowMax = _mm_cmplt_ps(o, mx);
+    if ((_mm_movemask_ps(_mm_and_ps(aboveMin, belowMax)) & 7) == 7)
         return RayHit(true, 0.0f); // strictly inside
 
+    // The minimum face faces a positive direction from an origin not above it, the maximum
+    // face a negative one from an origin not below it. "Not above" also lets in a coordinate
+    // that is not a number, but its t is not a number either and fails t >= 0 below.
     const __m128 zero = _mm_setzero_ps();
-    const __m128 towardsMin = _mm_and_ps(_mm_cmpgt_ps(d, zero), _mm_cmple_ps(o, mn));
-    const __m128 towardsMax = _mm_and_ps(_mm_cmplt_ps(d, zero), _mm_cmpge_ps(o, mx));
-    const __m128 face = _mm_or_ps(_mm_and_ps(towardsMin, mn), _mm_andnot_ps(towardsMin, mx));
+    const __m128 positive = _mm_cmpgt_ps(d, zero);
+    const __m128 towardsMin = _mm_andnot_ps(aboveMin, positive);
+    const __m128 towardsMax = _mm_andnot_ps(belowMax, _mm_cmplt_ps(d, zero));
+    const __m128 face = _mm_or_ps(_mm_and_ps(positive, mn), _mm_andnot_ps(positive, mx));
     const __m128 t = _mm_div_ps(_mm_sub_ps(face, o), d);
     // The hit point through the candidate of axis a must lie within the box on the two
     // other axes, a + 1 and a + 2 (mod 3). With t turned round by one lane and by two, lane

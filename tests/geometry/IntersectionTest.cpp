@@ -75,6 +75,12 @@ TEST(Intersection, RayFromOutsideABox)
     ExpectHit(IntersectRayBox(Ray(Vector3(-1, 0, 0), Vector3(-1, 0, 0)), kUnitBox), false, 0.0f);
     // On a face, pointing in: hit at 0 through that face.
     ExpectHit(IntersectRayBox(Ray(Vector3(-1, 0, 0), Vector3(1, 0, 0)), kUnitBox), true, 0.0f);
+    // A coordinate that is not a number faces nothing.
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    ExpectHit(IntersectRayBox(Ray(Vector3(nan, 0, 0), Vector3(1, 0, 0)), kUnitBox), false, 0.0f);
+    ExpectHit(
+        IntersectRayBox(Ray(Vector3(-5, 0, 0), Vector3(1, 0, 0)), BoundingBox(Vector3(nan, -1, -1), Vector3(1, 1, 1))),
+        false, 0.0f);
 }
 
 TEST(Intersection, NullAndInfiniteBoxes)
