@@ -11,11 +11,12 @@
 //            from what the device holds.
 // Device calls are counted at the device's own method table, so whoever makes
 // them is counted the same way. Times are taken twice: of whole frames, each
-// material followed by its draw, and of state setting alone. Whole frames are
-// measured in five runs, each the median of its rounds, where every round times
-// each way once, the ways taking turns in first place; the ratios are the
-// medians of the rounds' own ratios, so that a load that comes and goes moves
-// both sides of a ratio alike.
+// material followed by its draw, and of state setting alone. A round times each
+// way once, the ways taking turns in first place; in a rotation of rounds every
+// way takes every place once, so the mean times of a rotation hold no advantage
+// of place. A ratio is the median over rotations of the ratio of their means, so
+// that a load that comes and goes moves both sides alike. Whole frames are
+// measured in five runs of seven rotations, each run judged on its own.
 //
 // The floor of state setting is what the engine's interface costs by itself:
 // the same materials set through a render system whose setters are empty, so
@@ -48,6 +49,9 @@ using namespace kv;
 const unsigned kDraws = 1000;
 const unsigned kWarmFrames = 3;
 const unsigned kRuns = 5;
+// Per run and kind of frame: rotations, in each of which every way takes every place once.
+const unsigned kRotations = 7;
+// Rounds of the repeated material.
 const unsigned kRounds = 21;
 // Chance that one setting of a material changes from the draw before; tuned so
 // that about 70 % of the device states stay equal.
@@ -368,15 +372,6 @@ double Median(std::vector<double> values)
     return values[values.size() / 2];
 }
 
-// The median of the rounds' ratios a[i] / b[i].
-double MedianRatio(const std::vector<double>& a, const std::vector<double>& b)
-{
-    std::vector<double> ratios;
-    for (size_t i = 0; i < a.size() && i < b.size(); ++i)
-        ratios.push_back(a[i] / b[i]);
-    return Median(ratios);
-}
-
 } // namespace
 
 int main()
@@ -486,7 +481,7 @@ int main()
         {
             // States alone has no frame without states to time.
             const unsigned ways = withDraws ? ALL_WAYS : DRAWS_ONLY;
-            for (unsigned round = 0; round < kWarmFrames + kRounds; ++round)
+            for (unsigned round = 0; round < kWarmFrames + kRotations * ways; ++round)
             {
                 for (unsigned k = 0; k < ways; ++k)
                 {
@@ -558,31 +553,54 @@ int main()
                 static_cast<double>(calls[PLUGIN]) / static_cast<double>(calls[MINIMAL]));
     std::printf("BENCH state_cache.calls_vs_naive %.2f x\n",
                 static_cast<double>(calls[PLUGIN]) / static_cast<double>(calls[NAIVE]));
+    // Per rotation: its mean time of each way.
+    auto rotationMeans = [](const std::vector<double>& t, unsigned ways) {
+        std::vector<double> means;
+        for (size_t first = 0; first + ways <= t.size(); first += ways)
+        {
+            double sum = 0.0;
+            for (size_t i = first; i < first + ways; ++i)
+                sum += t[i];
+            means.push_back(sum / ways);
+        }
+        return means;
+    };
+    auto ratioOfMeans = [](const std::vector<double>& a, const std::vector<double>& b) {
+        std::vector<double> ratios;
+        for (size_t i = 0; i < a.size() && i < b.size(); ++i)
+            ratios.push_back(a[i] / b[i]);
+        return ratios;
+    };
     double worst = 0.0;
+    std::vector<double> naiveRatios, floors;
     for (unsigned run = 0; run < kRuns; ++run)
     {
-        const double ratio = MedianRatio(frameTimes[run][PLUGIN], frameTimes[run][MINIMAL]);
+        std::vector<double> means[ALL_WAYS];
+        for (unsigned way = 0; way < ALL_WAYS; ++way)
+            means[way] = rotationMeans(frameTimes[run][way], ALL_WAYS);
+        const double ratio = Median(ratioOfMeans(means[PLUGIN], means[MINIMAL]));
         worst = std::max(worst, ratio);
         std::printf("BENCH state_cache.time_vs_minimal_run%u %.3f x\n", run + 1, ratio);
+        naiveRatios.push_back(Median(ratioOfMeans(means[PLUGIN], means[NAIVE])));
+        // The floor of whole frames: the minimal frame plus what the engine's calls
+        // into empty setters add to bare draws.
+        for (size_t i = 0; i < means[MINIMAL].size(); ++i)
+            floors.push_back((means[MINIMAL][i] + means[EMPTY_SETTERS][i] - means[DRAWS_ONLY][i]) / means[MINIMAL][i]);
     }
     std::printf("BENCH state_cache.time_vs_minimal_worst %.3f x\n", worst);
-    std::vector<double> naiveRatios;
-    for (unsigned run = 0; run < kRuns; ++run)
-        naiveRatios.push_back(MedianRatio(frameTimes[run][PLUGIN], frameTimes[run][NAIVE]));
     std::printf("BENCH state_cache.time_vs_naive %.3f x\n", Median(naiveRatios));
-    std::printf("BENCH state_cache.states_alone_time_vs_minimal %.3f x\n", MedianRatio(times[PLUGIN], times[MINIMAL]));
-    std::printf("BENCH state_cache.states_alone_floor_vs_minimal %.3f x\n",
-                (median[MINIMAL] + median[EMPTY_SETTERS]) / median[MINIMAL]);
-    // The floor of whole frames: the minimal frame plus what the engine's calls into
-    // empty setters add to the draws, each round on its own.
-    std::vector<double> floors;
-    for (unsigned run = 0; run < kRuns; ++run)
-        for (size_t r = 0; r < frameTimes[run][MINIMAL].size(); ++r)
-            floors.push_back(
-                (frameTimes[run][MINIMAL][r] + frameTimes[run][EMPTY_SETTERS][r] - frameTimes[run][DRAWS_ONLY][r]) /
-                frameTimes[run][MINIMAL][r]);
     std::printf("BENCH state_cache.time_floor_vs_minimal %.3f x\n", Median(floors));
-    std::printf("BENCH state_cache.states_alone_time_vs_naive %.3f x\n", MedianRatio(times[PLUGIN], times[NAIVE]));
+    std::vector<double> aloneMeans[DRAWS_ONLY];
+    for (unsigned way = 0; way < DRAWS_ONLY; ++way)
+        aloneMeans[way] = rotationMeans(times[way], DRAWS_ONLY);
+    std::printf("BENCH state_cache.states_alone_time_vs_minimal %.3f x\n",
+                Median(ratioOfMeans(aloneMeans[PLUGIN], aloneMeans[MINIMAL])));
+    std::vector<double> aloneFloors;
+    for (size_t i = 0; i < aloneMeans[MINIMAL].size(); ++i)
+        aloneFloors.push_back((aloneMeans[MINIMAL][i] + aloneMeans[EMPTY_SETTERS][i]) / aloneMeans[MINIMAL][i]);
+    std::printf("BENCH state_cache.states_alone_floor_vs_minimal %.3f x\n", Median(aloneFloors));
+    std::printf("BENCH state_cache.states_alone_time_vs_naive %.3f x\n",
+                Median(ratioOfMeans(aloneMeans[PLUGIN], aloneMeans[NAIVE])));
 
     int status = 0;
     if (!steadyCalls)
