@@ -206,6 +206,14 @@ public:
     void _setVertexDeclaration(CVertexDeclaration* declaration);
     void _setStreamFrequency(unsigned stream, uint32_t value);
     void _restoreStreamFrequencies();
+    // The device calls behind those shadows when they differ; a failure is logged.
+    __attribute__((noinline)) void _sendVertexDeclaration(IDirect3DVertexDeclaration9* native);
+    __attribute__((noinline)) void _sendStreamFrequency(unsigned stream, uint32_t value);
+    __attribute__((noinline)) void _sendStreamSource(unsigned stream, const CVertexData* data, unsigned offset);
+    // The draw calls of DrawPrimitive; a failure is logged.
+    __attribute__((noinline)) void _sendDrawIndexedPrimitive(D3DPRIMITIVETYPE type, INT baseVertex, UINT vertexCount,
+                                                             UINT startIndex, UINT primitives);
+    __attribute__((noinline)) void _sendDrawPrimitive(D3DPRIMITIVETYPE type, UINT startVertex, UINT primitives);
     D3D9ResourceManager* GetResourceManager() { return m_pResourceManager; }
     // The shaders a program activates; a shader already set makes no device
     // call. In the viewing modes 4 to 7 the pixel shader of the mode stands in

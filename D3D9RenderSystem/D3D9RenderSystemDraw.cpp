@@ -15,6 +15,9 @@ namespace kv
 // --- Streams and draws. Binding goes through shadows of native pointers; a draw
 // always reaches the device. Nothing here allocates.
 
+// DrawPrimitive looks at the frequencies of both streams by name.
+static_assert(CD3D9RenderSystem::kStreamCount == 2, "two streams");
+
 namespace
 {
 
@@ -61,6 +64,12 @@ void CountDraw(CTimer* timer, unsigned primitives, unsigned vertices)
     }
 }
 
+IDirect3DVertexBuffer9* NativeBufferOf(const CVertexData* data)
+{
+    CD3D9HardwareVertexBuffer* buffer = static_cast<CD3D9HardwareVertexBuffer*>(data->m_pBuffer.get());
+    return buffer ? buffer->m_pD3D9VertexBuffer : nullptr;
+}
+
 IDirect3DVertexDeclaration9* NativeDeclarationOf(CVertexDeclaration* declaration)
 {
     return declaration ? static_cast<CD3D9VertexDeclaration*>(declaration)->m_pD3D9VertexDeclaration : nullptr;
@@ -68,35 +77,41 @@ IDirect3DVertexDeclaration9* NativeDeclarationOf(CVertexDeclaration* declaration
 
 } // namespace
 
+// The shadow comparisons below are small enough to be inlined into every draw
+// call; the device calls behind a differing shadow stay out of line, so that the
+// usual draw, which repeats what the device holds, runs through a few
+// instructions.
+
 void CD3D9RenderSystem::_setVertexDeclaration(CVertexDeclaration* declaration)
 {
     IDirect3DVertexDeclaration9* native = NativeDeclarationOf(declaration);
-    if (native == m_pCurrentVertexDeclaration || !m_pD3D9Device)
-        return;
+    if (native != m_pCurrentVertexDeclaration && m_pD3D9Device)
+        _sendVertexDeclaration(native);
+}
+
+void CD3D9RenderSystem::_sendVertexDeclaration(IDirect3DVertexDeclaration9* native)
+{
     m_pCurrentVertexDeclaration = native;
     D3D9Verify(m_pD3D9Device->SetVertexDeclaration(native), "Failed to SetVertexDeclaration");
 }
 
 void CD3D9RenderSystem::_setStreamFrequency(unsigned stream, uint32_t value)
 {
-    if (stream >= m_streamFrequencies.size() || m_streamFrequencies[stream] == value || !m_pD3D9Device)
-        return;
+    if (stream < m_streamFrequencies.size() && m_streamFrequencies[stream] != value && m_pD3D9Device)
+        _sendStreamFrequency(stream, value);
+}
+
+void CD3D9RenderSystem::_sendStreamFrequency(unsigned stream, uint32_t value)
+{
     D3D9Verify(m_pD3D9Device->SetStreamSourceFreq(stream, value), "Failed to SetStreamSourceFreq");
     m_streamFrequencies[stream] = value;
 }
 
 void CD3D9RenderSystem::_restoreStreamFrequencies()
 {
-    if (!m_pD3D9Device)
-        return;
     for (unsigned stream = 0; stream < m_streamFrequencies.size(); ++stream)
-    {
-        if (m_streamFrequencies[stream] != 1)
-        {
-            D3D9Verify(m_pD3D9Device->SetStreamSourceFreq(stream, 1), "Failed to SetStreamSourceFreq");
-            m_streamFrequencies[stream] = 1;
-        }
-    }
+        if (m_streamFrequencies[stream] != 1 && m_pD3D9Device)
+            _sendStreamFrequency(stream, 1);
 }
 
 void CD3D9RenderSystem::SetVertexBuffers(unsigned stream, const CVertexData* data, unsigned offset)
@@ -115,12 +130,15 @@ void CD3D9RenderSystem::SetVertexBuffers(unsigned stream, const CVertexData* dat
     // layout is the one that draws.
     _setVertexDeclaration(data->m_pDeclaration.get());
 
-    CD3D9HardwareVertexBuffer* buffer = static_cast<CD3D9HardwareVertexBuffer*>(data->m_pBuffer.get());
-    IDirect3DVertexBuffer9* native = buffer ? buffer->m_pD3D9VertexBuffer : nullptr;
     // The stride is not compared: one native buffer has one layout.
-    if (m_streamBuffers[stream] == native && m_streamOffsets[stream] == offset)
-        return;
+    if (m_streamBuffers[stream] != NativeBufferOf(data) || m_streamOffsets[stream] != offset)
+        _sendStreamSource(stream, data, offset);
+}
 
+void CD3D9RenderSystem::_sendStreamSource(unsigned stream, const CVertexData* data, unsigned offset)
+{
+    CD3D9HardwareVertexBuffer* buffer = static_cast<CD3D9HardwareVertexBuffer*>(data->m_pBuffer.get());
+    IDirect3DVertexBuffer9* native = NativeBufferOf(data);
     D3D9Verify(m_pD3D9Device->SetStreamSource(stream, native, offset, buffer ? buffer->mElementSize : 0),
                "Failed to SetStreamSource");
     CTimer* timer = GetTimer();
@@ -169,19 +187,11 @@ void CD3D9RenderSystem::DrawPrimitive(PrimitiveType type, const CVertexData* ver
         _setStreamFrequency(0, D3DSTREAMSOURCE_INDEXEDDATA | instanceCount);
         _setStreamFrequency(1, D3DSTREAMSOURCE_INSTANCEDATA | 1u);
     }
-    else
+    else if (!m_streamFrequencies.empty() && (m_streamFrequencies[0] != 1 || m_streamFrequencies[1] != 1))
         _restoreStreamFrequencies();
 
-    if (indices)
-        D3D9Verify(m_pD3D9Device->DrawIndexedPrimitive(static_cast<D3DPRIMITIVETYPE>(type),
-                                                       static_cast<INT>(vertices->m_nVertexStart), 0,
-                                                       vertices->m_nVertexCount, indices->m_nIndexStart, primitives),
-                   "Failed to DrawIndexedPrimitive");
-    else
-        D3D9Verify(
-            m_pD3D9Device->DrawPrimitive(static_cast<D3DPRIMITIVETYPE>(type), vertices->m_nVertexStart, primitives),
-            "Failed to DrawPrimitive");
-
+    // Counted before the draw is made, and also when it fails: the order is not to be
+    // seen from outside, and the device call then ends the operation.
     // Lines and the non-solid viewing modes are helpers, not scene content.
     if (m_polygonMode == FILL_SOLID && type != PT_LINE_LIST && type != PT_LINE_STRIP)
     {
@@ -190,6 +200,24 @@ void CD3D9RenderSystem::DrawPrimitive(PrimitiveType type, const CVertexData* ver
         if (instanced)
             timer->m_nExtraInstances += instanceCount - 1;
     }
+
+    if (indices)
+        _sendDrawIndexedPrimitive(static_cast<D3DPRIMITIVETYPE>(type), static_cast<INT>(vertices->m_nVertexStart),
+                                  vertices->m_nVertexCount, indices->m_nIndexStart, primitives);
+    else
+        _sendDrawPrimitive(static_cast<D3DPRIMITIVETYPE>(type), vertices->m_nVertexStart, primitives);
+}
+
+void CD3D9RenderSystem::_sendDrawIndexedPrimitive(D3DPRIMITIVETYPE type, INT baseVertex, UINT vertexCount,
+                                                  UINT startIndex, UINT primitives)
+{
+    D3D9Verify(m_pD3D9Device->DrawIndexedPrimitive(type, baseVertex, 0, vertexCount, startIndex, primitives),
+               "Failed to DrawIndexedPrimitive");
+}
+
+void CD3D9RenderSystem::_sendDrawPrimitive(D3DPRIMITIVETYPE type, UINT startVertex, UINT primitives)
+{
+    D3D9Verify(m_pD3D9Device->DrawPrimitive(type, startVertex, primitives), "Failed to DrawPrimitive");
 }
 
 void CD3D9RenderSystem::DrawPrimitiveUP(PrimitiveType type, unsigned vertexCount, const void* vertexData,

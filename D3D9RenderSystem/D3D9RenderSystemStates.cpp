@@ -309,10 +309,10 @@ bool CD3D9RenderSystem::GetDepthCheckEnabled()
 void CD3D9RenderSystem::SetDepthWriteEnabled(bool enabled)
 {
     // The overdraw view counts layers, so every layer must pass the depth test.
-    const bool write = enabled && m_polygonMode != FILL_OVERDRAW;
-    // Only a write can spoil a cleared depth buffer.
-    if (write)
-        m_bDepthBufferCleared = false;
+    const bool write = enabled & (m_polygonMode != FILL_OVERDRAW);
+    // Only a write can spoil a cleared depth buffer. Written without a branch: the
+    // engine switches depth writes from material to material.
+    m_bDepthBufferCleared = m_bDepthBufferCleared & !write;
     _setRenderState(D3DRS_ZWRITEENABLE, write ? TRUE : FALSE);
 }
 

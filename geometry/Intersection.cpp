@@ -1,11 +1,12 @@
 #include "geometry/Intersection.h"
 
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <utility>
 
 #include "geometry/ScalarMath.h"
-#include "geometry/Triangle.h"
+#include "geometry/Simd.h"
 
 namespace kv
 {
@@ -15,6 +16,7 @@ namespace
 
 constexpr float kFloatEpsilon = 1.1920929e-7f;
 constexpr float kFloatMax = 3.4028235e38f;
+constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
 } // namespace
 
@@ -61,6 +63,9 @@ bool IntersectRayOrientedBox(const Ray& ray, const Vector3& centre, const Vector
     return true;
 }
 
+// Of each axis's two faces at most one can face the ray: the minimum face needs a positive
+// direction, the maximum face a negative one. So the six faces come down to one candidate
+// an axis, tested in the order x, y, z, where a tie keeps the earlier.
 RayHit IntersectRayBox(const Ray& ray, const BoundingBox& box)
 {
     if (box.IsNull())
@@ -68,38 +73,83 @@ RayHit IntersectRayBox(const Ray& ray, const BoundingBox& box)
     if (box.IsInfinite())
         return RayHit(true, 0.0f);
 
-    const Vector3& o = ray.origin;
-    const Vector3& d = ray.direction;
-    const Vector3& mn = box.minimum;
-    const Vector3& mx = box.maximum;
-    if (o.x > mn.x && o.y > mn.y && o.z > mn.z && o.x < mx.x && o.y < mx.y && o.z < mx.z)
-        return RayHit(true, 0.0f);
+#if KV_GEOMETRY_SSE2
+    // The three axes side by side in the lanes of a vector; lane 3 is not looked at. The
+    // loads stay within the ray and the box records.
+    const __m128 o = _mm_loadu_ps(&ray.origin.x);    // ox oy oz dx
+    const __m128 oDir = _mm_loadu_ps(&ray.origin.z); // oz dx dy dz, the record's last four
+    const __m128 d = _mm_shuffle_ps(oDir, oDir, _MM_SHUFFLE(0, 3, 2, 1));
+    const __m128 mn = _mm_loadu_ps(&box.minimum.x);
+    const __m128 mx = _mm_loadu_ps(&box.maximum.x);
+    const __m128 aboveMin = _mm_cmpgt_ps(o, mn), belowMax = _mm_cmplt_ps(o, mx);
+    if ((_mm_movemask_ps(_mm_and_ps(aboveMin, belowMax)) & 7) == 7)
+        return RayHit(true, 0.0f); // strictly inside
+
+    // The minimum face faces a positive direction from an origin not above it, the maximum
+    // face a negative one from an origin not below it. "Not above" also lets in a coordinate
+    // that is not a number, but its t is not a number either and fails t >= 0 below.
+    const __m128 zero = _mm_setzero_ps();
+    const __m128 positive = _mm_cmpgt_ps(d, zero);
+    const __m128 towardsMin = _mm_andnot_ps(aboveMin, positive);
+    const __m128 towardsMax = _mm_andnot_ps(belowMax, _mm_cmplt_ps(d, zero));
+    const __m128 face = _mm_or_ps(_mm_and_ps(positive, mn), _mm_andnot_ps(positive, mx));
+    const __m128 t = _mm_div_ps(_mm_sub_ps(face, o), d);
+    // The hit point through the candidate of axis a must lie within the box on the two
+    // other axes, a + 1 and a + 2 (mod 3). With t turned round by one lane and by two, lane
+    // k holds the hit point of axis k - 1 and of axis k - 2 on axis k; the answers are
+    // turned back to lane a.
+    const __m128 tFromPrevious = _mm_shuffle_ps(t, t, _MM_SHUFFLE(3, 1, 0, 2)); // tz tx ty
+    const __m128 tFromNext = _mm_shuffle_ps(t, t, _MM_SHUFFLE(3, 0, 2, 1));     // ty tz tx
+    const __m128 hitPrevious = _mm_add_ps(o, _mm_mul_ps(d, tFromPrevious));
+    const __m128 hitNext = _mm_add_ps(o, _mm_mul_ps(d, tFromNext));
+    const __m128 inPrevious = _mm_and_ps(_mm_cmpge_ps(hitPrevious, mn), _mm_cmple_ps(hitPrevious, mx));
+    const __m128 inNext = _mm_and_ps(_mm_cmpge_ps(hitNext, mn), _mm_cmple_ps(hitNext, mx));
+    const __m128 within = _mm_and_ps(_mm_shuffle_ps(inPrevious, inPrevious, _MM_SHUFFLE(3, 0, 2, 1)),
+                                     _mm_shuffle_ps(inNext, inNext, _MM_SHUFFLE(3, 1, 0, 2)));
+    const __m128 hits = _mm_and_ps(_mm_and_ps(_mm_or_ps(towardsMin, towardsMax), _mm_cmpge_ps(t, zero)), within);
+    if (!(_mm_movemask_ps(hits) & 7))
+        return RayHit(false, 0.0f);
+    // The nearest hit; on a tie the earlier axis, as min_ss(a, b) keeps b unless a < b.
+    const __m128 candidates = _mm_or_ps(_mm_and_ps(hits, t), _mm_andnot_ps(hits, _mm_set1_ps(kInfinity)));
+    const __m128 nearestXY = _mm_min_ss(_mm_shuffle_ps(candidates, candidates, _MM_SHUFFLE(1, 1, 1, 1)), candidates);
+    const __m128 nearest = _mm_min_ss(_mm_shuffle_ps(candidates, candidates, _MM_SHUFFLE(2, 2, 2, 2)), nearestXY);
+    return RayHit(true, _mm_cvtss_f32(nearest));
+#else
+    const float o[3] = {ray.origin.x, ray.origin.y, ray.origin.z};
+    const float d[3] = {ray.direction.x, ray.direction.y, ray.direction.z};
+    const float mn[3] = {box.minimum.x, box.minimum.y, box.minimum.z};
+    const float mx[3] = {box.maximum.x, box.maximum.y, box.maximum.z};
+    if (o[0] > mn[0] && o[1] > mn[1] && o[2] > mn[2] && o[0] < mx[0] && o[1] < mx[1] && o[2] < mx[2])
+        return RayHit(true, 0.0f); // strictly inside
 
     RayHit result;
-    // Faces in the order x min, x max, y min, y max, z min, z max; a tie keeps the earlier.
     for (int axis = 0; axis < 3; ++axis)
     {
-        const int u = (axis + 1) % 3;
-        const int v = (axis + 2) % 3;
-        for (int side = 0; side < 2; ++side)
+        float face;
+        if (d[axis] > 0.0f && o[axis] <= mn[axis])
+            face = mn[axis];
+        else if (d[axis] < 0.0f && o[axis] >= mx[axis])
+            face = mx[axis];
+        else
+            continue;
+        const float t = (face - o[axis]) / d[axis];
+        if (!(t >= 0.0f))
+            continue;
+        // The hit point's two other coordinates must lie in the box, ends included.
+        bool within = true;
+        for (int k = 0; k < 3; ++k)
         {
-            const float face = side == 0 ? mn[axis] : mx[axis];
-            const bool faces = side == 0 ? (o[axis] <= face && d[axis] > 0.0f) : (o[axis] >= face && d[axis] < 0.0f);
-            if (!faces)
-                continue;
-            const float t = (face - o[axis]) / d[axis];
-            if (!(t >= 0.0f))
-                continue;
-            const Vector3 hit = o + d * t;
-            if (hit[u] >= mn[u] && hit[u] <= mx[u] && hit[v] >= mn[v] && hit[v] <= mx[v] &&
-                (!result.hit || t < result.distance))
-            {
-                result.hit = true;
-                result.distance = t;
-            }
+            const float h = o[k] + d[k] * t;
+            within = within && (k == axis || (h >= mn[k] && h <= mx[k]));
+        }
+        if (within && (!result.hit || t < result.distance))
+        {
+            result.hit = true;
+            result.distance = t;
         }
     }
     return result;
+#endif
 }
 
 bool IntersectRayBoxInterval(const Ray& ray, const BoundingBox& box, float* d1, float* d2)
@@ -297,50 +347,23 @@ RayHit IntersectRaySphere(const Ray& ray, const BoundingSphere& sphere, bool dis
     return RayHit(true, t);
 }
 
-RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, const Vector3& c, const Vector3& normal,
-                            bool positiveSide, bool negativeSide)
+namespace
 {
-    const float denom = normal.Dot(ray.direction);
-    if (denom > kFloatEpsilon)
-    {
-        if (!negativeSide)
-            return RayHit(false, 0.0f);
-    }
-    else if (denom < -kFloatEpsilon)
-    {
-        if (!positiveSide)
-            return RayHit(false, 0.0f);
-    }
-    else
-    {
-        return RayHit(false, 0.0f);
-    }
 
-    const float t = normal.Dot(a - ray.origin) / denom;
-    if (t < 0.0f)
-        return RayHit(false, 0.0f);
-
-    // Project onto the two axes on which the triangle shows its largest area.
-    const float nx = std::fabs(normal.x), ny = std::fabs(normal.y), nz = std::fabs(normal.z);
-    int i0 = 1, i1 = 2;
-    if (ny > nz)
-    {
-        if (ny > nx)
-            i0 = 0;
-    }
-    else if (nz > nx)
-    {
-        i1 = 0;
-    }
-
-    const Vector3 p = ray.origin + ray.direction * t - a;
-    const Vector3 eb = b - a;
-    const Vector3 ec = c - a;
-    const float u = p[i0] * ec[i1] - p[i1] * ec[i0];
-    const float v = eb[i0] * p[i1] - eb[i1] * p[i0];
-    const float area = eb[i0] * ec[i1] - eb[i1] * ec[i0];
+// On the pair of axes (I0, I1), u = p x c, v = b x p and the area b x c as two-dimensional
+// cross products, with p = o + d t - a the hit point relative to a. Only the two
+// coordinates of p on the pair are worked out, and each condition is left as soon as it
+// fails: on random rays such branches mispredict less often than they save.
+template <int I0, int I1>
+RayHit InsideOnPair(const Ray& ray, const Vector3& a, const Vector3& eb, const Vector3& ec, float t)
+{
+    const float area = eb[I0] * ec[I1] - eb[I1] * ec[I0];
     // A small margin of the area keeps points on an edge inside.
     const float tol = area * -1e-6f;
+    const float p0 = ray.origin[I0] + ray.direction[I0] * t - a[I0];
+    const float p1 = ray.origin[I1] + ray.direction[I1] * t - a[I1];
+    const float u = p0 * ec[I1] - p1 * ec[I0];
+    const float v = eb[I0] * p1 - eb[I1] * p0;
     bool inside;
     if (area > 0.0f)
         inside = u >= tol && v >= tol && u + v <= area - tol;
@@ -349,10 +372,45 @@ RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, 
     return inside ? RayHit(true, t) : RayHit(false, 0.0f);
 }
 
+// The test behind both forms, with the edges b - a and c - a at hand.
+RayHit RayTriangle(const Ray& ray, const Vector3& a, const Vector3& eb, const Vector3& ec, const Vector3& normal,
+                   bool positiveSide, bool negativeSide)
+{
+    const float denom = normal.Dot(ray.direction);
+    // Above the margin the ray meets the back, below it the front.
+    const bool sideAllowed = (denom > kFloatEpsilon && negativeSide) || (denom < -kFloatEpsilon && positiveSide);
+    if (!sideAllowed)
+        return RayHit(false, 0.0f);
+    const float t = normal.Dot(a - ray.origin) / denom;
+    if (t < 0.0f)
+        return RayHit(false, 0.0f);
+
+    // Project onto the two axes on which the triangle shows its largest area, leaving out
+    // the normal's largest component: the pair (0, 2) when y is above both others, (1, 0)
+    // when z is at least y and above x, else (1, 2).
+    const float nx = std::fabs(normal.x), ny = std::fabs(normal.y), nz = std::fabs(normal.z);
+    if (ny > nz && ny > nx)
+        return InsideOnPair<0, 2>(ray, a, eb, ec, t);
+    if (!(ny > nz) && nz > nx)
+        return InsideOnPair<1, 0>(ray, a, eb, ec, t);
+    return InsideOnPair<1, 2>(ray, a, eb, ec, t);
+}
+
+} // namespace
+
+RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, const Vector3& c, const Vector3& normal,
+                            bool positiveSide, bool negativeSide)
+{
+    return RayTriangle(ray, a, b - a, c - a, normal, positiveSide, negativeSide);
+}
+
 RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, const Vector3& c, bool positiveSide,
                             bool negativeSide)
 {
-    return IntersectRayTriangle(ray, a, b, c, TriangleNormalRaw(a, b, c), positiveSide, negativeSide);
+    // The unnormalised normal, (b - a) x (c - a), from the edges the test needs anyway.
+    const Vector3 eb = b - a;
+    const Vector3 ec = c - a;
+    return RayTriangle(ray, a, eb, ec, eb.Cross(ec), positiveSide, negativeSide);
 }
 
 bool SphereTouchesBox(const BoundingSphere& sphere, const BoundingBox& box)

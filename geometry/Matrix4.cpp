@@ -1,6 +1,9 @@
 #include "geometry/Matrix4.h"
 
 #include <cmath>
+#include <cstdint>
+
+#include "geometry/Simd.h"
 
 namespace kv
 {
@@ -32,6 +35,7 @@ Vector3 Matrix4::operator*(const Vector3& v) const
                    m[2][0] * v.x + m[2][1] * v.y + m[2][2] * v.z + m[2][3]);
 }
 
+#if !KV_GEOMETRY_SSE2
 void Matrix4::Concatenate(const Matrix4& other, Matrix4& result) const
 {
     // Built in a local first: the compiler need not reload the factors after every store
@@ -45,6 +49,7 @@ void Matrix4::Concatenate(const Matrix4& other, Matrix4& result) const
         for (int c = 0; c < 4; ++c)
             result.m[r][c] = p[r][c];
 }
+#endif
 
 void Matrix4::FromRows3x4(const float* rows)
 {
@@ -108,16 +113,126 @@ Matrix4 Matrix4::Adjoint() const
     return adj;
 }
 
+namespace
+{
+
+// The inverse works on the transpose B of the matrix: the cofactors of B, row by row, are
+// the rows of the adjugate. Cofactor (i, j) of B is (-1)^(i+j) times the 3x3 minor left
+// when row i and column j are struck out. Those minors are expanded along one of their
+// rows, r, with the 2x2 minors of the two others, p over q, taken for all four j at once:
+//   minor_j = r.yxxx * A - r.zzyy * B + r.wwwz * C, where, writing d_kl for the 2x2
+//   minor of p and q on columns k and l,
+//   A = (d23, d23, d13, d12), B = (d13, d03, d03, d02), C = (d12, d02, d01, d01).
+// Rows 0 and 1 of B share the 2x2 minors of rows 2 and 3; rows 2 and 3 those of 0 and 1.
+
+#if KV_GEOMETRY_SSE2
+
+template <int i0, int i1, int i2, int i3>
+__m128 Swizzle(__m128 v)
+{
+    return _mm_shuffle_ps(v, v, _MM_SHUFFLE(i3, i2, i1, i0));
+}
+
+struct Minors2x2
+{
+    __m128 a, b, c;
+};
+
+Minors2x2 PairMinors(__m128 p, __m128 q)
+{
+    const __m128 pyxxx = Swizzle<1, 0, 0, 0>(p), pzzyy = Swizzle<2, 2, 1, 1>(p), pwwwz = Swizzle<3, 3, 3, 2>(p);
+    const __m128 qyxxx = Swizzle<1, 0, 0, 0>(q), qzzyy = Swizzle<2, 2, 1, 1>(q), qwwwz = Swizzle<3, 3, 3, 2>(q);
+    return Minors2x2{_mm_sub_ps(_mm_mul_ps(pzzyy, qwwwz), _mm_mul_ps(pwwwz, qzzyy)),
+                     _mm_sub_ps(_mm_mul_ps(pyxxx, qwwwz), _mm_mul_ps(pwwwz, qyxxx)),
+                     _mm_sub_ps(_mm_mul_ps(pyxxx, qzzyy), _mm_mul_ps(pzzyy, qyxxx))};
+}
+
+// The four signed 3x3 minors of row r; sign holds the sign bits to flip.
+__m128 CofactorRow(__m128 r, const Minors2x2& d, __m128 sign)
+{
+    const __m128 minor =
+        _mm_add_ps(_mm_sub_ps(_mm_mul_ps(Swizzle<1, 0, 0, 0>(r), d.a), _mm_mul_ps(Swizzle<2, 2, 1, 1>(r), d.b)),
+                   _mm_mul_ps(Swizzle<3, 3, 3, 2>(r), d.c));
+    return _mm_xor_ps(minor, sign);
+}
+
+#else
+
+struct Minors2x2
+{
+    float a[4], b[4], c[4];
+};
+
+// Lane k of the vector swizzles.
+constexpr int kYxxx[4] = {1, 0, 0, 0};
+constexpr int kZzyy[4] = {2, 2, 1, 1};
+constexpr int kWwwz[4] = {3, 3, 3, 2};
+
+Minors2x2 PairMinors(const float (&p)[4], const float (&q)[4])
+{
+    Minors2x2 d;
+    for (int k = 0; k < 4; ++k)
+    {
+        d.a[k] = p[kZzyy[k]] * q[kWwwz[k]] - p[kWwwz[k]] * q[kZzyy[k]];
+        d.b[k] = p[kYxxx[k]] * q[kWwwz[k]] - p[kWwwz[k]] * q[kYxxx[k]];
+        d.c[k] = p[kYxxx[k]] * q[kZzyy[k]] - p[kZzyy[k]] * q[kYxxx[k]];
+    }
+    return d;
+}
+
+void CofactorRow(const float (&r)[4], const Minors2x2& d, bool negateEven, float (&out)[4])
+{
+    for (int k = 0; k < 4; ++k)
+    {
+        const float minor = r[kYxxx[k]] * d.a[k] - r[kZzyy[k]] * d.b[k] + r[kWwwz[k]] * d.c[k];
+        out[k] = ((k & 1) == 0) == negateEven ? -minor : minor;
+    }
+}
+
+#endif
+
+} // namespace
+
 Matrix4 Matrix4::Inverse() const
 {
-    Matrix4 inv = Adjoint();
-    // Column 0 of the adjugate holds the first row's cofactors: the same sum, in the same
-    // order, as Determinant() forms.
-    const float det = m[0][0] * inv.m[0][0] + m[0][1] * inv.m[1][0] + m[0][2] * inv.m[2][0] + m[0][3] * inv.m[3][0];
+    // The determinant is the first row's elements times their cofactors, summed from the
+    // left: column 0 of the adjugate holds those cofactors.
+    Matrix4 inv;
+#if KV_GEOMETRY_SSE2
+    __m128 b0 = _mm_loadu_ps(m[0]), b1 = _mm_loadu_ps(m[1]), b2 = _mm_loadu_ps(m[2]), b3 = _mm_loadu_ps(m[3]);
+    _MM_TRANSPOSE4_PS(b0, b1, b2, b3);
+    const __m128 evenNegative = _mm_castsi128_ps(_mm_set_epi32(0, INT32_MIN, 0, INT32_MIN));
+    const __m128 oddNegative = _mm_castsi128_ps(_mm_set_epi32(INT32_MIN, 0, INT32_MIN, 0));
+    const Minors2x2 low = PairMinors(b2, b3);
+    const Minors2x2 high = PairMinors(b0, b1);
+    const __m128 c0 = CofactorRow(b1, low, oddNegative);
+    const __m128 c1 = CofactorRow(b0, low, evenNegative);
+    const __m128 c2 = CofactorRow(b3, high, oddNegative);
+    const __m128 c3 = CofactorRow(b2, high, evenNegative);
+    const __m128 sum = _mm_add_ps(_mm_add_ps(_mm_add_ps(_mm_mul_ps(b0, c0), _mm_mul_ps(b1, c1)), _mm_mul_ps(b2, c2)),
+                                  _mm_mul_ps(b3, c3));
+    const __m128 invDet = _mm_set1_ps(1.0f / _mm_cvtss_f32(sum));
+    _mm_storeu_ps(inv.m[0], _mm_mul_ps(c0, invDet));
+    _mm_storeu_ps(inv.m[1], _mm_mul_ps(c1, invDet));
+    _mm_storeu_ps(inv.m[2], _mm_mul_ps(c2, invDet));
+    _mm_storeu_ps(inv.m[3], _mm_mul_ps(c3, invDet));
+#else
+    float b[4][4];
+    for (int r = 0; r < 4; ++r)
+        for (int c = 0; c < 4; ++c)
+            b[r][c] = m[c][r];
+    const Minors2x2 low = PairMinors(b[2], b[3]);
+    const Minors2x2 high = PairMinors(b[0], b[1]);
+    CofactorRow(b[1], low, false, inv.m[0]);
+    CofactorRow(b[0], low, true, inv.m[1]);
+    CofactorRow(b[3], high, false, inv.m[2]);
+    CofactorRow(b[2], high, true, inv.m[3]);
+    const float det = b[0][0] * inv.m[0][0] + b[1][0] * inv.m[1][0] + b[2][0] * inv.m[2][0] + b[3][0] * inv.m[3][0];
     const float invDet = 1.0f / det;
     for (int r = 0; r < 4; ++r)
         for (int c = 0; c < 4; ++c)
             inv.m[r][c] *= invDet;
+#endif
     return inv;
 }
 

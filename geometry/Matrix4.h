@@ -2,6 +2,7 @@
 #include "geometry/Matrix3.h"
 #include "geometry/Plane.h"
 #include "geometry/Quaternion.h"
+#include "geometry/Simd.h"
 #include "geometry/Vector3.h"
 
 namespace kv
@@ -29,7 +30,8 @@ public:
     // A point: w = 1, no perspective divide.
     Vector3 operator*(const Vector3& v) const;
 
-    // result = this * other.
+    // result = this * other, each element summed from the left as a row times a column
+    // reads; result may be either factor itself.
     void Concatenate(const Matrix4& other, Matrix4& result) const;
     void FromRows3x4(const float* rows);
     Matrix3 Extract3x3() const;
@@ -63,5 +65,29 @@ public:
     // Clip space (-1..1, y up) to image space (0..1, y down).
     static const Matrix4 CLIPSPACE2D_TO_IMAGESPACE;
 };
+
+#if KV_GEOMETRY_SSE2
+// Inline where the SSE2 road is taken: a call, with the caller's setting up of result,
+// costs about as much again as the product. Each row of the product is the sum of other's
+// rows weighted by this row's elements. Other is read whole, and each row of this before
+// the same row of result is written, so result may be either factor itself. (The library
+// is built without fused multiply-adds; a caller built with them may fuse these.)
+inline void Matrix4::Concatenate(const Matrix4& other, Matrix4& result) const
+{
+    const __m128 b0 = _mm_loadu_ps(other.m[0]);
+    const __m128 b1 = _mm_loadu_ps(other.m[1]);
+    const __m128 b2 = _mm_loadu_ps(other.m[2]);
+    const __m128 b3 = _mm_loadu_ps(other.m[3]);
+    for (int r = 0; r < 4; ++r)
+    {
+        // One load of the row, then each element spread over a vector by one shuffle.
+        const __m128i a = _mm_castps_si128(_mm_loadu_ps(m[r]));
+        __m128 p = _mm_mul_ps(_mm_castsi128_ps(_mm_shuffle_epi32(a, 0x00)), b0);
+        p = _mm_add_ps(p, _mm_mul_ps(_mm_castsi128_ps(_mm_shuffle_epi32(a, 0x55)), b1));
+        p = _mm_add_ps(p, _mm_mul_ps(_mm_castsi128_ps(_mm_shuffle_epi32(a, 0xAA)), b2));
+        _mm_storeu_ps(result.m[r], _mm_add_ps(p, _mm_mul_ps(_mm_castsi128_ps(_mm_shuffle_epi32(a, 0xFF)), b3)));
+    }
+}
+#endif
 
 } // namespace kv

@@ -11,7 +11,19 @@
 //            from what the device holds.
 // Device calls are counted at the device's own method table, so whoever makes
 // them is counted the same way. Times are taken twice: of whole frames, each
-// material followed by its draw, and of state setting alone.
+// material followed by its draw, and of state setting alone. A round times each
+// way once, the ways taking turns in first place; in a rotation of rounds every
+// way takes every place once, so the mean times of a rotation hold no advantage
+// of place. A ratio is the median over rotations of the ratio of their means, so
+// that a load that comes and goes moves both sides alike. Whole frames are
+// measured in five runs of seven rotations, each run judged on its own.
+//
+// The floor of state setting is what the engine's interface costs by itself:
+// the same materials set through a render system whose setters are empty, so
+// that only the virtual calls are left (the engine's own _setTextureUnitFiltering
+// included, with its three calls). No render system can set the states for less
+// than the minimal call list plus those calls. For whole frames the floor is the
+// minimal frame plus what those calls add to a frame of bare draws.
 #include "D3D9RenderSystem.h"
 
 #include "engine/DeviceCapabilities.h"
@@ -36,7 +48,11 @@ using namespace kv;
 
 const unsigned kDraws = 1000;
 const unsigned kWarmFrames = 3;
-const unsigned kRounds = 40;
+const unsigned kRuns = 5;
+// Per run and kind of frame: rotations, in each of which every way takes every place once.
+const unsigned kRotations = 7;
+// Rounds of the repeated material.
+const unsigned kRounds = 21;
 // Chance that one setting of a material changes from the draw before; tuned so
 // that about 70 % of the device states stay equal.
 const double kChangeChance = 0.34;
@@ -264,13 +280,34 @@ enum Way
     PLUGIN,
     NAIVE,
     MINIMAL,
-    WAYS
+    WAYS,
+    EMPTY_SETTERS = WAYS, // the engine's calls into empty setters
+    DRAWS_ONLY,           // the draws of a frame without its states
+    ALL_WAYS
+};
+
+// A render system whose setters of the benchmark's materials do nothing: what is
+// left of setting a material is the engine's virtual calls.
+class EmptySetters : public CD3D9RenderSystem
+{
+public:
+    void SetDepthCheckEnabled(bool) override {}
+    void SetDepthWriteEnabled(bool) override {}
+    void SetDepthFunction(CompareFunction) override {}
+    void SetCullingMode(CullingMode) override {}
+    void SetColourWriteEnabled(bool, bool, bool, bool) override {}
+    void SetSceneBlending(BlendFactor, BlendFactor, BlendOperation) override {}
+    void SetStencilEnabled(bool) override {}
+    void SetDepthBias(float, float) override {}
+    void _setTextureUnitFilter(unsigned, FilterType, FilterOptions) override {}
+    void _setTextureAddressingModeUV(unsigned, TextureAddressMode, TextureAddressMode) override {}
+    void _setTextureMipmapBias(unsigned, float) override {}
 };
 
 // One frame of the script, its states set one way; with draws, each material
 // is followed by its draw as in an engine's frame.
-void RunFrame(Way way, CRenderSystem* rs, IDirect3DDevice9* device, const std::vector<Material>& script,
-              const CallList& naive, const CallList& minimal, bool withDraws)
+void RunFrame(Way way, CRenderSystem* rs, CRenderSystem* empty, IDirect3DDevice9* device,
+              const std::vector<Material>& script, const CallList& naive, const CallList& minimal, bool withDraws)
 {
     if (withDraws)
         device->BeginScene();
@@ -279,7 +316,9 @@ void RunFrame(Way way, CRenderSystem* rs, IDirect3DDevice9* device, const std::v
     {
         if (way == PLUGIN)
             Apply(rs, script[d]);
-        else
+        else if (way == EMPTY_SETTERS)
+            Apply(empty, script[d]);
+        else if (way != DRAWS_ONLY)
             RunDraw(device, list, d);
         if (withDraws && FAILED(device->DrawPrimitive(D3DPT_TRIANGLELIST, 0, 1)))
             ++g_failedDraws;
@@ -338,6 +377,11 @@ double Median(std::vector<double> values)
 int main()
 {
     SetLogEcho(false);
+    // Made first, so that the render system measured is the process's own (the
+    // engine's GetRenderSystem answers the one made last). Reached through a
+    // volatile pointer, so that no call into it is resolved at compile time.
+    EmptySetters* volatile emptySetters = new EmptySetters;
+    CRenderSystem* empty = emptySetters;
     HWND hWnd = CreateWindowExA(0, "STATIC", "bench_state_cache", WS_OVERLAPPEDWINDOW, 0, 0, 64, 64, nullptr, nullptr,
                                 GetModuleHandleA(nullptr), nullptr);
     CRenderSystem* rs = CreateRenderSystem();
@@ -409,32 +453,44 @@ int main()
     LARGE_INTEGER frequency;
     QueryPerformanceFrequency(&frequency);
     const char* const names[WAYS] = {"plugin", "naive", "minimal"};
-    std::vector<double> times[WAYS], frameTimes[WAYS];
+    // Times per round, in us; states alone also for the empty setters.
+    std::vector<double> times[ALL_WAYS], frameTimes[kRuns][ALL_WAYS];
     uint64_t calls[WAYS] = {}, frameCalls[WAYS] = {};
     bool steadyCalls = true;
-    for (int withDraws = 0; withDraws < 2; ++withDraws)
-    {
-        for (unsigned round = 0; round < kWarmFrames + kRounds; ++round)
+    auto timeFrame = [&](Way way, bool withDraws) {
+        // Each timed frame starts on an idle device: no frame pays for the
+        // rendering of the one before.
+        WaitIdle(idle);
+        const uint64_t callsBefore = g_deviceCalls;
+        LARGE_INTEGER start, end;
+        QueryPerformanceCounter(&start);
+        RunFrame(way, rs, empty, device, script, naive, minimal, withDraws);
+        QueryPerformanceCounter(&end);
+        if (way < WAYS)
         {
-            for (unsigned k = 0; k < WAYS; ++k)
+            uint64_t& known = withDraws ? frameCalls[way] : calls[way];
+            if (known != 0 && g_deviceCalls - callsBefore != known)
+                steadyCalls = false;
+            known = g_deviceCalls - callsBefore;
+        }
+        return Seconds(start, end, frequency) * 1e6;
+    };
+    for (unsigned run = 0; run < kRuns; ++run)
+    {
+        for (int withDraws = 0; withDraws < 2; ++withDraws)
+        {
+            // States alone has no frame without states to time.
+            const unsigned ways = withDraws ? ALL_WAYS : DRAWS_ONLY;
+            for (unsigned round = 0; round < kWarmFrames + kRotations * ways; ++round)
             {
-                const Way way = static_cast<Way>((round + k) % WAYS); // each way takes each place in turn
-                // Each timed frame starts on an idle device: no frame pays for
-                // the rendering of the one before.
-                WaitIdle(idle);
-                const uint64_t callsBefore = g_deviceCalls;
-                LARGE_INTEGER start, end;
-                QueryPerformanceCounter(&start);
-                RunFrame(way, rs, device, script, naive, minimal, withDraws != 0);
-                QueryPerformanceCounter(&end);
-                const uint64_t callsMade = g_deviceCalls - callsBefore;
-                if (round < kWarmFrames)
-                    continue;
-                uint64_t& known = withDraws ? frameCalls[way] : calls[way];
-                if (round > kWarmFrames && callsMade != known)
-                    steadyCalls = false;
-                known = callsMade;
-                (withDraws ? frameTimes : times)[way].push_back(Seconds(start, end, frequency) * 1e6);
+                for (unsigned k = 0; k < ways; ++k)
+                {
+                    const Way way = static_cast<Way>((round + k) % ways); // each way takes each place in turn
+                    const double us = timeFrame(way, withDraws != 0);
+                    if (round < kWarmFrames)
+                        continue;
+                    (withDraws ? frameTimes[run][way] : times[way]).push_back(us);
+                }
             }
         }
     }
@@ -459,20 +515,27 @@ int main()
     }
     const uint64_t repeatCalls = g_deviceCalls - firstCalls;
 
-    double median[WAYS], frameMedian[WAYS];
+    std::vector<double> allFrameTimes[WAYS];
+    for (unsigned run = 0; run < kRuns; ++run)
+        for (unsigned way = 0; way < WAYS; ++way)
+            allFrameTimes[way].insert(allFrameTimes[way].end(), frameTimes[run][way].begin(),
+                                      frameTimes[run][way].end());
+    double median[ALL_WAYS], frameMedian[WAYS];
     for (unsigned way = 0; way < WAYS; ++way)
     {
         median[way] = Median(times[way]);
-        frameMedian[way] = Median(frameTimes[way]);
+        frameMedian[way] = Median(allFrameTimes[way]);
         std::printf("BENCH state_cache.calls_%s %llu calls/frame\n", names[way],
                     static_cast<unsigned long long>(calls[way]));
         if (frameCalls[way] != calls[way])
             steadyCalls = false;
     }
+    median[EMPTY_SETTERS] = Median(times[EMPTY_SETTERS]);
     for (unsigned way = 0; way < WAYS; ++way)
         std::printf("BENCH state_cache.time_%s %.1f us/frame\n", names[way], frameMedian[way]);
     for (unsigned way = 0; way < WAYS; ++way)
         std::printf("BENCH state_cache.states_alone_time_%s %.1f us/frame\n", names[way], median[way]);
+    std::printf("BENCH state_cache.states_alone_time_virtual_calls %.1f us/frame\n", median[EMPTY_SETTERS]);
     const double statesPerDraw = static_cast<double>(naive.calls.size()) / kDraws;
     std::printf("BENCH state_cache.states_per_draw %.1f states\n", statesPerDraw);
     std::printf("BENCH state_cache.states_equal_to_previous %.1f %%\n",
@@ -490,10 +553,54 @@ int main()
                 static_cast<double>(calls[PLUGIN]) / static_cast<double>(calls[MINIMAL]));
     std::printf("BENCH state_cache.calls_vs_naive %.2f x\n",
                 static_cast<double>(calls[PLUGIN]) / static_cast<double>(calls[NAIVE]));
-    std::printf("BENCH state_cache.time_vs_minimal %.2f x\n", frameMedian[PLUGIN] / frameMedian[MINIMAL]);
-    std::printf("BENCH state_cache.time_vs_naive %.2f x\n", frameMedian[PLUGIN] / frameMedian[NAIVE]);
-    std::printf("BENCH state_cache.states_alone_time_vs_minimal %.2f x\n", median[PLUGIN] / median[MINIMAL]);
-    std::printf("BENCH state_cache.states_alone_time_vs_naive %.2f x\n", median[PLUGIN] / median[NAIVE]);
+    // Per rotation: its mean time of each way.
+    auto rotationMeans = [](const std::vector<double>& t, unsigned ways) {
+        std::vector<double> means;
+        for (size_t first = 0; first + ways <= t.size(); first += ways)
+        {
+            double sum = 0.0;
+            for (size_t i = first; i < first + ways; ++i)
+                sum += t[i];
+            means.push_back(sum / ways);
+        }
+        return means;
+    };
+    auto ratioOfMeans = [](const std::vector<double>& a, const std::vector<double>& b) {
+        std::vector<double> ratios;
+        for (size_t i = 0; i < a.size() && i < b.size(); ++i)
+            ratios.push_back(a[i] / b[i]);
+        return ratios;
+    };
+    double worst = 0.0;
+    std::vector<double> naiveRatios, floors;
+    for (unsigned run = 0; run < kRuns; ++run)
+    {
+        std::vector<double> means[ALL_WAYS];
+        for (unsigned way = 0; way < ALL_WAYS; ++way)
+            means[way] = rotationMeans(frameTimes[run][way], ALL_WAYS);
+        const double ratio = Median(ratioOfMeans(means[PLUGIN], means[MINIMAL]));
+        worst = std::max(worst, ratio);
+        std::printf("BENCH state_cache.time_vs_minimal_run%u %.3f x\n", run + 1, ratio);
+        naiveRatios.push_back(Median(ratioOfMeans(means[PLUGIN], means[NAIVE])));
+        // The floor of whole frames: the minimal frame plus what the engine's calls
+        // into empty setters add to bare draws.
+        for (size_t i = 0; i < means[MINIMAL].size(); ++i)
+            floors.push_back((means[MINIMAL][i] + means[EMPTY_SETTERS][i] - means[DRAWS_ONLY][i]) / means[MINIMAL][i]);
+    }
+    std::printf("BENCH state_cache.time_vs_minimal_worst %.3f x\n", worst);
+    std::printf("BENCH state_cache.time_vs_naive %.3f x\n", Median(naiveRatios));
+    std::printf("BENCH state_cache.time_floor_vs_minimal %.3f x\n", Median(floors));
+    std::vector<double> aloneMeans[DRAWS_ONLY];
+    for (unsigned way = 0; way < DRAWS_ONLY; ++way)
+        aloneMeans[way] = rotationMeans(times[way], DRAWS_ONLY);
+    std::printf("BENCH state_cache.states_alone_time_vs_minimal %.3f x\n",
+                Median(ratioOfMeans(aloneMeans[PLUGIN], aloneMeans[MINIMAL])));
+    std::vector<double> aloneFloors;
+    for (size_t i = 0; i < aloneMeans[MINIMAL].size(); ++i)
+        aloneFloors.push_back((aloneMeans[MINIMAL][i] + aloneMeans[EMPTY_SETTERS][i]) / aloneMeans[MINIMAL][i]);
+    std::printf("BENCH state_cache.states_alone_floor_vs_minimal %.3f x\n", Median(aloneFloors));
+    std::printf("BENCH state_cache.states_alone_time_vs_naive %.3f x\n",
+                Median(ratioOfMeans(aloneMeans[PLUGIN], aloneMeans[NAIVE])));
 
     int status = 0;
     if (!steadyCalls)
@@ -517,6 +624,7 @@ int main()
     SwapSlot(device, kvSetRenderStateSlot, reinterpret_cast<void*>(g_setRenderState), nullptr);
     SwapSlot(device, kvSetSamplerStateSlot, reinterpret_cast<void*>(g_setSamplerState), nullptr);
     delete rs;
+    delete emptySetters;
     DestroyWindow(hWnd);
     return status;
 }

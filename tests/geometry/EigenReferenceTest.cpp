@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <Eigen/Dense>
+#include <Eigen/Geometry>
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -13,6 +14,7 @@
 #include "GeometryTestUtil.h"
 #include "geometry/Matrix3.h"
 #include "geometry/Matrix4.h"
+#include "geometry/Quaternion.h"
 
 using namespace kv;
 using geomtest::FrobeniusNorm;
@@ -158,6 +160,47 @@ TEST(EigenReference, InversesDeterminantsAndQDU)
         }
     }
     EXPECT_GT(reflections, 100);
+}
+
+TEST(EigenReference, ProductsRotationsAndSlerp)
+{
+    std::mt19937 rng(14);
+    std::uniform_real_distribution<float> u(-1.0f, 1.0f);
+    std::normal_distribution<float> g(0.0f, 1.0f);
+    Worst product{"Matrix4 product (absolute)", 1e-6}, rotation{"quaternion to matrix (absolute)", 1e-6};
+    Worst slerp{"slerp (absolute)", 2e-6};
+    int slerps = 0;
+    for (int n = 0; n < kCount; ++n)
+    {
+        Matrix4 a, b, ab;
+        for (int r = 0; r < 4; ++r)
+            for (int c = 0; c < 4; ++c)
+            {
+                a.m[r][c] = u(rng);
+                b.m[r][c] = u(rng);
+            }
+        a.Concatenate(b, ab);
+        product.Add((ToEigen<4>(ab) - ToEigen<4>(a) * ToEigen<4>(b)).cwiseAbs().maxCoeff());
+
+        const Quaternion p = Quaternion(g(rng), g(rng), g(rng), g(rng)).Normalised();
+        const Quaternion q = Quaternion(g(rng), g(rng), g(rng), g(rng)).Normalised();
+        const Eigen::Quaterniond ep(p.w, p.x, p.y, p.z), eq(q.w, q.x, q.y, q.z);
+        Matrix3 m;
+        p.ToRotationMatrix(m);
+        rotation.Add((ToEigen<3>(m) - ep.toRotationMatrix()).cwiseAbs().maxCoeff());
+
+        // Near equal rotations take the linear road, which Eigen does not; t reaches past
+        // both ends, where the sines' arguments pass pi/2 and pi.
+        if (std::fabs(ep.dot(eq)) > 0.99)
+            continue;
+        const float t = n % 4 == 0 ? 4.0f * u(rng) : 0.5f + 0.75f * u(rng);
+        const Quaternion ours = Quaternion::Slerp(t, p, q, true);
+        const Eigen::Quaterniond ref = ep.slerp(t, eq);
+        slerp.Add(std::max({std::fabs(ours.w - ref.w()), std::fabs(ours.x - ref.x()), std::fabs(ours.y - ref.y()),
+                            std::fabs(ours.z - ref.z())}));
+        ++slerps;
+    }
+    EXPECT_GT(slerps, kCount / 2);
 }
 
 } // namespace
