@@ -255,25 +255,6 @@ TEST(CompileThread, CacheFilesAndShaderSources)
     thread.SaveCache(&empty, "c/halfdone");
     EXPECT_FALSE(thread.LoadCache(&other, "c/halfdone"));
 
-    // A truncated entry, one with a zero size, one with trailing bytes, and a good one.
-    const std::string path = root + "/shadercache/c/broken.bin";
-    ASSERT_TRUE(MakeParentFolders(path));
-    const std::vector<std::vector<uint8_t>> entries = {{3, 0, 0, 0, 1, 2},
-                                                       {0, 0, 0, 0, 1, 0, 0, 0, 7},
-                                                       {1, 0, 0, 0, 5, 1, 0, 0, 0, 6, 99},
-                                                       {1, 0, 0, 0, 5, 1, 0, 0, 0, 6}};
-    std::vector<bool> read;
-    for (const auto& bytes : entries)
-    {
-        FILE* f = std::fopen(path.c_str(), "wb");
-        ASSERT_NE(nullptr, f);
-        std::fwrite(bytes.data(), 1, bytes.size(), f);
-        std::fclose(f);
-        read.push_back(thread.LoadCache(&other, "c/broken"));
-    }
-    EXPECT_EQ((std::vector<bool>{false, false, false, true}), read);
-    EXPECT_EQ((std::vector<uint8_t>{5, 6}), (std::vector<uint8_t>{other.m_VSCode.at(0), other.m_PSCode.at(0)}));
-
     // Cache files go into new folders.
     const char text[] = "error X3000";
     EXPECT_TRUE(GetArchiveMananger()->WriteCacheFile("dumps/water_vs.txt", text, sizeof(text) - 1));
