@@ -75,8 +75,10 @@ inline Words StructType(uint32_t name, uint32_t semantic, uint32_t elements, con
 class EffectBuilder
 {
 public:
+    EffectBuilder() : m_data(8, 0) {}
+
     // Offset of the next word.
-    uint32_t Here() const { return static_cast<uint32_t>(m_data.size()); }
+    uint32_t Here() const { return static_cast<uint32_t>(m_data.size() - 8); }
 
     uint32_t Word(uint32_t w)
     {
@@ -102,28 +104,16 @@ public:
         return at;
     }
 
-    // Length with the terminator, the text, padding to a word; null: length 0.
-    uint32_t String(const char* text)
-    {
-        if (!text)
-            return Word(0);
-        return RawString(text, static_cast<uint32_t>(std::strlen(text) + 1));
-    }
-
-    uint32_t RawString(const void* bytes, uint32_t length)
-    {
-        const uint32_t at = Word(length);
-        Append(bytes, length);
-        return at;
-    }
-
-    // Size, bytes, padding to a word: a data block.
+    // Size (a string's length with the terminator), bytes, padding to a word: a data
+    // block, or a string; a null string has length 0.
     uint32_t Block(const void* bytes, uint32_t size)
     {
         const uint32_t at = Word(size);
-        Append(bytes, size);
+        m_data.insert(m_data.end(), static_cast<const uint8_t*>(bytes), static_cast<const uint8_t*>(bytes) + size);
+        m_data.resize((m_data.size() + 3) & ~size_t(3));
         return at;
     }
+    uint32_t String(const char* text) { return text ? TextBlock(text) : Word(0); }
     uint32_t TextBlock(const char* text) { return Block(text, static_cast<uint32_t>(std::strlen(text) + 1)); }
 
     // Where the body starts: the head's second word.
@@ -131,26 +121,13 @@ public:
 
     Bytes Finish() const
     {
-        Bytes file;
-        auto put = [&file](uint32_t w) {
-            for (int i = 0; i < 4; ++i)
-                file.push_back(static_cast<uint8_t>(w >> (8 * i)));
-        };
-        put(EFFECT_FILE_MAGIC);
-        put(m_body);
-        file.insert(file.end(), m_data.begin(), m_data.end());
+        Bytes file = m_data;
+        const uint32_t head[2] = {EFFECT_FILE_MAGIC, m_body};
+        std::memcpy(file.data(), head, 8); // little-endian, as the platform
         return file;
     }
 
 private:
-    void Append(const void* bytes, uint32_t size)
-    {
-        const uint8_t* p = static_cast<const uint8_t*>(bytes);
-        m_data.insert(m_data.end(), p, p + size);
-        while (m_data.size() % 4)
-            m_data.push_back(0);
-    }
-
     Bytes m_data;
     uint32_t m_body = 0;
 };

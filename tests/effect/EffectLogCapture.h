@@ -3,6 +3,7 @@
 
 #include "D3D9RenderSystem/EffectLog.h"
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -12,26 +13,17 @@ namespace fxtest
 struct CapturedLine
 {
     EffectLogLevel level;
-    std::string file;
-    int line;
-    std::string text;
+    std::string file, text;
 };
 
 class EffectLogCapture
 {
 public:
-    EffectLogCapture()
-    {
-        Lines().clear();
-        m_previous = SetEffectLogSink(&Record);
-    }
+    EffectLogCapture() : m_previous(SetEffectLogSink(&Record)) { Lines().clear(); }
     ~EffectLogCapture() { SetEffectLogSink(m_previous); }
-    EffectLogCapture(const EffectLogCapture&) = delete;
-    EffectLogCapture& operator=(const EffectLogCapture&) = delete;
 
     const std::vector<CapturedLine>& lines() const { return Lines(); }
     void Clear() { Lines().clear(); }
-
     std::vector<std::string> Texts() const
     {
         std::vector<std::string> texts;
@@ -41,10 +33,8 @@ public:
     }
     bool Has(const std::string& text) const
     {
-        for (const CapturedLine& l : Lines())
-            if (l.text == text)
-                return true;
-        return false;
+        const std::vector<std::string> texts = Texts();
+        return std::find(texts.begin(), texts.end(), text) != texts.end();
     }
 
 private:
@@ -53,9 +43,9 @@ private:
         static std::vector<CapturedLine> lines;
         return lines;
     }
-    static void Record(EffectLogLevel level, const char* file, int line, const char* message)
+    static void Record(EffectLogLevel level, const char* file, int, const char* message)
     {
-        Lines().push_back(CapturedLine{level, file ? file : "", line, message});
+        Lines().push_back(CapturedLine{level, file ? file : "", message});
     }
 
     EffectLogSink m_previous;

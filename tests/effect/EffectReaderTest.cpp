@@ -111,11 +111,6 @@ TEST_F(FullEffectTest, ArraysAndStructsShareOneValueBlock)
     EXPECT_EQ(&pairs->members[0], *(pairs->handle + 1));
     EXPECT_EQ(&pairs->members[0].members[0], *(pairs->handle + 2));
     EXPECT_EQ(static_cast<uint8_t*>(pairs->data) + 12, Named("Pairs[1].b")->data);
-    // Members of every element read the same definitions into their own names.
-    EXPECT_STREQ("a", pairs->members[2].members[0].name);
-    EXPECT_NE(pairs->members[0].members[0].name, pairs->members[2].members[0].name);
-    EXPECT_EQ(static_cast<uint8_t*>(Named("Nest")->data) + 4, Named("Nest.inner.y")->data);
-
     // Objects: each element its own slot and object; a texture in a struct takes its
     // id from the first word of the value.
     const EffectParameter* textures = Named("Textures");
@@ -339,19 +334,6 @@ TEST(EffectReader, EmptyEffectsNamesAndReparsing)
     EXPECT_NE(member, names.GetParameter(nullptr, 1));
     EXPECT_EQ(names.GetParameter(nullptr, 0), names.GetParameterBySemantic(nullptr, nullptr));
     EXPECT_EQ(nullptr, names.GetParameterBySemantic(nullptr, ""));
-
-    // A data block of five bytes moves on by twelve: size, data, padding.
-    EffectBuilder o;
-    o.Body();
-    o.Put({0, 0, 0, 2, 2, 0, 0});
-    o.Block("ABCDE", 5);
-    o.Word(1);
-    o.Block("xyz", 4);
-    CD3D9ParseEffect objects;
-    ASSERT_TRUE(Parse(objects, o.Finish()));
-    const EffectObject* obj = objects.GetParsedEffect().objects;
-    EXPECT_EQ("5 ABCDE 4 xyz", std::to_string(obj[0].size) + " " + static_cast<const char*>(obj[0].data) + " " +
-                                   std::to_string(obj[1].size) + " " + static_cast<const char*>(obj[1].data));
 }
 
 } // namespace

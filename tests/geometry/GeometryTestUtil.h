@@ -11,14 +11,13 @@
 namespace geomtest
 {
 
-// The largest difference of any element; matrices of any size.
+// The largest difference of any element.
 template <int N, class M>
 float MaxElementDiff(const M& a, const M& b)
 {
     float e = 0.0f;
-    for (int r = 0; r < N; ++r)
-        for (int c = 0; c < N; ++c)
-            e = std::max(e, std::fabs(a.m[r][c] - b.m[r][c]));
+    for (int i = 0; i < N * N; ++i)
+        e = std::max(e, std::fabs(a.m[i / N][i % N] - b.m[i / N][i % N]));
     return e;
 }
 inline float MaxAbsDiff(const kv::Matrix3& a, const kv::Matrix3& b)
@@ -31,20 +30,18 @@ inline float MaxAbsDiff(const kv::Matrix4& a, const kv::Matrix4& b)
 }
 inline float MaxAbsDiff(const kv::Vector3& a, const kv::Vector3& b)
 {
-    return std::max(std::fabs(a.x - b.x), std::max(std::fabs(a.y - b.y), std::fabs(a.z - b.z)));
+    return std::max({std::fabs(a.x - b.x), std::fabs(a.y - b.y), std::fabs(a.z - b.z)});
 }
 inline float MaxAbsDiff(const kv::Quaternion& a, const kv::Quaternion& b)
 {
-    return std::max(std::max(std::fabs(a.w - b.w), std::fabs(a.x - b.x)),
-                    std::max(std::fabs(a.y - b.y), std::fabs(a.z - b.z)));
+    return std::max({std::fabs(a.w - b.w), std::fabs(a.x - b.x), std::fabs(a.y - b.y), std::fabs(a.z - b.z)});
 }
 
 inline float FrobeniusNorm(const kv::Matrix3& a)
 {
     float s = 0.0f;
-    for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c)
-            s += a.m[r][c] * a.m[r][c];
+    for (int i = 0; i < 9; ++i)
+        s += a.m[i / 3][i % 3] * a.m[i / 3][i % 3];
     return std::sqrt(s);
 }
 
@@ -58,9 +55,8 @@ inline kv::Matrix3 RandomMatrix(std::mt19937& rng)
 {
     std::uniform_real_distribution<float> u(-1.0f, 1.0f);
     kv::Matrix3 m;
-    for (int r = 0; r < 3; ++r)
-        for (int c = 0; c < 3; ++c)
-            m.m[r][c] = u(rng);
+    for (int i = 0; i < 9; ++i)
+        m.m[i / 3][i % 3] = u(rng);
     return m;
 }
 
@@ -80,9 +76,7 @@ inline kv::Matrix3 RandomWellConditioned(std::mt19937& rng)
 inline kv::Quaternion RandomUnitQuaternion(std::mt19937& rng)
 {
     std::normal_distribution<float> g(0.0f, 1.0f);
-    kv::Quaternion q(g(rng), g(rng), g(rng), g(rng));
-    q.Normalise();
-    return q;
+    return kv::Quaternion(g(rng), g(rng), g(rng), g(rng)).Normalised();
 }
 
 } // namespace geomtest

@@ -219,33 +219,8 @@ TEST(Intersection, NearestBoxFaceIsTheIntervalsEntry)
     EXPECT_GT(rays - hits, rays / 10);
 }
 
-TEST(Intersection, PolygonsTrianglesSegmentsIn2DAnd3D)
+TEST(Intersection, SegmentsNearRaysAndInSpheres)
 {
-    const Vector3 square[4] = {Vector3(0, 0, 9), Vector3(2, 0, 9), Vector3(2, 2, 9), Vector3(0, 2, 9)};
-    const Vector3 tri[3] = {Vector3(0, 0, 0), Vector3(4, 0, 0), Vector3(0, 4, 0)};
-    EXPECT_TRUE(PointInPolygon2D(square, 4, Vector2(1, 1)));
-    EXPECT_FALSE(PointInPolygon2D(square, 4, Vector2(3, 1)));
-    EXPECT_FALSE(PointInPolygon2D(square, 0, Vector2(1, 1)));
-    // On the lower horizontal edge the edge itself is not counted, only the sides' span.
-    EXPECT_FALSE(PointInPolygon2D(square, 4, Vector2(1, 0)));
-    EXPECT_TRUE(PointInPolygon2D(square, 4, Vector2(1, 2)));
-    EXPECT_TRUE(PointInPolygon2D(tri, 3, Vector2(1, 1)));
-    EXPECT_FALSE(PointInPolygon2D(tri, 3, Vector2(2.5f, 2.5f)));
-    EXPECT_TRUE(CircleTouchesPolygon2D(square, 4, Circle(0.5f, 1, 1.6f)));
-    EXPECT_FALSE(CircleTouchesPolygon2D(square, 4, Circle(0.3f, 1, 1))); // wholly inside: no edge
-    // Near the extension of the bottom edge, far beyond its end: the line counts.
-    EXPECT_TRUE(CircleTouchesPolygon2D(square, 4, Circle(0.5f, 50, 0.3f)));
-    EXPECT_FALSE(CircleTouchesPolygon2D(square, 0, Circle(5, 0, 0)));
-
-    const Vector2 a(0, 0), b(4, 0), c(0, 4);
-    EXPECT_TRUE(PointInTriangle2D(Vector2(1, 1), a, b, c));
-    EXPECT_TRUE(PointInTriangle2D(Vector2(1, 1), a, c, b)); // either winding
-    EXPECT_FALSE(PointInTriangle2D(Vector2(3, 3), a, b, c));
-    EXPECT_TRUE(PointInTriangle2D(Vector2(2, 0.0001f), a, b, c)); // on an edge within 0.001
-    EXPECT_FALSE(PointInTriangle2D(Vector2(-1, 1), a, b, c));
-    EXPECT_TRUE(PointInTriangle3D(Vector3(1, 1, 0), tri[0], tri[1], tri[2], kZ));
-    EXPECT_FALSE(PointInTriangle3D(Vector3(3, 3, 0), tri[0], tri[1], tri[2], kZ));
-
     const BoundingSphere s(1.0f, kO);
     EXPECT_TRUE(SphereContainsSegment(s, Segment(Vector3(0.5f, 0, 0), Vector3(0, -0.5f, 0))));
     EXPECT_FALSE(SphereContainsSegment(s, Segment(Vector3(1, 0, 0), kO))); // on the sphere

@@ -49,58 +49,33 @@ D3DCAPS9 AllCapsBut(DWORD D3DCAPS9::*field, DWORD value)
     return caps;
 }
 
-const struct FormatRow
-{
-    PixelFormat engine;
-    unsigned number, d3d;
-} kFormats[] = {
-    {PF_L8, 1, 50},
-    {PF_L16, 2, 81},
-    {PF_A8, 3, 28},
-    {PF_A4L4, 4, 52},
-    {PF_A8L8, 5, 51},
-    {PF_R5G6B5, 6, 23},
-    {PF_A4R4G4B4, 8, 26},
-    {PF_A1R5G5B5, 9, 25},
-    {PF_R8G8B8, 10, 20},
-    {PF_A8R8G8B8, 12, 21},
-    {PF_A8B8G8R8, 13, 32},
-    {PF_A2R10G10B10, 15, 35},
-    {PF_A2B10G10R10, 16, 31},
-    {PF_DXT1, 17, 0x31545844},
-    {PF_DXT2, 18, 0x32545844},
-    {PF_DXT3, 19, 0x33545844},
-    {PF_DXT4, 20, 0x34545844},
-    {PF_DXT5, 21, 0x35545844},
-    {PF_FLOAT16_RGBA, 23, 113},
-    {PF_FLOAT32_RGBA, 25, 116},
-    {PF_X8R8G8B8, 26, 22},
-    {PF_X8B8G8R8, 27, 33},
-    {PF_D24X8, 29, 77},
-    {PF_A16B16G16R16, 30, 36},
-    {PF_R3G3B2, 31, 27},
-    {PF_FLOAT16_R, 32, 111},
-    {PF_FLOAT32_R, 33, 114},
-    {PF_G16R16, 34, 34},
-    {PF_FLOAT16_GR, 35, 112},
-    {PF_FLOAT32_GR, 36, 115},
-    {PF_ATI2, 72, 0x32495441},
-    {PF_D24S8, 110, 75},
-    {PF_NULL, 111, 0x4C4C554E},
-    {PF_INTZ, 112, 0x5A544E49},
-    {PF_D16, 113, 80},
-};
+// Triples: the engine format, its number, the Direct3D format.
+const unsigned kFormats[] = {
+    PF_L8,           1,   50,         PF_L16,          2,   81,         PF_A8,           3,   28,
+    PF_A4L4,         4,   52,         PF_A8L8,         5,   51,         PF_R5G6B5,       6,   23,
+    PF_A4R4G4B4,     8,   26,         PF_A1R5G5B5,     9,   25,         PF_R8G8B8,       10,  20,
+    PF_A8R8G8B8,     12,  21,         PF_A8B8G8R8,     13,  32,         PF_A2R10G10B10,  15,  35,
+    PF_A2B10G10R10,  16,  31,         PF_DXT1,         17,  0x31545844, PF_DXT2,         18,  0x32545844,
+    PF_DXT3,         19,  0x33545844, PF_DXT4,         20,  0x34545844, PF_DXT5,         21,  0x35545844,
+    PF_FLOAT16_RGBA, 23,  113,        PF_FLOAT32_RGBA, 25,  116,        PF_X8R8G8B8,     26,  22,
+    PF_X8B8G8R8,     27,  33,         PF_D24X8,        29,  77,         PF_A16B16G16R16, 30,  36,
+    PF_R3G3B2,       31,  27,         PF_FLOAT16_R,    32,  111,        PF_FLOAT32_R,    33,  114,
+    PF_G16R16,       34,  34,         PF_FLOAT16_GR,   35,  112,        PF_FLOAT32_GR,   36,  115,
+    PF_ATI2,         72,  0x32495441, PF_D24S8,        110, 75,         PF_NULL,         111, 0x4C4C554E,
+    PF_INTZ,         112, 0x5A544E49, PF_D16,          113, 80};
 
 TEST(PixelFormats, ThirtyFiveRowsMapBothWaysAndEveryOtherValueIsUnknown)
 {
     std::set<unsigned> engineSeen, d3dSeen;
-    for (const FormatRow& r : kFormats)
+    for (size_t i = 0; i < sizeof(kFormats) / sizeof(kFormats[0]); i += 3)
     {
-        EXPECT_EQ(r.number, static_cast<unsigned>(r.engine)) << "engine header value";
-        EXPECT_EQ(r.d3d, static_cast<unsigned>(toD3DFormat(r.engine))) << "engine format " << r.number;
-        EXPECT_EQ(r.number, static_cast<unsigned>(fromD3DFormat(static_cast<D3DFORMAT>(r.d3d)))) << r.d3d;
-        EXPECT_EQ(r.engine, closestSupportedFormat(r.engine));
-        EXPECT_TRUE(engineSeen.insert(r.number).second && d3dSeen.insert(r.d3d).second) << r.number;
+        const PixelFormat engine = static_cast<PixelFormat>(kFormats[i]);
+        const unsigned number = kFormats[i + 1], d3d = kFormats[i + 2];
+        EXPECT_EQ(number, kFormats[i]) << "engine header value";
+        EXPECT_EQ(d3d, static_cast<unsigned>(toD3DFormat(engine))) << "engine format " << number;
+        EXPECT_EQ(number, static_cast<unsigned>(fromD3DFormat(static_cast<D3DFORMAT>(d3d)))) << d3d;
+        EXPECT_EQ(engine, closestSupportedFormat(engine));
+        EXPECT_TRUE(engineSeen.insert(number).second && d3dSeen.insert(d3d).second) << number;
     }
     for (unsigned v = 0; v < 400; ++v)
     {
