@@ -60,11 +60,7 @@ TEST(RefPtr, CountsAssignsComparesAndMoves)
     Tracked* raw = new Tracked(&deaths);
     EXPECT_EQ(0, raw->GetRefCount()); // a new object starts at zero
     ref_ptr<Tracked> p(raw);
-    {
-        ref_ptr<Tracked> copy = p;
-        EXPECT_EQ(2, raw->GetRefCount());
-        EXPECT_TRUE(copy == p);
-    }
+    EXPECT_EQ(2, ref_ptr<Tracked>(p)->GetRefCount());
     EXPECT_EQ(1, raw->GetRefCount());
     // Assignment references the new object before it lets go of the old: the child
     // lives only through the parent and would go first otherwise.
@@ -78,8 +74,7 @@ TEST(RefPtr, CountsAssignsComparesAndMoves)
     p = self;
     EXPECT_EQ(1, child->GetRefCount());
     p = nullptr;
-    EXPECT_EQ(2, deaths);
-    EXPECT_FALSE(p);
+    EXPECT_TRUE(deaths == 2 && !p);
 
     ref_ptr<Derived> d = new Derived(&deaths);
     ref_ptr<Tracked> t = d;
@@ -87,16 +82,10 @@ TEST(RefPtr, CountsAssignsComparesAndMoves)
     base = d;
     EXPECT_EQ(3, d->GetRefCount());
     EXPECT_TRUE(t == d && base == t && base == d.get() && d.get() == base && !(base != d) && base != nullptr);
-    ref_ptr<Tracked> moved(std::move(t));
-    EXPECT_FALSE(t);
-    ref_ptr<Tracked> other = new Tracked(&deaths);
+    ref_ptr<Tracked> moved(std::move(t)), other = new Tracked(&deaths);
     other = std::move(moved); // lets go of the other object
-    EXPECT_EQ(3, deaths);
-    EXPECT_EQ(3, d->GetRefCount());
-    EXPECT_EQ(&*other, d.get());
-    base = nullptr;
-    other = nullptr;
-    d = nullptr;
+    EXPECT_TRUE(!t && deaths == 3 && d->GetRefCount() == 3 && &*other == d.get());
+    base = other = d = nullptr;
     EXPECT_EQ(4, deaths);
 }
 
@@ -115,8 +104,7 @@ TEST(Referenced, UnrefAtOneTellsEachObserverOnceInAddressOrderThenDeletes)
     obj->RemoveObserver(&unknown);
     EXPECT_EQ(3u, obj->PeekObserverSet()->GetObservers().size());
     obj->Ref();
-    EXPECT_EQ(0, obj->Unref());
-    EXPECT_EQ(1, deaths);
+    EXPECT_TRUE(obj->Unref() == 0 && deaths == 1);
     // Once from Unref; the destructor then found the set empty.
     EXPECT_EQ((std::vector<Observer*>{&w[0], &w[1], &w[2]}), Watcher::order);
     EXPECT_EQ(std::vector<void*>{obj}, w[0].calls);
@@ -130,14 +118,11 @@ TEST(Referenced, UnrefAtOneTellsEachObserverOnceInAddressOrderThenDeletes)
     Tracked copy(*kept);
     Tracked assigned;
     assigned = *kept;
-    EXPECT_EQ(0, kept->UnrefNoDelete());
-    EXPECT_EQ((std::vector<int>{0, 0}), (std::vector<int>{copy.GetRefCount(), assigned.GetRefCount()}));
-    EXPECT_TRUE(copy.PeekObserverSet() == nullptr && assigned.PeekObserverSet() == nullptr);
-    EXPECT_EQ(1, deaths);
-    EXPECT_TRUE(unknown.calls.empty());
-    delete kept;
-    EXPECT_EQ(2, deaths);
-    EXPECT_EQ(1u, unknown.calls.size()) << "a plain delete tells the observers too";
+    EXPECT_TRUE(kept->UnrefNoDelete() == 0 && deaths == 1 && unknown.calls.empty());
+    EXPECT_TRUE(copy.GetRefCount() == 0 && assigned.GetRefCount() == 0 && !copy.PeekObserverSet() &&
+                !assigned.PeekObserverSet());
+    delete kept; // a plain delete tells the observers too
+    EXPECT_TRUE(deaths == 2 && unknown.calls.size() == 1u);
 }
 
 TEST(Referenced, ObserversMayRemoveThemselvesOrOthersWhileTold)
@@ -160,16 +145,11 @@ TEST(WeakRefTest, DiesWithItsObjectAndKeepsTheSetAlive)
     WeakRef<Tracked> weak(obj.get());
     ObserverSet* set = weak.getObserverSet();
     ASSERT_EQ(obj->GetObserverSet(), set);
-    EXPECT_EQ(2, set->GetRefCount()); // the object's and the weak reference's
-    EXPECT_EQ(obj.get(), weak.get());
-    EXPECT_EQ(1, obj->GetRefCount()); // weak references add no count
-    EXPECT_EQ(obj, weak.lock());
-    {
-        ref_ptr<CReferenced> held = set->LockObserved();
-        EXPECT_EQ(obj.get(), held.get());
-        EXPECT_EQ(2, obj->GetRefCount());
-    }
+    // The set is the object's and the weak reference's; weak references add no count.
+    EXPECT_EQ((std::vector<int>{2, 1, 2}),
+              (std::vector<int>{set->GetRefCount(), obj->GetRefCount(), set->LockObserved()->GetRefCount()}));
     EXPECT_EQ(1, obj->GetRefCount());
+    EXPECT_TRUE(obj.get() == weak.get() && obj == weak.lock());
 
     // Locking from inside the death notice answers null: the object is neither
     // revived nor deleted twice.
@@ -180,22 +160,18 @@ TEST(WeakRefTest, DiesWithItsObjectAndKeepsTheSetAlive)
     EXPECT_EQ(1, deaths);
     EXPECT_EQ((std::vector<int>{0, 0}), (std::vector<int>{locker.countBefore, locker.countAfter}));
     EXPECT_EQ(nullptr, locker.locked);
-    EXPECT_EQ(set, weak.getObserverSet());
-    EXPECT_EQ(1, set->GetRefCount());
-    EXPECT_EQ(nullptr, set->GetObserved());
+    EXPECT_TRUE(set == weak.getObserverSet() && set->GetRefCount() == 1 && !set->GetObserved());
     EXPECT_FALSE(weak.isAlive() || weak.get() || weak.lock() || set->LockObserved());
     // A copy taken from the dead reference holds the set but no pointer.
     WeakRef<Tracked> copy(weak), assigned;
     assigned = weak;
-    EXPECT_EQ(set, copy.getObserverSet());
-    EXPECT_TRUE(copy.rawPointer() == nullptr && assigned.rawPointer() == nullptr);
+    EXPECT_TRUE(set == copy.getObserverSet() && !copy.rawPointer() && !assigned.rawPointer());
 
     // A stack object tells its observers when it dies.
     {
         Tracked onStack;
         weak.assign(&onStack);
-        EXPECT_EQ(&onStack, weak.get());
-        EXPECT_EQ(0, onStack.GetRefCount());
+        EXPECT_TRUE(&onStack == weak.get() && onStack.GetRefCount() == 0);
     }
     EXPECT_FALSE(weak.isAlive());
     // Another object drops the old set; null drops it all.
@@ -204,11 +180,9 @@ TEST(WeakRefTest, DiesWithItsObjectAndKeepsTheSetAlive)
     ObserverSet* setA = a->PeekObserverSet();
     EXPECT_EQ(2, setA->GetRefCount());
     weak = b.get();
-    EXPECT_EQ(1, setA->GetRefCount());
-    EXPECT_EQ(b.get(), weak.get());
+    EXPECT_TRUE(setA->GetRefCount() == 1 && b.get() == weak.get());
     weak.assign(nullptr);
-    EXPECT_TRUE(weak.getObserverSet() == nullptr && weak.get() == nullptr);
-    EXPECT_EQ(1, b->PeekObserverSet()->GetRefCount());
+    EXPECT_TRUE(!weak.getObserverSet() && !weak.get() && b->PeekObserverSet()->GetRefCount() == 1);
 }
 
 } // namespace
