@@ -219,6 +219,34 @@ TEST(Intersection, NearestBoxFaceIsTheIntervalsEntry)
     EXPECT_GT(rays - hits, rays / 10);
 }
 
+TEST(Intersection, PointsAndCirclesInPolygonsAndTriangles)
+{
+    const Vector3 square[4] = {Vector3(0, 0, 9), Vector3(2, 0, 9), Vector3(2, 2, 9), Vector3(0, 2, 9)};
+    const Vector3 tri[3] = {kO, Vector3(4, 0, 0), Vector3(0, 4, 0)};
+    const Vector2 a(0, 0), b(4, 0), c(0, 4);
+    EXPECT_EQ(
+        (std::vector<bool>{true, false, false, false, true, true, false}),
+        (std::vector<bool>{PointInPolygon2D(square, 4, Vector2(1, 1)), PointInPolygon2D(square, 4, Vector2(3, 1)),
+                           PointInPolygon2D(square, 0, Vector2(1, 1)),
+                           // On the lower edge only the sides' span counts, not the edge.
+                           PointInPolygon2D(square, 4, Vector2(1, 0)), PointInPolygon2D(square, 4, Vector2(1, 2)),
+                           PointInPolygon2D(tri, 3, Vector2(1, 1)), PointInPolygon2D(tri, 3, Vector2(2.5f, 2.5f))}));
+    EXPECT_EQ((std::vector<bool>{true, false, true, false}),
+              (std::vector<bool>{CircleTouchesPolygon2D(square, 4, Circle(0.5f, 1, 1.6f)),
+                                 CircleTouchesPolygon2D(square, 4, Circle(0.3f, 1, 1)), // wholly inside: no edge
+                                 // Near the bottom edge's line far beyond its end: the line counts.
+                                 CircleTouchesPolygon2D(square, 4, Circle(0.5f, 50, 0.3f)),
+                                 CircleTouchesPolygon2D(square, 0, Circle(5, 0, 0))}));
+    EXPECT_EQ((std::vector<bool>{true, true, false, true, false, true, false}),
+              (std::vector<bool>{PointInTriangle2D(Vector2(1, 1), a, b, c),
+                                 PointInTriangle2D(Vector2(1, 1), a, c, b), // either winding
+                                 PointInTriangle2D(Vector2(3, 3), a, b, c),
+                                 PointInTriangle2D(Vector2(2, 0.0001f), a, b, c), // on an edge within 0.001
+                                 PointInTriangle2D(Vector2(-1, 1), a, b, c),
+                                 PointInTriangle3D(Vector3(1, 1, 0), tri[0], tri[1], tri[2], kZ),
+                                 PointInTriangle3D(Vector3(3, 3, 0), tri[0], tri[1], tri[2], kZ)}));
+}
+
 TEST(Intersection, SegmentsNearRaysAndInSpheres)
 {
     const BoundingSphere s(1.0f, kO);
