@@ -98,6 +98,15 @@ TEST_F(ProgramTest, AVariantAnswersItsKeysAtOnceItsCodeWhenReadyAndIsFreedAfterT
     // Wine's disassembly has no closing count comment.
     lit->GetInstructionCounts(&counts[0], &counts[1], &counts[2]);
     EXPECT_EQ(0, counts[0] + counts[1] + counts[2]);
+    // Destroyed, the program lets go of both shaders: ours are the last references.
+    ShaderVariant* variant = lit->GetCurrentVariant();
+    variant->m_pVertexShader->AddRef();
+    variant->m_pPixelShader->AddRef();
+    IDirect3DVertexShader9* vertex = variant->m_pVertexShader;
+    IDirect3DPixelShader9* pixel = variant->m_pPixelShader;
+    lit->Destroy();
+    EXPECT_EQ(0u, vertex->Release());
+    EXPECT_EQ(0u, pixel->Release());
 }
 
 TEST_F(ProgramTest, ABadDescriptionMakesNoProgramAndSaysWhy)
