@@ -81,6 +81,7 @@ TEST_F(ProgramTest, AVariantAnswersItsKeysAtOnceItsCodeWhenReadyAndIsFreedAfterT
     EXPECT_EQ(nullptr, lit->GetVertexDisassembly());
     lit->GetInstructionCounts(&counts[0], &counts[1], &counts[2]);
     EXPECT_EQ(-1, counts[0]);
+    EXPECT_FALSE(lit->IsReady());
     ASSERT_EQ(VARIANT_QUEUED, lit->GetCurrentVariant()->State());
     lit->Destroy();
     EXPECT_EQ(1u, Compiles()); // freed only after the thread was done with it
@@ -88,7 +89,6 @@ TEST_F(ProgramTest, AVariantAnswersItsKeysAtOnceItsCodeWhenReadyAndIsFreedAfterT
     EXPECT_FALSE(lit->GetVariantMacroKeys(&keys[0], &keys[1]));
 
     EXPECT_TRUE(lit->Reload());
-    EXPECT_FALSE(lit->IsReady());
     ASSERT_TRUE(WaitReady(lit.get()));
     EXPECT_EQ(1u, lit->GetVariants().size());
     EXPECT_EQ(RLS_READY, lit->m_nLoadState);
