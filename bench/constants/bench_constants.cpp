@@ -15,6 +15,7 @@
 //                  registers whose value differs from what the device holds.
 // Device calls are counted at the device's own method table, so whoever makes
 // them is counted the same way.
+#include "../Bench.h"
 #include "D3D9HLSLProgram.h"
 #include "D3D9RenderSystem.h"
 
@@ -167,12 +168,6 @@ std::vector<std::vector<Send>> MinimalList(const std::vector<Parameter>& paramet
     return frame;
 }
 
-double Median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v.empty() ? 0.0 : v[v.size() / 2];
-}
-
 } // namespace
 
 int main()
@@ -183,14 +178,10 @@ int main()
     GetTempPathA(MAX_PATH, temp);
     GetGpuProgramManager()->SetDataRoot(KV_SAMPLES_DIR);
     GetArchiveMananger()->SetCacheRoot(std::string(temp) + "kv_bench_constants_cache");
-    HWND hWnd = CreateWindowExA(0, "STATIC", "bench_constants", WS_OVERLAPPEDWINDOW, 0, 0, 64, 64, nullptr, nullptr,
-                                GetModuleHandleA(nullptr), nullptr);
-    CRenderSystem* rs = CreateRenderSystem();
-    if (!hWnd || !rs || !rs->Init(hWnd, 64, 64, false, false, 0))
-    {
-        std::printf("bench_constants: no device\n");
+    kvbench::Host host;
+    if (!kvbench::StartRenderSystem("bench_constants", host))
         return 1;
-    }
+    CRenderSystem* rs = host.rs;
     rs->m_nRuntimeMacro = 1; // fog
     rs->m_nLightingMacro = 1;
     ref_ptr<CGpuProgram> program = rs->CreateGpuProgram("lit");
@@ -284,20 +275,18 @@ int main()
     for (int w = 0; w < kWays; ++w)
     {
         std::printf("BENCH constants.%s_calls %llu calls/frame\n", names[w], static_cast<unsigned long long>(calls[w]));
-        std::printf("BENCH constants.%s_us %.1f us/frame\n", names[w], Median(times[w]));
+        std::printf("BENCH constants.%s_us %.1f us/frame\n", names[w], kvbench::Median(times[w]));
     }
     std::printf("BENCH constants.calls_vs_minimal %.2f x\n",
                 static_cast<double>(calls[kPlugin]) / static_cast<double>(calls[kMinimal]));
     std::printf("BENCH constants.time_vs_per_parameter %.2f x\n",
-                Median(times[kPlugin]) / Median(times[kPerParameter]));
-    std::printf("BENCH constants.time_vs_minimal %.2f x\n", Median(times[kPlugin]) / Median(times[kMinimal]));
+                kvbench::Median(times[kPlugin]) / kvbench::Median(times[kPerParameter]));
+    std::printf("BENCH constants.time_vs_minimal %.2f x\n",
+                kvbench::Median(times[kPlugin]) / kvbench::Median(times[kMinimal]));
 
     SwapSlot(device, kvSetVertexShaderConstantFSlot, reinterpret_cast<void*>(g_setVertex));
     SwapSlot(device, kvSetPixelShaderConstantFSlot, reinterpret_cast<void*>(g_setPixel));
     program = nullptr;
-    rs->Destroy();
-    delete rs;
-    EngineShutdown();
-    DestroyWindow(hWnd);
+    kvbench::StopRenderSystem(host);
     return 0;
 }

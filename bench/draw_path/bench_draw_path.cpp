@@ -19,6 +19,7 @@
 // Last, the device's draw-path methods are swapped for ones that answer at once,
 // and both ways run again: what is left is the plug-in's own work per draw (its
 // shadows, statistics and calls), apart from what Wine's Direct3D costs.
+#include "../Bench.h"
 #include "D3D9HardwareIndexBuffer.h"
 #include "D3D9HardwareVertexBuffer.h"
 #include "D3D9RenderSystem.h"
@@ -115,12 +116,6 @@ void WaitForIdle(IDirect3DQuery9* query)
         SwitchToThread();
 }
 
-double Median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
-
 // Stand-ins for the device's draw-path methods (kvDrawPathSlots, in that order)
 // that do nothing and succeed.
 HRESULT STDMETHODCALLTYPE NoSetVertexDeclaration(IDirect3DDevice9*, IDirect3DVertexDeclaration9*)
@@ -167,14 +162,10 @@ int main()
 {
     SetLogEcho(false);
     EngineInit();
-    HWND hWnd = CreateWindowExA(0, "STATIC", "bench_draw_path", WS_OVERLAPPEDWINDOW, 0, 0, 64, 64, nullptr, nullptr,
-                                GetModuleHandleA(nullptr), nullptr);
-    CRenderSystem* rs = CreateRenderSystem();
-    if (!hWnd || !rs || !rs->Init(hWnd, 64, 64, false, false, 0))
-    {
-        std::printf("bench_draw_path: no window or no Direct3D 9 device\n");
+    kvbench::Host host;
+    if (!kvbench::StartRenderSystem("bench_draw_path", host))
         return 1;
-    }
+    CRenderSystem* rs = host.rs;
     CD3D9RenderSystem* d3d = GetD3D9RenderSystem();
     IDirect3DDevice9* device = d3d->m_pD3D9Device;
 
@@ -291,8 +282,8 @@ int main()
                     (way == 0 ? plugin : direct).push_back(Seconds(start, end, frequency) * 1e9 / draws);
             }
         }
-        const double p = Median(plugin);
-        const double d = Median(direct);
+        const double p = kvbench::Median(plugin);
+        const double d = kvbench::Median(direct);
         std::printf("BENCH draw_path.plugin_%u %.1f ns/draw\n", draws, p);
         std::printf("BENCH draw_path.direct_%u %.1f ns/draw\n", draws, d);
         // A repetition is two rounds, one in each order: the geometric mean of their
@@ -300,7 +291,7 @@ int main()
         std::vector<double> ratios;
         for (size_t r = 0; r + 1 < plugin.size(); r += 2)
             ratios.push_back(std::sqrt((plugin[r] / direct[r]) * (plugin[r + 1] / direct[r + 1])));
-        std::printf("BENCH draw_path.ratio_%u %.3f x\n", draws, Median(ratios));
+        std::printf("BENCH draw_path.ratio_%u %.3f x\n", draws, kvbench::Median(ratios));
     }
 
     // The plug-in's own work: the same frames on a device whose draw-path methods
@@ -332,7 +323,8 @@ int main()
             }
         }
         SwapSlots(device, saved, stubs);
-        std::printf("BENCH draw_path.plugin_own_work %.1f ns/draw\n", Median(plugin) - Median(direct));
+        std::printf("BENCH draw_path.plugin_own_work %.1f ns/draw\n",
+                    kvbench::Median(plugin) - kvbench::Median(direct));
     }
     else
         std::printf("bench_draw_path: cannot swap the device's draw-path methods\n");
@@ -349,10 +341,7 @@ int main()
     indexBuffer = nullptr;
     data[0] = data[1] = nullptr;
     indexData = nullptr;
-    rs->Destroy();
-    delete rs;
-    EngineShutdown();
-    DestroyWindow(hWnd);
+    kvbench::StopRenderSystem(host);
     // Figures of a frame whose draws were not all counted describe some other work.
     return drawsCounted ? 0 : 1;
 }

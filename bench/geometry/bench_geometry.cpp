@@ -34,6 +34,7 @@
 #define CALLGRIND_DUMP_STATS_AT(name) static_cast<void>(name)
 #endif
 
+#include "../Bench.h"
 #include "geometry/Intersection.h"
 #include "geometry/Matrix3.h"
 #include "geometry/Matrix4.h"
@@ -93,12 +94,6 @@ void RunFixed(const std::string& name, Body body)
     g_sink = g_results[0];
 }
 
-double Median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
-
 template <typename Ours, typename Theirs>
 void Compare(const char* name, const char* theirName, Ours ours, Theirs theirs)
 {
@@ -124,9 +119,9 @@ void Compare(const char* name, const char* theirName, Ours ours, Theirs theirs)
         theirsNs.push_back(t2);
         ratios.push_back(std::sqrt((o1 / t1) * (o2 / t2)));
     }
-    std::printf("BENCH %s_ours %.2f ns\n", figure.c_str(), Median(oursNs));
-    std::printf("BENCH %s_%s %.2f ns\n", figure.c_str(), theirName, Median(theirsNs));
-    std::printf("BENCH %s_ratio %.3f x\n", figure.c_str(), Median(ratios));
+    std::printf("BENCH %s_ours %.2f ns\n", figure.c_str(), kvbench::Median(oursNs));
+    std::printf("BENCH %s_%s %.2f ns\n", figure.c_str(), theirName, kvbench::Median(theirsNs));
+    std::printf("BENCH %s_ratio %.3f x\n", figure.c_str(), kvbench::Median(ratios));
     std::fflush(stdout);
 }
 

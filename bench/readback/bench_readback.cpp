@@ -6,6 +6,7 @@
 // device; the figures are the medians of single read-backs.
 // The render system's surfaces are counted from its map, which gains one
 // entry for each surface it makes and never loses one.
+#include "../Bench.h"
 #include "D3D9HardwarePixelBuffer.h"
 #include "D3D9RenderSystem.h"
 
@@ -34,26 +35,16 @@ const unsigned kReadBacks = 100;
 const unsigned kRounds = 5;
 const uint32_t kColour = 0xFF3366CC;
 
-double Median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
-
 } // namespace
 
 int main()
 {
     SetLogEcho(false);
     EngineInit();
-    HWND hWnd = CreateWindowExA(0, "STATIC", "bench_readback", WS_OVERLAPPEDWINDOW, 0, 0, 64, 64, nullptr, nullptr,
-                                GetModuleHandleA(nullptr), nullptr);
-    CRenderSystem* rs = CreateRenderSystem();
-    if (!hWnd || !rs || !rs->Init(hWnd, 64, 64, false, false, 0))
-    {
-        std::printf("bench_readback: no window or no Direct3D 9 device\n");
+    kvbench::Host host;
+    if (!kvbench::StartRenderSystem("bench_readback", host))
         return 1;
-    }
+    CRenderSystem* rs = host.rs;
     CD3D9RenderSystem* d3d = GetD3D9RenderSystem();
     IDirect3DDevice9* device = d3d->m_pD3D9Device;
     ref_ptr<CTexture> texture =
@@ -137,7 +128,8 @@ int main()
         }
     }
 
-    const double plugin = Median(times[0]), made = Median(times[1]), keptMs = Median(times[2]);
+    const double plugin = kvbench::Median(times[0]), made = kvbench::Median(times[1]),
+                 keptMs = kvbench::Median(times[2]);
     std::printf("BENCH readback.plugin_ms %.3f ms\n", plugin);
     std::printf("BENCH readback.surface_made_each_time_ms %.3f ms\n", made);
     std::printf("BENCH readback.kept_surface_ms %.3f ms\n", keptMs);
@@ -149,9 +141,6 @@ int main()
 
     kept->Release();
     texture = nullptr;
-    rs->Destroy();
-    delete rs;
-    EngineShutdown();
-    DestroyWindow(hWnd);
+    kvbench::StopRenderSystem(host);
     return clean ? 0 : 1;
 }

@@ -9,6 +9,7 @@
 //               variant or finish one (polls that find it still compiling are
 //               the engine's choice and left out), per variant;
 //   compiles    what the compile thread compiled, and what it read from the cache.
+#include "../Bench.h"
 #include "D3D9HLSLProgram.h"
 #include "D3D9RenderSystem.h"
 
@@ -57,14 +58,10 @@ int Run(const char* cacheRoot)
     EngineInit();
     GetGpuProgramManager()->SetDataRoot(KV_SAMPLES_DIR);
     GetArchiveMananger()->SetCacheRoot(cacheRoot);
-    HWND hWnd = CreateWindowExA(0, "STATIC", "bench_shader_cache", WS_OVERLAPPEDWINDOW, 0, 0, 64, 64, nullptr, nullptr,
-                                GetModuleHandleA(nullptr), nullptr);
-    CRenderSystem* rs = CreateRenderSystem();
-    if (!hWnd || !rs || !rs->Init(hWnd, 64, 64, false, false, 0))
-    {
-        std::printf("bench_shader_cache: no device\n");
+    kvbench::Host host;
+    if (!kvbench::StartRenderSystem("bench_shader_cache", host))
         return 1;
-    }
+    CRenderSystem* rs = host.rs;
 
     // The program is loaded first, and the unlit variant its Load asks for is
     // finished before the clock starts: reading the description is no
@@ -121,10 +118,7 @@ int Run(const char* cacheRoot)
                 failed);
 
     program = nullptr;
-    rs->Destroy();
-    delete rs;
-    EngineShutdown();
-    DestroyWindow(hWnd);
+    kvbench::StopRenderSystem(host);
     return failed == 0 ? 0 : 1;
 }
 
@@ -182,12 +176,6 @@ RunResult Spawn(const std::string& cacheRoot)
     return result;
 }
 
-double Median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
-
 void RemoveFolder(const std::string& folder)
 {
     // A double NUL ends the list of one folder.
@@ -232,12 +220,12 @@ int main(int argc, char** argv)
     std::printf("bench_shader_cache: %u variants, %u pairs of runs; the last cold run %u compiled, %u from the cache; "
                 "the last warm run %u compiled, %u from the cache\n",
                 kVariants, kPairs, first.compiles, first.hits, second.compiles, second.hits);
-    std::printf("BENCH shader_cache.cold_ms %.1f ms\n", Median(cold));
-    std::printf("BENCH shader_cache.warm_ms %.1f ms\n", Median(warm));
-    std::printf("BENCH shader_cache.cold_vs_warm %.1f x\n", Median(cold) / Median(warm));
+    std::printf("BENCH shader_cache.cold_ms %.1f ms\n", kvbench::Median(cold));
+    std::printf("BENCH shader_cache.warm_ms %.1f ms\n", kvbench::Median(warm));
+    std::printf("BENCH shader_cache.cold_vs_warm %.1f x\n", kvbench::Median(cold) / kvbench::Median(warm));
     std::printf("BENCH shader_cache.cold_compiles %u compiles\n", first.compiles);
     std::printf("BENCH shader_cache.warm_compiles %u compiles\n", second.compiles);
-    std::printf("BENCH shader_cache.main_thread_us_per_variant %.1f us\n", Median(coldMain));
-    std::printf("BENCH shader_cache.main_thread_us_per_variant_warm %.1f us\n", Median(warmMain));
+    std::printf("BENCH shader_cache.main_thread_us_per_variant %.1f us\n", kvbench::Median(coldMain));
+    std::printf("BENCH shader_cache.main_thread_us_per_variant_warm %.1f us\n", kvbench::Median(warmMain));
     return 0;
 }

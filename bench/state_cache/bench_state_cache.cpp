@@ -24,6 +24,7 @@
 // included, with its three calls). No render system can set the states for less
 // than the minimal call list plus those calls. For whole frames the floor is the
 // minimal frame plus what those calls add to a frame of bare draws.
+#include "../Bench.h"
 #include "D3D9RenderSystem.h"
 
 #include "engine/DeviceCapabilities.h"
@@ -366,12 +367,6 @@ double Seconds(const LARGE_INTEGER& from, const LARGE_INTEGER& to, const LARGE_I
     return static_cast<double>(to.QuadPart - from.QuadPart) / static_cast<double>(frequency.QuadPart);
 }
 
-double Median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
 } // namespace
 
 int main()
@@ -523,14 +518,14 @@ int main()
     double median[ALL_WAYS], frameMedian[WAYS];
     for (unsigned way = 0; way < WAYS; ++way)
     {
-        median[way] = Median(times[way]);
-        frameMedian[way] = Median(allFrameTimes[way]);
+        median[way] = kvbench::Median(times[way]);
+        frameMedian[way] = kvbench::Median(allFrameTimes[way]);
         std::printf("BENCH state_cache.calls_%s %llu calls/frame\n", names[way],
                     static_cast<unsigned long long>(calls[way]));
         if (frameCalls[way] != calls[way])
             steadyCalls = false;
     }
-    median[EMPTY_SETTERS] = Median(times[EMPTY_SETTERS]);
+    median[EMPTY_SETTERS] = kvbench::Median(times[EMPTY_SETTERS]);
     for (unsigned way = 0; way < WAYS; ++way)
         std::printf("BENCH state_cache.time_%s %.1f us/frame\n", names[way], frameMedian[way]);
     for (unsigned way = 0; way < WAYS; ++way)
@@ -540,7 +535,7 @@ int main()
     std::printf("BENCH state_cache.states_per_draw %.1f states\n", statesPerDraw);
     std::printf("BENCH state_cache.states_equal_to_previous %.1f %%\n",
                 100.0 * equalStates / static_cast<double>(naive.calls.size()));
-    const double repeatMedian = Median(repeatTimes);
+    const double repeatMedian = kvbench::Median(repeatTimes);
     std::printf("BENCH state_cache.calls_repeated_material %llu calls/frame\n",
                 static_cast<unsigned long long>(repeatCalls));
     std::printf("BENCH state_cache.time_repeated_material %.1f us/frame\n", repeatMedian);
@@ -578,29 +573,29 @@ int main()
         std::vector<double> means[ALL_WAYS];
         for (unsigned way = 0; way < ALL_WAYS; ++way)
             means[way] = rotationMeans(frameTimes[run][way], ALL_WAYS);
-        const double ratio = Median(ratioOfMeans(means[PLUGIN], means[MINIMAL]));
+        const double ratio = kvbench::Median(ratioOfMeans(means[PLUGIN], means[MINIMAL]));
         worst = std::max(worst, ratio);
         std::printf("BENCH state_cache.time_vs_minimal_run%u %.3f x\n", run + 1, ratio);
-        naiveRatios.push_back(Median(ratioOfMeans(means[PLUGIN], means[NAIVE])));
+        naiveRatios.push_back(kvbench::Median(ratioOfMeans(means[PLUGIN], means[NAIVE])));
         // The floor of whole frames: the minimal frame plus what the engine's calls
         // into empty setters add to bare draws.
         for (size_t i = 0; i < means[MINIMAL].size(); ++i)
             floors.push_back((means[MINIMAL][i] + means[EMPTY_SETTERS][i] - means[DRAWS_ONLY][i]) / means[MINIMAL][i]);
     }
     std::printf("BENCH state_cache.time_vs_minimal_worst %.3f x\n", worst);
-    std::printf("BENCH state_cache.time_vs_naive %.3f x\n", Median(naiveRatios));
-    std::printf("BENCH state_cache.time_floor_vs_minimal %.3f x\n", Median(floors));
+    std::printf("BENCH state_cache.time_vs_naive %.3f x\n", kvbench::Median(naiveRatios));
+    std::printf("BENCH state_cache.time_floor_vs_minimal %.3f x\n", kvbench::Median(floors));
     std::vector<double> aloneMeans[DRAWS_ONLY];
     for (unsigned way = 0; way < DRAWS_ONLY; ++way)
         aloneMeans[way] = rotationMeans(times[way], DRAWS_ONLY);
     std::printf("BENCH state_cache.states_alone_time_vs_minimal %.3f x\n",
-                Median(ratioOfMeans(aloneMeans[PLUGIN], aloneMeans[MINIMAL])));
+                kvbench::Median(ratioOfMeans(aloneMeans[PLUGIN], aloneMeans[MINIMAL])));
     std::vector<double> aloneFloors;
     for (size_t i = 0; i < aloneMeans[MINIMAL].size(); ++i)
         aloneFloors.push_back((aloneMeans[MINIMAL][i] + aloneMeans[EMPTY_SETTERS][i]) / aloneMeans[MINIMAL][i]);
-    std::printf("BENCH state_cache.states_alone_floor_vs_minimal %.3f x\n", Median(aloneFloors));
+    std::printf("BENCH state_cache.states_alone_floor_vs_minimal %.3f x\n", kvbench::Median(aloneFloors));
     std::printf("BENCH state_cache.states_alone_time_vs_naive %.3f x\n",
-                Median(ratioOfMeans(aloneMeans[PLUGIN], aloneMeans[NAIVE])));
+                kvbench::Median(ratioOfMeans(aloneMeans[PLUGIN], aloneMeans[NAIVE])));
 
     int status = 0;
     if (!steadyCalls)

@@ -6,6 +6,7 @@
 // figure is the ratio of the medians. Allocations are counted with a replaced
 // global operator new while the pixel buffer uploads: the matching road must
 // make none.
+#include "../Bench.h"
 #include "D3D9HardwarePixelBuffer.h"
 #include "D3D9RenderSystem.h"
 #include "D3D9Texture.h"
@@ -80,26 +81,16 @@ const unsigned kSize = 512;
 const unsigned kUploads = 256;
 const unsigned kRounds = 9;
 
-double Median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
-
 } // namespace
 
 int main()
 {
     SetLogEcho(false);
     EngineInit();
-    HWND hWnd = CreateWindowExA(0, "STATIC", "bench_texture_upload", WS_OVERLAPPEDWINDOW, 0, 0, 64, 64, nullptr,
-                                nullptr, GetModuleHandleA(nullptr), nullptr);
-    CRenderSystem* rs = CreateRenderSystem();
-    if (!hWnd || !rs || !rs->Init(hWnd, 64, 64, false, false, 0))
-    {
-        std::printf("bench_texture_upload: no window or no Direct3D 9 device\n");
+    kvbench::Host host;
+    if (!kvbench::StartRenderSystem("bench_texture_upload", host))
         return 1;
-    }
+    CRenderSystem* rs = host.rs;
     ref_ptr<CTexture> texture = rs->CreateTextureManual(TEX_TYPE_2D, kSize, kSize, 1, 0, PF_A8R8G8B8, 0, 0, false);
     CD3D9HardwarePixelBuffer* buffer =
         texture ? static_cast<CD3D9HardwarePixelBuffer*>(texture->getBuffer(0, 0)) : nullptr;
@@ -185,7 +176,7 @@ int main()
     buffer->blitToMemory(whole, PixelBox(kSize, kSize, 1, PF_A8R8G8B8, back.data()));
     const bool written = rawOk && back == images[(kUploads - 1) & 1] && GetLogTexts(LOG_ERROR).empty();
 
-    const double pluginMs = Median(pluginTimes) * 1000.0, rawMs = Median(rawTimes) * 1000.0;
+    const double pluginMs = kvbench::Median(pluginTimes) * 1000.0, rawMs = kvbench::Median(rawTimes) * 1000.0;
     std::printf("BENCH texture_upload.plugin_ms %.3f ms\n", pluginMs);
     std::printf("BENCH texture_upload.raw_ms %.3f ms\n", rawMs);
     std::printf("BENCH texture_upload.time_vs_raw %.3f x\n", pluginMs / rawMs);
@@ -195,9 +186,6 @@ int main()
                 kSize, kRounds, written ? "checked" : "WRONG");
 
     texture = nullptr;
-    rs->Destroy();
-    delete rs;
-    EngineShutdown();
-    DestroyWindow(hWnd);
+    kvbench::StopRenderSystem(host);
     return written ? 0 : 1;
 }

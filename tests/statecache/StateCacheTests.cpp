@@ -277,8 +277,11 @@ TEST_F(StateCache, CapabilitiesHoldStatesBack)
                                D3DTADDRESS_MIRROR, 4, D3DSAMP_BORDERCOLOR, 0xFFFF7F00u, 4, D3DSAMP_MIPMAPLODBIAS,
                                Bits(0.5f)),
               SamplerStates(mark));
-    // The texture has no native object yet: the unit binds null, once.
-    EXPECT_EQ(Call("SetTexture", 4, 0), Trace(mark, {Method::SetTexture}));
+    // The texture has no native object yet: the unit binds the engine's white texture, once.
+    const uintptr_t white =
+        reinterpret_cast<uintptr_t>(static_cast<CD3D9Texture*>(rs->GetWhiteTexture())->GetNativeTexture());
+    ASSERT_NE(0u, white);
+    EXPECT_EQ(Call("SetTexture", 4, uint64_t(white)), Trace(mark, {Method::SetTexture}));
     EXPECT_EQ(texture.get(), rs->m_pLastUsedTexture);
     mark = kvproxy::Here();
     rs->SetTexture(4, texture.get(), state);

@@ -8,6 +8,7 @@
 #include "D3D9HardwareVertexBuffer.h"
 #include "D3D9RenderSystem.h"
 #include "D3D9RenderWindow.h"
+#include "D3D9Texture.h"
 #include "D3D9VertexDeclaration.h"
 
 #include "engine/DeviceCapabilities.h"
@@ -120,21 +121,11 @@ std::string Samplers(U unit, T type, V value, R... rest)
 // A float's bit pattern, as Direct3D takes float states.
 uint32_t Bits(float f);
 
-// An engine texture with nothing native behind it: enough for the roads that
-// only hold or bind a texture, such as a depth texture or a sampler's.
-class StandInTexture : public kv::CTexture
+// A texture of the plug-in's own kind with no Direct3D texture made yet: the render
+// system takes every texture for its own, so a texture of another class would not do
+// for the roads that only hold or bind one, such as a depth texture or a sampler's.
+class StandInTexture : public kv::CD3D9Texture
 {
-public:
-    void freeInternalResources() override {}
-    void _autogenerateMipmaps() override {}
-    unsigned char getFSAA() override { return 0; }
-    kv::CHardwarePixelBuffer* getBuffer(unsigned, unsigned) override { return nullptr; }
-    bool SaveToFile(const char*) override { return false; }
-    bool SaveToMemory(void**, unsigned*) override { return false; }
-    void copyToTexture(kv::CTexture*) override {}
-    int TextureReserved7(int, int, int, int, int, int, int) override { return 0; }
-    bool TextureReserved3(int, int, int) override { return false; }
-    bool createInternalResources() override { return false; }
 };
 
 } // namespace kvtest
