@@ -1,15 +1,20 @@
 // Constants as the device sees them: which registers a setter queues, how a
 // flush merges them into calls, what a repeated value spares, and what the
-// guards keep out of the shadows. Binds are made here where the registers
-// matter, and come from the compiled tables where the tables matter.
+// guards keep out of the shadows; activation, what a variant still compiling
+// and a device reset do to the shaders set, and the complexity view's constant.
 #include "ProgramFixture.h"
 
 #include "D3D9ShaderConstants.h"
+
+#include "engine/GpuProgramManager.h"
+
+#include <d3dx9.h>
 
 #include <cstring>
 #include <deque>
 #include <functional>
 #include <limits>
+#include <tuple>
 
 using namespace kv;
 using namespace kvtest;
@@ -106,15 +111,6 @@ TEST_F(Constants, AValueTheRegisterHoldsCostsNothing)
             lit->SetVector4(both, row.value);
         EXPECT_EQ(row.sends, Flush(Method::SetVertexShaderConstantF));
     }
-    // Another program writing the same value pays nothing for the switch.
-    lit->SetVector4(both, one);
-    lit->FlushConstants();
-    ref_ptr<CD3D9HLSLProgram> other = Make("lit+other");
-    other->SetVector4(both, one);
-    kvproxy::Mark from = kvproxy::Here();
-    other->FlushConstants();
-    EXPECT_TRUE(kvproxy::NoDeviceCalls(from));
-
     // One component of a block changed: the whole block again; after a reset, the same value again.
     const CGpuProgram::PARAM* block = Param(40, -1, 4, 0);
     std::vector<float> values = Fresh(4);
@@ -143,8 +139,8 @@ TEST_F(Constants, TheGuardsKeepEveryWriteInsideItsBindAndTheShadows)
         {"no parameter", [&] { lit->SetVector4(nullptr, data.data()); }, {}, {}},
         {"no bind", [&] { lit->SetVector4(&unbound, data.data()); }, {}, {}},
         {"no stage", [&] { lit->SetVector4(Param(-1, -1, 1, 1), data.data()); }, {}, {}},
-        {"past the vertex registers", [&] { lit->SetValue(Param(254, -1, 4, 0), data.data()); }, {}, {}},
-        {"past the pixel registers", [&] { lit->SetValue(Param(-1, 222, 0, 4), data.data()); }, {}, {}},
+        {"past the vertex registers", [&] { lit->SetValue(Param(253, -1, 4, 0), data.data()); }, {}, {}},
+        {"past the pixel registers", [&] { lit->SetValue(Param(-1, 221, 0, 4), data.data()); }, {}, {}},
         {"array longer than the bind",
          [&] { lit->SetVector4Array(Param(30, 12, 2, 1), data.data(), 8); },
          {{30, 2}},
@@ -200,25 +196,95 @@ TEST_F(Constants, BindsFollowTheCompiledTablesOfTheCurrentVariant)
     ASSERT_NE(nullptr, colours->m_pBind);
     EXPECT_EQ(-1, colours->m_pBind->nVSRegister);
     EXPECT_EQ(4, colours->m_pBind->nPSCount); // an array binds whole
+    // The registers are the shader's own, as its constant table has them.
+    std::vector<DWORD> code(4096);
+    UINT size = static_cast<UINT>(code.size() * 4);
+    ASSERT_EQ(D3D_OK, lit->GetCurrentVariant()->m_pVertexShader->GetFunction(code.data(), &size));
+    ID3DXConstantTable* table = nullptr;
+    ASSERT_EQ(D3D_OK, D3DXGetShaderConstantTable(code.data(), &table));
+    D3DXCONSTANT_DESC desc = {};
+    UINT count = 1;
+    table->GetConstantDesc(table->GetConstantByName(nullptr, "world"), &desc, &count);
+    table->Release();
     lit->SetMatrixArray(world, Fresh(4).data(), 1);
-    EXPECT_EQ(Runs({{world->m_pBind->nVSRegister, 4}}), Flush(Method::SetVertexShaderConstantF));
+    EXPECT_EQ(Runs({{static_cast<int>(desc.RegisterIndex), 4}}), Flush(Method::SetVertexShaderConstantF));
+}
 
-    // In editor mode the first variant made reads the vertex input, sorted by semantic.
-    g_bEditorMode = true;
-    Keys(6, 1); // vertex colour, instancing
-    ref_ptr<CD3D9HLSLProgram> instanced = Make("lit");
-    ASSERT_TRUE(WaitReady(instanced.get()));
-    const std::vector<std::pair<int, int>> semantics = {{VES_POSITION, 0},
-                                                        {VES_NORMAL, 0},
-                                                        {VES_TEXTURE_COORDINATES, 1},
-                                                        {VES_TEXTURE_COORDINATES, 2},
-                                                        {VES_TEXTURE_COORDINATES, 3},
-                                                        {VES_COLOUR, 0}};
-    EXPECT_EQ(semantics, instanced->m_inputSemantics);
-    int semantic = -1;
-    EXPECT_EQ(3, instanced->GetInputSemantic(4, &semantic));
-    EXPECT_EQ(VES_TEXTURE_COORDINATES, semantic);
-    EXPECT_EQ(0, lit->GetInputSemanticCount());
+class Activation : public LitTest
+{
+protected:
+    static uint64_t Number(const void* p) { return static_cast<uint64_t>(reinterpret_cast<uintptr_t>(p)); }
+    // The shaders set on the device since the mark: vertex, then pixel.
+    std::pair<ArgList, ArgList> Sets(kvproxy::Mark from)
+    {
+        return {ArgsOf(from, Method::SetVertexShader, 1), ArgsOf(from, Method::SetPixelShader, 1)};
+    }
+    std::pair<ArgList, ArgList> Own()
+    {
+        return {{{Number(lit->GetCurrentVariant()->m_pVertexShader)}},
+                {{Number(lit->GetCurrentVariant()->m_pPixelShader)}}};
+    }
+};
+
+TEST_F(Activation, ShadersAreSetOnceNotWhileCompilingAndAgainAfterAReset)
+{
+    kvproxy::Mark from = kvproxy::Here();
+    ASSERT_TRUE(lit->BeginActivate(nullptr, false));
+    ASSERT_TRUE(lit->BeginActivate(nullptr, false));
+    EXPECT_EQ(Own(), Sets(from));
+
+    // The compile thread waits for the engine's shader files while we hold them.
+    GetGpuProgramManager()->GetDX9ShaderMutex().Enter();
+    Keys(1, 1);
+    from = kvproxy::Here();
+    EXPECT_FALSE(lit->BeginActivate(nullptr, false));
+    EXPECT_TRUE(kvproxy::NoDeviceCalls(from));
+    EXPECT_EQ(VARIANT_QUEUED, lit->GetCurrentVariant()->State());
+    GetGpuProgramManager()->GetDX9ShaderMutex().Leave();
+    ASSERT_TRUE(WaitReady(lit.get()));
+
+    // A reset leaves the program as it is; the next activation sets both again.
+    IDirect3DVertexShader9* shader = lit->GetCurrentVariant()->m_pVertexShader;
+    ASSERT_TRUE(lit->BeginActivate(nullptr, false));
+    kvproxy::LoseDevice();
+    kvproxy::AllowDeviceReset();
+    ASSERT_TRUE(rs->IsDeviceAvailable());
+    from = kvproxy::Here();
+    ASSERT_TRUE(lit->BeginActivate(nullptr, false));
+    EXPECT_EQ(Own(), Sets(from));
+    EXPECT_EQ(shader, lit->GetCurrentVariant()->m_pVertexShader);
+    EXPECT_EQ(2u, Compiles());
+}
+
+// The complexity view gets the variant's costs as one constant, scaled by
+// the budget; other modes send nothing of it.
+TEST_F(Activation, TheComplexityViewGetsTheVariantsCostsAsOneConstant)
+{
+    d3d->m_nComplexityRegister = 3;
+    d3d->m_nComplexityRegisterCount = 1;
+    ShaderVariant* variant = lit->GetCurrentVariant();
+    // The pixel stage's costs or the vertex stage's, the vertex stage's, then two constants.
+    const std::tuple<bool, int, int, float, float> rows[] = {
+        {false, 150, 30, 0.5f, 0.5f}, {true, 150, 30, 0.1f, 0.5f}, {true, 0, 0, 0.0f, 0.0f}};
+    rs->SetFillMode(FILL_SHADER_COMPLEXITY);
+    for (const auto& row : rows)
+    {
+        std::tie(g_bShaderComplexityPS, variant->m_nVertexSlots, variant->m_nPixelSlots, std::ignore, std::ignore) =
+            row;
+        kvproxy::Mark from = kvproxy::Here();
+        lit->FlushConstants();
+        const std::vector<KvProxyCall> sends = kvproxy::CallsSince(from, Method::SetPixelShaderConstantF);
+        ASSERT_EQ(ArgList({{3}}), ArgsOf(from, Method::SetPixelShaderConstantF, 1));
+        const float* v = kvproxy::FloatsOf(sends[0]);
+        EXPECT_EQ(std::vector<float>({std::get<3>(row), std::get<4>(row), 0.03125f, 1.0f}),
+                  std::vector<float>(v, v + 4));
+    }
+    g_bShaderComplexityPS = false;
+    rs->SetFillMode(FILL_SOLID);
+    variant->m_nVertexSlots = 1;
+    kvproxy::Mark from = kvproxy::Here();
+    lit->FlushConstants();
+    EXPECT_TRUE(kvproxy::NoDeviceCalls(from));
 }
 
 } // namespace

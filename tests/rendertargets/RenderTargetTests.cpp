@@ -40,33 +40,6 @@ size_t CountNot(const std::vector<uint32_t>& pixels, unsigned width, unsigned fr
     return CountNot(pixels.data(), pixels.size(), width, from, to, rgb);
 }
 
-// A file's picture as X8R8G8B8, through D3DX.
-std::vector<uint32_t> ReadImage(IDirect3DDevice9* device, const std::string& path, unsigned* width)
-{
-    D3DXIMAGE_INFO info = {};
-    IDirect3DSurface9* s = nullptr;
-    D3DLOCKED_RECT locked;
-    std::vector<uint32_t> pixels;
-    if (SUCCEEDED(D3DXGetImageInfoFromFileA(path.c_str(), &info)) &&
-        SUCCEEDED(device->CreateOffscreenPlainSurface(info.Width, info.Height, D3DFMT_X8R8G8B8, D3DPOOL_SYSTEMMEM, &s,
-                                                      nullptr)) &&
-        SUCCEEDED(D3DXLoadSurfaceFromFileA(s, nullptr, nullptr, path.c_str(), nullptr, D3DX_FILTER_NONE, 0, nullptr)) &&
-        SUCCEEDED(s->LockRect(&locked, nullptr, D3DLOCK_READONLY)))
-    {
-        for (unsigned y = 0; y < info.Height; ++y)
-        {
-            const uint32_t* row =
-                reinterpret_cast<const uint32_t*>(static_cast<const uint8_t*>(locked.pBits) + y * locked.Pitch);
-            pixels.insert(pixels.end(), row, row + info.Width);
-        }
-        s->UnlockRect();
-    }
-    if (s)
-        s->Release();
-    *width = info.Width;
-    return pixels;
-}
-
 } // namespace
 
 class RenderTargetsTest : public KvDeviceTest
@@ -89,6 +62,22 @@ protected:
     static CD3D9RenderTexture* RenderTexture(CTexture* t)
     {
         return static_cast<CD3D9RenderTexture*>(Buffer(t)->getRenderTarget(0));
+    }
+    // A file's picture, through D3DX into a lockable render target.
+    std::vector<uint32_t> ReadImage(const std::string& path, unsigned* width)
+    {
+        D3DXIMAGE_INFO info = {};
+        IDirect3DSurface9* s = nullptr;
+        std::vector<uint32_t> pixels;
+        if (SUCCEEDED(D3DXGetImageInfoFromFileA(path.c_str(), &info)) &&
+            SUCCEEDED(device->CreateRenderTarget(info.Width, info.Height, D3DFMT_X8R8G8B8, D3DMULTISAMPLE_NONE, 0, TRUE,
+                                                 &s, nullptr)) &&
+            SUCCEEDED(
+                D3DXLoadSurfaceFromFileA(s, nullptr, nullptr, path.c_str(), nullptr, D3DX_FILTER_NONE, 0, nullptr)))
+            pixels = ReadPixels(s, width);
+        if (s)
+            s->Release();
+        return pixels;
     }
     // The target bound through a viewport over its left `columns` (all: 0),
     // which are cleared to rgb (each channel 0 or 0xFF).
@@ -280,7 +269,7 @@ TEST_F(RenderTargetsTest, ScreenShotPicksFormatScaleAndRectangle)
         if (r.format != D3DXIFF_PNG || !r.saved)
             continue;
         unsigned width = 0;
-        const std::vector<uint32_t> image = ReadImage(device, path, &width);
+        const std::vector<uint32_t> image = ReadImage(path, &width);
         EXPECT_EQ(r.width * (r.rect ? 4 : r.width), image.size());
         // The edge between the halves may blend when scaled.
         EXPECT_EQ(0u, CountNot(image, width, 0, width / 2 - 1, 0xFF0000));
