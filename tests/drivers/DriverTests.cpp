@@ -97,7 +97,6 @@ TEST_F(Drivers, TheRealAdapterAsDirect3DReportsItAndNoneWithoutOne)
     D3D9Driver* driver = static_cast<D3D9Driver*>(drivers.GetItem(0u));
     EXPECT_STREQ(id.Driver, driver->GetDriverName());
     EXPECT_EQ(std::string("Monitor-1-") + id.Description, driver->GetDriverDescription());
-    EXPECT_EQ(0u, driver->getAdapterNumber());
     EXPECT_EQ(0, std::memcmp(&desktop, &driver->getDesktopMode(), sizeof desktop));
     // An index at or past the count throws the range error.
     EXPECT_NE(nullptr, drivers.GetItem(drivers.GetCount() - 1));

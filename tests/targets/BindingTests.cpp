@@ -36,8 +36,13 @@ TEST_F(TargetsTest, ViewportBindsOnceAndSetsViewportAndScissorEveryTime)
     EXPECT_EQ(
         Join(expected, Call("SetDepthStencilSurface", P(DepthSurfaceOf(rs->m_pMainWindow.get()))), viewport, viewport),
         Trace(from));
-    EXPECT_EQ(rs->m_pMainWindow.get(), rs->_getRenderTarget());
     EXPECT_TRUE(Errors().empty());
+    // A null scissor rectangle goes back to the viewport's.
+    RECT r = {0, 0, 1, 1};
+    mark = kvproxy::Here();
+    rs->SetScissorRect(&r);
+    rs->SetScissorRect(nullptr);
+    EXPECT_EQ(Join(Call("SetScissorRect", 0, 0, 1, 1), Call("SetScissorRect", 10, 20, 110, 70)), Trace(mark));
 }
 
 TEST_F(TargetsTest, ClearFlagsFollowTheBuffersWordAndOnlyDepthMarksItCleared)
