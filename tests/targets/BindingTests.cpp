@@ -133,8 +133,12 @@ TEST_F(TargetsTest, DepthBuffersAreSharedWhereTheyFitAndDepthTexturesServeWithou
     rs->_setRenderTarget(flat.get());
     rs->_setRenderTarget(flat2.get());
     EXPECT_EQ(Call("SetDepthStencilSurface", 0), Trace(mark, {Method::SetDepthStencilSurface}));
-    EXPECT_TRUE(d3d->m_pActiveDepthBuffer.get() == nullptr && d3d->m_pCurrentDepthStencil == nullptr);
-    EXPECT_EQ(nullptr, flat->m_pDepthBuffer.get());
+    EXPECT_TRUE(!d3d->m_pActiveDepthBuffer.get() && !d3d->m_pCurrentDepthStencil && !flat->m_pDepthBuffer.get());
+    // The bound buffer is kept only for a target it fits: one pixel wider needs another.
+    rs->_setRenderTarget(rs->m_pMainWindow.get());
+    ref_ptr<SurfaceTarget> wider = MakeTarget(kWidth + 1, kHeight);
+    rs->_setRenderTarget(wider.get());
+    EXPECT_NE(rs->m_pMainWindow->m_pDepthBuffer.get(), wider->m_pDepthBuffer.get());
 
     // A depth texture takes the place of a depth buffer only without multisampling:
     // with four samples a multisampled buffer is made.
