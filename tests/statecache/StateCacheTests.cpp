@@ -85,7 +85,7 @@ TEST_F(StateCache, FirstSetsReachTheDeviceAndRepeatsMakeNoCallTillAReset)
     setAll();
     EXPECT_EQ(samplers, SamplerStates(mark));
     EXPECT_EQ(states, States());
-    EXPECT_TRUE(rs->GetDepthCheckEnabled() && rs->GetDepthWriteEnabled());
+    EXPECT_TRUE(rs->GetDepthCheckEnabled() && rs->GetDepthWriteEnabled() && rs->GetCullingMode() == CULL_NONE);
     setAll();
     EXPECT_TRUE(Spared());
     // After a reset the same values go out again, though the device holds them.
