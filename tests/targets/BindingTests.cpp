@@ -138,7 +138,7 @@ TEST_F(TargetsTest, DepthBuffersAreSharedWhereTheyFitAndDepthTexturesServeWithou
     rs->_setRenderTarget(rs->m_pMainWindow.get());
     ref_ptr<SurfaceTarget> wider = MakeTarget(kWidth + 1, kHeight);
     rs->_setRenderTarget(wider.get());
-    EXPECT_NE(rs->m_pMainWindow->m_pDepthBuffer.get(), wider->m_pDepthBuffer.get());
+    EXPECT_TRUE(wider->m_pDepthBuffer.get() && wider->m_pDepthBuffer.get() != rs->m_pMainWindow->m_pDepthBuffer.get());
 
     // A depth texture takes the place of a depth buffer only without multisampling:
     // with four samples a multisampled buffer is made.
