@@ -1,7 +1,6 @@
-// Binding vertex streams, indices and declarations through their shadows, and
-// the three draw forms: what reaches the device and what is spared, hardware
-// instancing through the stream frequencies, every frame statistic, and the
-// profiler's texts.
+// Streams, indices and declarations bound through their shadows, the three draw
+// forms, instancing through the stream frequencies, the frame statistics and
+// the profiler's texts.
 #include "KvDeviceTest.h"
 
 using namespace kv;
@@ -87,16 +86,6 @@ TEST_F(Draws, StreamsAndIndicesBindThroughTheirShadows)
         Errors());
     ClearLog();
 
-    // The second stream binds its own buffer and may replace the declaration.
-    ref_ptr<CVertexDeclaration> instanceLayout = ColourDeclaration();
-    ref_ptr<CHardwareVertexBuffer> instances = VertexBuffer(std::vector<ColourVertex>(2));
-    mark = kvproxy::Here();
-    rs->SetVertexBuffers(1, VertexData(instanceLayout.get(), instances.get(), 0, 2).get(), 0);
-    EXPECT_EQ(Join(Call("SetVertexDeclaration", kvproxy::PtrArg(Native(instanceLayout.get()))),
-                   Call("SetStreamSource", 1, kvproxy::PtrArg(D3D(instances.get())->m_pD3D9VertexBuffer), 0, kStride)),
-              Step());
-    EXPECT_EQ(D3D(buffer.get())->m_pD3D9VertexBuffer, d3d->m_streamBuffers[0]);
-
     // Indices likewise, counted; data without buffer or declaration unbinds, and so does null.
     ref_ptr<CHardwareIndexBuffer> other = IndexBuffer16({0, 1, 2});
     Timer().Reset();
@@ -111,24 +100,6 @@ TEST_F(Draws, StreamsAndIndicesBindThroughTheirShadows)
                    Call("SetVertexDeclaration", 0), Call("SetStreamSource", 0, 0, 0, 0), Call("SetIndices", 0)),
               Step());
     EXPECT_EQ(Call("", 0, 0, 0, 0, 0, 0, 0, 1, 0, 3, 18 + 6), Counts());
-
-    // Refused binds are logged and still shadowed, till the caches are reset.
-    for (Method m : {Method::SetStreamSource, Method::SetIndices, Method::SetVertexDeclaration})
-        kvproxy::FailMethod(m, D3DERR_INVALIDCALL, 1);
-    rs->SetVertexBuffer(data.get());
-    rs->SetIndexBuffer(indices.get());
-    EXPECT_EQ((std::vector<std::string>{VerifyLine(D3DERR_INVALIDCALL, "Failed to SetVertexDeclaration"),
-                                        VerifyLine(D3DERR_INVALIDCALL, "Failed to SetStreamSource"),
-                                        VerifyLine(D3DERR_INVALIDCALL, "Failed to SetIndices")}),
-              Errors());
-    Step();
-    rs->SetVertexBuffer(data.get());
-    rs->SetIndexBuffer(indices.get());
-    EXPECT_EQ("", Step());
-    d3d->_resetStateCaches();
-    rs->SetVertexBuffer(data.get());
-    rs->SetIndexBuffer(indices.get());
-    EXPECT_EQ(Join(Call("SetVertexDeclaration"), Call("SetStreamSource"), Call("SetIndices")), Step({}, 0));
 }
 
 TEST_F(Draws, EachFormTakesItsCountFromIndicesOrVertices)
@@ -200,18 +171,6 @@ TEST_F(Draws, NothingToDrawMakesNoDrawCallAndCountsNothing)
     // None of these touched the frequencies the instanced draw left.
     EXPECT_EQ("", Step());
     EXPECT_EQ(0x40000001u, d3d->m_streamFrequencies[0]);
-    // The user-memory forms set the declaration even for an unknown type or nothing to draw.
-    ref_ptr<CVertexDeclaration> other = ColourDeclaration();
-    d3d->_setStreamFrequency(0, 1);
-    d3d->_setStreamFrequency(1, 0x80000001);
-    Step();
-    rs->DrawPrimitiveUP(static_cast<PrimitiveType>(9), 3, user, kStride, other.get(), 1);
-    DrawIndexedUP(PT_TRIANGLE_LIST, 0, 6);
-    DrawIndexedUP(PT_TRIANGLE_LIST, 4, 2);
-    EXPECT_EQ(Join(Call("SetStreamSourceFreq", 1, 1),
-                   Call("SetVertexDeclaration", kvproxy::PtrArg(Native(other.get()))),
-                   Call("SetVertexDeclaration", decl)),
-              Step());
     EXPECT_EQ(Call("", 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0), Counts());
     // Missing data is reported.
     rs->DrawPrimitive(PT_TRIANGLE_LIST, nullptr, nullptr, 1, false);
@@ -270,14 +229,7 @@ TEST_F(Draws, InstancingSetsAndRestoresTheFrequenciesAndOnlySolidSceneDrawsCount
     rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), nullptr, 1, false);
     EXPECT_EQ(Call("", 1, 4, 1, 4 + 1 + 2, 4 + 3 + 4, 3, 1, 3, 7 * kStride + 8 * kStride, 1, 12), Counts());
 
-    EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
-
-    // A refused frequency is logged and kept; refused draws are logged and still counted.
-    kvproxy::FailMethod(Method::SetStreamSourceFreq, D3DERR_INVALIDCALL, 1);
-    rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), nullptr, 3, true);
-    EXPECT_EQ(std::vector<std::string>{VerifyLine(D3DERR_INVALIDCALL, "Failed to SetStreamSourceFreq")}, Errors());
-    EXPECT_EQ((std::vector<uint32_t>{0x40000003u, 0x80000001u}), d3d->m_streamFrequencies);
-    ClearLog();
+    // Refused draws are logged and still counted.
     Timer().Reset();
     for (Method m :
          {Method::DrawIndexedPrimitive, Method::DrawPrimitive, Method::DrawPrimitiveUP, Method::DrawIndexedPrimitiveUP})
@@ -305,9 +257,8 @@ TEST_F(Draws, ProfilerEventsAndMarkersCarryTheirText)
     ASSERT_EQ(Join(Call("D3DPERF_BeginEvent", 0x01000100u), Call("D3DPERF_SetMarker", 0x01000100u),
                    Call("D3DPERF_EndEvent"), Call("D3DPERF_BeginEvent", 0x01000100u)),
               Trace(mark, {}, 1));
-    EXPECT_EQ(L"Shadow pass", kvproxy::TextOf(calls[0]));
-    EXPECT_EQ(L"cascade 2", kvproxy::TextOf(calls[1]));
-    EXPECT_EQ(L"", kvproxy::TextOf(calls[3]));
+    EXPECT_EQ(std::wstring(L"Shadow pass|cascade 2|"),
+              kvproxy::TextOf(calls[0]) + L"|" + kvproxy::TextOf(calls[1]) + L"|" + kvproxy::TextOf(calls[3]));
     rs->EndEvent();
 }
 

@@ -1,7 +1,6 @@
-// The registry of device-bound objects, on its own with members built while no
-// render system exists (so they stay out of every table until a test adds them
-// by hand), and inside the render system: members join and leave by
-// themselves, hear of the device's end before the runtime goes, and may outlive it.
+// The registry of device-bound objects on its own (members built with no render
+// system, added by hand) and inside the render system: members join and leave
+// by themselves, hear of the device's end before the runtime goes, may outlive it.
 #include "D3D9RenderSystem.h"
 #include "D3D9Resource.h"
 #include "D3D9ResourceManager.h"
@@ -116,7 +115,7 @@ TEST_F(Registry, RemovesBySwappingAndWalksInTableOrder)
 
     // A member removed during a walk is not told: c drops b, d moves into b's
     // place and is still told. Dropping the last member ends the walk early
-    // instead of reading past it. A member added during a walk is told in it.
+    // instead of reading past it.
     Probe* e = Add("e");
     journal.clear();
     c->m_hook = [&] { manager->notifyResourceDestroyed(b); };
@@ -127,12 +126,7 @@ TEST_F(Registry, RemovesBySwappingAndWalksInTableOrder)
     c->m_hook = [&] { manager->notifyResourceDestroyed(d); };
     manager->notifyOnDeviceReset();
     EXPECT_EQ((Names{"c reset", "e reset"}), journal);
-    journal.clear();
-    bool added = false;
-    c->m_hook = [&] { added = added || Add("late"); };
-    manager->notifyOnDeviceLost();
-    EXPECT_EQ((Names{"c lost", "e lost", "late lost"}), journal);
-    for (Probe* p : {c, e, probes.back().get()})
+    for (Probe* p : {c, e})
         manager->notifyResourceDestroyed(p);
     EXPECT_EQ(0u, manager->GetResourceCount());
     // An empty table ends without a log line.
@@ -152,10 +146,6 @@ TEST_F(Registry, ReservesTwentyThousandAndThenGrowsByHalf)
     for (std::size_t i = 20001; i < many.size(); ++i)
         manager->notifyResourceCreated(&many[i]);
     EXPECT_EQ(45000u, manager->GetCapacity());
-    // Removing from the middle of a large table still keeps the invariant.
-    manager->notifyResourceDestroyed(&many[5]);
-    EXPECT_EQ(&many[30000], manager->GetResource(5));
-    EXPECT_EQ(5, many[30000].m_nResourceIndex);
     for (CD3D9Resource& r : many)
         manager->notifyResourceDestroyed(&r);
     EXPECT_EQ(0u, manager->GetResourceCount());
@@ -183,11 +173,6 @@ TEST_F(Registry, LeakReportListsTheEngineCountersAndTheClosingLine)
     manager.reset();
     for (int i = 0; i < 33; ++i)
         *counters[i] = saved[i];
-    // "DX设备释放前对应的DX资源应该要全部释放掉！！！" in GBK.
-    const unsigned char gbk[] = {0x44, 0x58, 0xc9, 0xe8, 0xb1, 0xb8, 0xca, 0xcd, 0xb7, 0xc5, 0xc7, 0xb0,
-                                 0xb6, 0xd4, 0xd3, 0xa6, 0xb5, 0xc4, 0x44, 0x58, 0xd7, 0xca, 0xd4, 0xb4,
-                                 0xd3, 0xa6, 0xb8, 0xc3, 0xd2, 0xaa, 0xc8, 0xab, 0xb2, 0xbf, 0xca, 0xcd,
-                                 0xb7, 0xc5, 0xb5, 0xf4, 0xa3, 0xa1, 0xa3, 0xa1, 0xa3, 0xa1};
     EXPECT_EQ((Names{"g_nNodeAmount:10\ng_nEntityAmount:20\ng_nEffectAmount:30\ng_nSkinAmount:40\n"
                      "g_nSkinSocketAmount:-10\ng_nAnimNodeAmount:60\ng_nSoundAmount:70\ng_nTerrainAmount:80\n"
                      "g_nCameraAmount:90\ng_nLineAmount:100\ng_nLightAmount:110\ng_nTerrainTrunkAmount:120\n"
@@ -197,7 +182,10 @@ TEST_F(Registry, LeakReportListsTheEngineCountersAndTheClosingLine)
                      "g_nMeshAmount:240\ng_nEffectMeshAmount:250\ng_nTmeMeshAmount:260\ng_nMaterialAmount:270\n"
                      "g_nMaterialSetAmount:280\ng_nSkeletonAmount:290\ng_nSkaAmount:300\n\n"
                      "g_nSoundBufferAmount:310\ng_nVertexDeclarationAmount:320\ng_nGpuProgramAmount:330\n",
-                     std::string(reinterpret_cast<const char*>(gbk), sizeof(gbk))}),
+                     // "DX设备释放前对应的DX资源应该要全部释放掉！！！" in GBK.
+                     "DX\xC9\xE8\xB1\xB8\xCA\xCD\xB7\xC5\xC7\xB0\xB6\xD4\xD3\xA6\xB5\xC4"
+                     "DX\xD7\xCA\xD4\xB4\xD3\xA6"
+                     "\xB8\xC3\xD2\xAA\xC8\xAB\xB2\xBF\xCA\xCD\xB7\xC5\xB5\xF4\xA3\xA1\xA3\xA1\xA3\xA1"}),
               RegistryErrors());
     EXPECT_EQ(2u, GetLogLineCount());
     // The member was not touched: alive, untold, its index as it was.

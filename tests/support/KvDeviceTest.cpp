@@ -41,14 +41,6 @@ ArgList ArgsOf(kvproxy::Mark from, kvproxy::Method m, unsigned n)
     return out;
 }
 
-std::vector<std::string> MethodsSince(kvproxy::Mark from)
-{
-    std::vector<std::string> out;
-    for (const KvProxyCall& c : kvproxy::CallsSince(from))
-        out.push_back(kvproxy::MethodName(kvproxy::MethodOf(c)));
-    return out;
-}
-
 std::string Trace(kvproxy::Mark from, std::initializer_list<kvproxy::Method> only, unsigned args)
 {
     std::string s;
@@ -103,7 +95,6 @@ void KvDeviceTest::Open(DWORD style, DWORD exStyle)
     kvproxy::ResetAll();
     SetLogEcho(false);
     ClearLog();
-    // The engine's own, outliving a render system: every test starts as a process does.
     g_eRenderSystemType = RST_DX9C;
     gMainWindowFormat = PF_X8R8G8B8;
     g_bInGUIMode = false;
@@ -243,12 +234,12 @@ ref_ptr<CHardwareIndexBuffer> KvDeviceTest::IndexBuffer16(const std::vector<uint
 ref_ptr<CVertexData> KvDeviceTest::VertexData(CVertexDeclaration* declaration, CHardwareVertexBuffer* buffer,
                                               unsigned start, unsigned count)
 {
-    ref_ptr<CVertexData> data = rs->CreateVertexData();
-    data->m_pDeclaration = declaration;
-    data->m_pBuffer = buffer;
-    data->m_nVertexStart = start;
-    data->m_nVertexCount = count;
-    return data;
+    ref_ptr<CVertexData> d = rs->CreateVertexData();
+    d->m_pDeclaration = declaration;
+    d->m_pBuffer = buffer;
+    d->m_nVertexStart = start;
+    d->m_nVertexCount = count;
+    return d;
 }
 
 ref_ptr<CIndexData> KvDeviceTest::IndexData(CHardwareIndexBuffer* buffer, unsigned start, unsigned count)

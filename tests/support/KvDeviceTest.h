@@ -1,7 +1,6 @@
-// The start every device suite shares: the recording d3d9.dll back to plain
-// forwarding, the engine's log and globals as a process starts them, a window
-// and a render system on it (Init run by SetUp unless a suite starts it itself),
-// and what a test reads back: log texts, pixels, the engine's geometry objects.
+// The start every device suite shares (the recording d3d9.dll, the engine's log
+// and globals as a process starts them, a window and a render system on it, Init
+// run by SetUp unless a suite starts it itself) and what a test reads back.
 #pragma once
 
 #include "D3D9HardwareIndexBuffer.h"
@@ -66,12 +65,9 @@ inline bool Logged(const std::string& text, kv::LogLevel level = kv::LOG_ERROR)
 // The first `n` arguments of each call of `m` since `from`.
 typedef std::vector<std::vector<uint64_t>> ArgList;
 ArgList ArgsOf(kvproxy::Mark from, kvproxy::Method m, unsigned n);
-// The methods called since `from`, by name.
-std::vector<std::string> MethodsSince(kvproxy::Mark from);
 
-// Compact traces, one assertion per step. The calls since `from` (all, or only
-// these methods) as "Name(arg,arg)" words with their first `args` arguments in
-// decimal, blank-separated; Call writes one word the same way, Join joins words.
+// The calls since `from` (all, or only these methods) as blank-separated
+// "Name(arg,arg)" words of their first `args` arguments; Call writes one word, Join joins words.
 std::string Trace(kvproxy::Mark from, std::initializer_list<kvproxy::Method> only = {}, unsigned args = 8);
 template <class... A>
 std::string Call(const char* name, A... args)
@@ -92,9 +88,8 @@ std::string Join(const std::string& first, S... rest)
     const std::string tail = Join(rest...);
     return first.empty() ? tail : tail.empty() ? first : first + " " + tail;
 }
-// The render states set since `from` as "state=value" words, and the sampler
-// states as "sampler:type=value"; States and Samplers write the expected words
-// from alternating state and value, or sampler, type and value.
+// The render states set since `from` as "state=value" words, the sampler states as
+// "sampler:type=value"; States and Samplers write them from their parts in turn.
 std::string RenderStates(kvproxy::Mark from);
 std::string SamplerStates(kvproxy::Mark from);
 inline std::string States()
@@ -138,8 +133,7 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    // Everything up to Init: the proxy, the log, the globals, the main window
-    // (a child of a window of its own when the style says WS_CHILD), a render system.
+    // Everything up to Init; a WS_CHILD main window gets a parent window of its own.
     void Open(DWORD style = WS_OVERLAPPEDWINDOW, DWORD exStyle = 0);
     // Init on the main window, windowed; the trace is marked just before.
     bool Init(bool vsync = false, unsigned fsaa = 0);
@@ -159,7 +153,6 @@ protected:
     std::vector<uint32_t> ReadPixels(IDirect3DSurface9* surface, unsigned* width = nullptr, unsigned* height = nullptr);
     std::vector<uint32_t> ReadBackBuffer(unsigned* width = nullptr, unsigned* height = nullptr);
 
-    // The engine's geometry, made through the render system's factories.
     ref_ptr<kv::CVertexDeclaration> ColourDeclaration();
     ref_ptr<kv::CHardwareVertexBuffer> VertexBuffer(const std::vector<kvtest::ColourVertex>& vertices,
                                                     unsigned usage = kv::CHardwareBuffer::USAGE_STATIC);
