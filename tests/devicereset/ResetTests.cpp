@@ -148,6 +148,14 @@ struct ResetTest : KvDeviceTest
         return pp;
     }
 
+    // Size, back buffers, samples and quality, interval, rate, windowed, and whether on the main window.
+    std::string Params(const D3DPRESENT_PARAMETERS& pp) const
+    {
+        return Call("", pp.BackBufferWidth, pp.BackBufferHeight, pp.BackBufferCount, pp.MultiSampleType,
+                    pp.MultiSampleQuality, pp.PresentationInterval, pp.FullScreen_RefreshRateInHz, pp.Windowed,
+                    pp.hDeviceWindow == hWnd);
+    }
+
     ProbeResource* probe = nullptr;
     int engineResetsAtStart = 0;
     ref_ptr<CVertexDeclaration> declaration;
@@ -223,6 +231,77 @@ TEST_F(ResetTest, StepsRunInOrder)
     RefillDrawAndCheckScene(kWidth, kHeight);
 }
 
+TEST_F(ResetTest, RefusedResetsThenAGoodOneAndAPresentThatResets)
+{
+    ASSERT_NO_FATAL_FAILURE(MakeScene());
+    kvproxy::LoseDevice();
+    kvproxy::AllowDeviceReset();
+    kvproxy::FailMethod(Method::Reset, D3DERR_DEVICELOST, 2);
+    auto from = kvproxy::Here();
+    EXPECT_FALSE(rs->IsDeviceAvailable() || rs->IsDeviceAvailable());
+    EXPECT_EQ("(2,0,0)", Told());
+    // A refused reset leaves every default-pool object released, and a windowed one
+    // explains nothing beyond its warning.
+    EXPECT_TRUE(DynamicNative() == nullptr && D3D(indices.get())->m_pD3D9IndexBuffer == nullptr);
+    EXPECT_EQ(2u, CountOf(Texts(LOG_WARNING), ResetWarning(D3DERR_DEVICELOST, kWidth, kHeight, false)));
+    EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
+    EXPECT_TRUE(rs->IsDeviceAvailable());
+    EXPECT_TRUE(kvproxy::ResultsAre(from, Method::Reset, {D3DERR_DEVICELOST, D3DERR_DEVICELOST, D3D_OK}));
+    EXPECT_EQ("(3,1,1)", Told());
+    RefillDrawAndCheckScene(kWidth, kHeight);
+
+    // The main window's present finds a lost device and resets it.
+    kvproxy::LoseDevice();
+    kvproxy::AllowDeviceReset();
+    from = kvproxy::Here();
+    rs->m_pMainWindow->swapBuffers();
+    EXPECT_EQ(1u, kvproxy::CountSince(from, Method::Reset));
+    EXPECT_EQ("(4,2,2)", Told());
+    RefillDrawAndCheckScene(kWidth, kHeight);
+}
+
+TEST_F(ResetTest, PresentParametersOfEachReset)
+{
+    // Vsync off keeps two back buffers, and so does vsync on again.
+    ASSERT_NO_FATAL_FAILURE(Restart(true, 0));
+    ASSERT_EQ(2u, d3d->m_d3dpp.BackBufferCount);
+    auto from = kvproxy::Here();
+    ASSERT_TRUE(ResetMain(kWidth, kHeight, false, false, 0));
+    EXPECT_EQ(Call("", 64, 64, 2, 0, 0, D3DPRESENT_INTERVAL_IMMEDIATE, 0, 1, 1), Params(ResetWith(from)));
+    from = kvproxy::Here();
+    ASSERT_TRUE(ResetMain(kWidth, kHeight, false, true, 0));
+    EXPECT_EQ(Call("", 64, 64, 2, 0, 0, D3DPRESENT_INTERVAL_ONE, 0, 1, 1), Params(ResetWith(from)));
+
+    // A new size without multisampling reaches the back buffer; samples come back when asked.
+    ASSERT_NO_FATAL_FAILURE(Restart(false, 4));
+    ASSERT_EQ(D3DMULTISAMPLE_4_SAMPLES, d3d->m_d3dpp.MultiSampleType);
+    ASSERT_NO_FATAL_FAILURE(MakeScene());
+    from = kvproxy::Here();
+    ASSERT_TRUE(ResetMain(96, 48, false, false, 0));
+    EXPECT_EQ(Call("", 96, 48, 1, 0, 0, D3DPRESENT_INTERVAL_IMMEDIATE, 0, 1, 1), Params(ResetWith(from)));
+    EXPECT_EQ("Success ResetDevice,96, 48, FullScreen:false", Texts(LOG_INFO).back());
+    RefillDrawAndCheckScene(96, 48); // a multisampled back buffer could not be read back
+    from = kvproxy::Here();
+    ASSERT_TRUE(ResetMain(96, 48, false, false, 4));
+    EXPECT_EQ(Call("", 96, 48, 1, 4, 0, D3DPRESENT_INTERVAL_IMMEDIATE, 0, 1, 1), Params(ResetWith(from)));
+
+    // A secondary window's reset resizes that window and leaves the device alone; a handle
+    // no window owns and a size the window turns down are refused before the device is asked.
+    HWND other = MakeWindow(32, 32);
+    ASSERT_NE(nullptr, other);
+    from = kvproxy::Here();
+    {
+        ref_ptr<CRenderWindow> second = rs->CreateRenderWindow(other, 32, 32, false);
+        ASSERT_TRUE(second);
+        EXPECT_TRUE(rs->Reset(other, 48, 40, false, true, 4));
+        EXPECT_EQ(48u, second->getWidth());
+        EXPECT_EQ(Call("", 96, 48, 1, 4, 0, D3DPRESENT_INTERVAL_IMMEDIATE, 0, 1, 1), Params(d3d->m_d3dpp));
+    }
+    EXPECT_FALSE(rs->Reset(reinterpret_cast<HWND>(static_cast<uintptr_t>(0x1234)), 32, 32, false, false, 0));
+    EXPECT_FALSE(ResetMain(0, 32));
+    EXPECT_EQ(0u, kvproxy::CountSince(from, Method::Reset));
+}
+
 // The switches to full screen below are refused through the recording d3d9, so
 // the real device never takes the shared display.
 TEST_F(ResetTest, ChildWindowCannotGoFullScreen)
@@ -236,4 +315,19 @@ TEST_F(ResetTest, ChildWindowCannotGoFullScreen)
     EXPECT_EQ(std::vector<std::string>{ResetWarning(D3DERR_INVALIDCALL, kWidth, kHeight, true)}, Texts(LOG_WARNING));
     EXPECT_EQ((std::vector<std::string>{kHasParent, kNotChild, kNotTopmost}), Errors());
     EXPECT_EQ("(1,0,0)", Told());
+}
+
+TEST_F(ResetTest, TopLevelWindowFullScreenNeedsTopmost)
+{
+    kvproxy::FailMethod(Method::Reset, D3DERR_INVALIDCALL, 2);
+    EXPECT_FALSE(ResetMain(kWidth, kHeight, true));
+    EXPECT_EQ(std::vector<std::string>{ResetWarning(D3DERR_INVALIDCALL, kWidth, kHeight, true)}, Texts(LOG_WARNING));
+    EXPECT_EQ(std::vector<std::string>{kNotTopmost}, Errors());
+    // A topmost top-level window has nothing to explain beyond the warning.
+    ClearLog();
+    SetWindowPos(hWnd, HWND_TOPMOST, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
+    ASSERT_TRUE(GetWindowLongA(hWnd, GWL_EXSTYLE) & WS_EX_TOPMOST);
+    EXPECT_FALSE(ResetMain(kWidth, kHeight, true));
+    EXPECT_EQ(1u, Texts(LOG_WARNING).size());
+    EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
 }
