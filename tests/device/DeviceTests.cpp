@@ -332,4 +332,45 @@ TEST_F(DeviceTest, TheShaderGateAndTheVertexTexturesChooseTheMode)
     }
 }
 
+TEST_F(DeviceTest, TheTimerQueryCountsOnlyNotAvailableAsMissing)
+{
+    ASSERT_TRUE(Init());
+    const struct
+    {
+        D3DQUERYTYPE type;
+        HRESULT hr;
+        bool available;
+    } cases[] = {
+        {D3DQUERYTYPE_TIMESTAMPFREQ, D3DERR_NOTAVAILABLE, false},
+        {D3DQUERYTYPE_TIMESTAMP, D3DERR_NOTAVAILABLE, false},
+        {D3DQUERYTYPE_TIMESTAMPFREQ, E_FAIL, true},
+        {D3DQUERYTYPE_TIMESTAMP, D3DERR_INVALIDCALL, true},
+    };
+    for (const auto& c : cases)
+    {
+        kvproxy::ClearFaults();
+        kvproxy::FailCreateQuery(c.type, c.hr);
+        kvproxy::Mark from = kvproxy::Here();
+        ASSERT_TRUE(d3d->BuildDeviceCapabilities());
+        EXPECT_EQ(Call("", c.available, 2),
+                  Call("", Caps().m_bTimerQuery, kvproxy::CountSince(from, Method::CreateQuery)))
+            << c.type << " " << std::hex << c.hr;
+    }
+}
+
+TEST_F(DeviceTest, TheDestructorReleasesDeviceAndRuntime)
+{
+    ASSERT_TRUE(Init());
+    IDirect3D9* runtime = d3d->m_pD3D9;
+    IDirect3DDevice9* made = device;
+    runtime->AddRef();
+    made->AddRef();
+    delete rs;
+    rs = nullptr;
+    EXPECT_EQ(nullptr, GetRenderSystem());
+    // The device holds its runtime: it goes first.
+    const ULONG deviceLeft = made->Release();
+    EXPECT_EQ(Call("", 0, 0), Call("", deviceLeft, runtime->Release()));
+}
+
 } // namespace
