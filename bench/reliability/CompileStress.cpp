@@ -35,7 +35,7 @@ TEST_F(CompileStress, VariantsEndReadyOrFailedWhileTheCacheIsDamaged)
         Write("shader/p" + std::to_string(i) + ".ini", ini);
     }
 
-    soak::Watchdog watchdog("the compile stress", 120);
+    soak::Watchdog watchdog("the compile stress", soak::Size("KV_SOAK_WATCHDOG_SECONDS", 120));
     std::atomic<bool> stop{false};
     std::atomic<unsigned> damaged{0};
     // Entries cut short or overwritten while the compile thread reads and writes them.
