@@ -57,6 +57,14 @@ extern "C"
 #define KV_PROXY_EQ 0u
 #define KV_PROXY_GT 1u
 
+// Classes of calls that random faults reach (KvProxy_SetRandomFaults).
+#define KV_PROXY_RANDOM_CREATE 0x01u  // every Create* of the device and D3D9_CreateDevice
+#define KV_PROXY_RANDOM_LOCK 0x02u    // Lock, LockRect and LockBox of buffers, textures and surfaces
+#define KV_PROXY_RANDOM_RESET 0x04u   // Reset
+#define KV_PROXY_RANDOM_PRESENT 0x08u // Present
+#define KV_PROXY_RANDOM_QUERY 0x10u   // Issue and GetData of queries
+#define KV_PROXY_RANDOM_ALL 0x1Fu
+
 // Fields of D3DADAPTER_IDENTIFIER9 that KvProxy_SetAdapterIdentifier replaces.
 #define KV_PROXY_ID_DRIVER 0x01u
 #define KV_PROXY_ID_DESCRIPTION 0x02u
@@ -106,6 +114,9 @@ struct ControlApi
     void (*AllowDeviceReset)();
     void (*EndDeviceLoss)();
     uint32_t (*DeviceLossState)();
+    void (*SetRandomFaults)(uint32_t, uint32_t, uint32_t);
+    uint32_t (*RandomFaultsInjected)(uint32_t);
+    void (*WatchResources)(int);
 };
 
 // The loaded module that carries the control functions, or null. Once the proxy has
@@ -157,7 +168,8 @@ inline const ControlApi& Api()
     KV_PROXY_LOAD(SetAdapterIdentifier) KV_PROXY_LOAD(SetAdapterCount)
     KV_PROXY_LOAD(SetAdapterModes) KV_PROXY_LOAD(ClearAdapterOverrides)
     KV_PROXY_LOAD(LoseDevice) KV_PROXY_LOAD(AllowDeviceReset) KV_PROXY_LOAD(EndDeviceLoss)
-    KV_PROXY_LOAD(DeviceLossState)
+    KV_PROXY_LOAD(DeviceLossState) KV_PROXY_LOAD(SetRandomFaults) KV_PROXY_LOAD(RandomFaultsInjected)
+    KV_PROXY_LOAD(WatchResources)
 #undef KV_PROXY_LOAD
             // clang-format on
             return a;
@@ -280,6 +292,28 @@ inline int FailCreateQuery(D3DQUERYTYPE type, HRESULT hr = D3DERR_NOTAVAILABLE, 
     KvProxyFault f = MakeFault(Method::CreateQuery, hr, times);
     AddCondition(f, 0, KV_PROXY_EQ, static_cast<uint32_t>(type));
     return AddFault(f);
+}
+
+// Seeded random faults on the calls of `classes` (KV_PROXY_RANDOM_*): about perMillion
+// of each million such calls answer E_OUTOFMEMORY, D3DERR_OUTOFVIDEOMEMORY,
+// D3DERR_INVALIDCALL, D3DERR_DEVICELOST or D3DERR_DEVICEREMOVED. perMillion 0 ends them.
+// The same seed and the same calls give the same faults.
+inline void SetRandomFaults(uint32_t seed, uint32_t perMillion, uint32_t classes = KV_PROXY_RANDOM_ALL)
+{
+    if (Available())
+        Api().SetRandomFaults(seed, perMillion, classes);
+}
+// Random faults injected since they were set, in these classes.
+inline uint32_t RandomFaultsInjected(uint32_t classes = KV_PROXY_RANDOM_ALL)
+{
+    return Available() ? Api().RandomFaultsInjected(classes) : 0;
+}
+// Lock, Unlock, Issue and GetData of the objects the device hands out are counted,
+// traced and open to faults while on (ProxyResources.h).
+inline void WatchResources(bool on)
+{
+    if (Available())
+        Api().WatchResources(on ? 1 : 0);
 }
 
 // ---- capabilities, as both GetDeviceCaps answer them

@@ -1,4 +1,5 @@
 // The control functions that tests find with GetProcAddress (see ProxyControl.h).
+#include "ProxyResources.h"
 #include "ProxyState.h"
 
 extern "C"
@@ -100,6 +101,19 @@ extern "C"
     uint32_t KvProxy_DeviceLossState()
     {
         return ProxyState::Get().LossState();
+    }
+
+    void KvProxy_SetRandomFaults(uint32_t seed, uint32_t perMillion, uint32_t classes)
+    {
+        ProxyState::Get().SetRandomFaults(seed, perMillion, classes);
+    }
+    uint32_t KvProxy_RandomFaultsInjected(uint32_t classes)
+    {
+        return ProxyState::Get().RandomFaultsInjected(classes);
+    }
+    void KvProxy_WatchResources(int on)
+    {
+        ProxyResources::SetWatching(on != 0);
     }
 
 } // extern "C"

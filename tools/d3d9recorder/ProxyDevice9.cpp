@@ -2,6 +2,7 @@
 
 #include "ProxyCall.h"
 #include "ProxyDirect3D9.h"
+#include "ProxyResources.h"
 
 using kvproxy::Method;
 
@@ -40,6 +41,8 @@ uint64_t OutOf(T* const* pp)
     {                                                                                                                  \
         HRESULT hr_ = m_real->name(__VA_ARGS__);                                                                       \
         call.Out(OutOf(pp));                                                                                           \
+        if (SUCCEEDED(hr_) && (pp) && ProxyResources::Watching())                                                      \
+            ProxyResources::Watch(*(pp));                                                                              \
         return call.Done(hr_);                                                                                         \
     }
 

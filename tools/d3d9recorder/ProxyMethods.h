@@ -54,6 +54,13 @@
   X(D3DPERF_GetStatus) X(D3DPERF_QueryRepeatFrame) X(D3DPERF_SetMarker) \
   X(D3DPERF_SetOptions) X(D3DPERF_SetRegion) X(DebugSetMute) \
   X(Direct3DShaderValidatorCreate9)
+
+// Methods of the objects the device hands out, seen once watching is on (ProxyResources.h).
+#define KV_PROXY_RESOURCE_METHODS(X) \
+  X(Texture_LockRect) X(Texture_UnlockRect) X(CubeTexture_LockRect) X(CubeTexture_UnlockRect) \
+  X(VolumeTexture_LockBox) X(VolumeTexture_UnlockBox) X(Surface_LockRect) X(Surface_UnlockRect) \
+  X(VertexBuffer_Lock) X(VertexBuffer_Unlock) X(IndexBuffer_Lock) X(IndexBuffer_Unlock) \
+  X(Query_Issue) X(Query_GetData)
 // clang-format on
 
 #ifdef __cplusplus
@@ -66,13 +73,15 @@ namespace kvproxy
 enum class Method : uint32_t
 {
     KV_PROXY_D3D9_METHODS(KV_PROXY_ENUM_ENTRY)
-    KV_PROXY_DEVICE_METHODS(KV_PROXY_ENUM_ENTRY) KV_PROXY_EXPORT_METHODS(KV_PROXY_ENUM_ENTRY) Count
+    KV_PROXY_DEVICE_METHODS(KV_PROXY_ENUM_ENTRY) KV_PROXY_EXPORT_METHODS(KV_PROXY_ENUM_ENTRY)
+        KV_PROXY_RESOURCE_METHODS(KV_PROXY_ENUM_ENTRY) Count
 };
 #undef KV_PROXY_ENUM_ENTRY
 
 constexpr uint32_t kMethodCount = static_cast<uint32_t>(Method::Count);
 constexpr uint32_t kFirstDeviceMethod = static_cast<uint32_t>(Method::QueryInterface);
 constexpr uint32_t kFirstExportMethod = static_cast<uint32_t>(Method::Direct3DCreate9);
+constexpr uint32_t kFirstResourceMethod = static_cast<uint32_t>(Method::Texture_LockRect);
 
 inline bool IsDeviceMethod(Method m)
 {
@@ -88,8 +97,9 @@ inline bool IsDirect3D9Method(Method m)
 inline const char* MethodName(Method m)
 {
 #define KV_PROXY_NAME_ENTRY(name) #name,
-    static const char* const names[] = {KV_PROXY_D3D9_METHODS(KV_PROXY_NAME_ENTRY) KV_PROXY_DEVICE_METHODS(
-        KV_PROXY_NAME_ENTRY) KV_PROXY_EXPORT_METHODS(KV_PROXY_NAME_ENTRY)};
+    static const char* const names[] = {
+        KV_PROXY_D3D9_METHODS(KV_PROXY_NAME_ENTRY) KV_PROXY_DEVICE_METHODS(KV_PROXY_NAME_ENTRY)
+            KV_PROXY_EXPORT_METHODS(KV_PROXY_NAME_ENTRY) KV_PROXY_RESOURCE_METHODS(KV_PROXY_NAME_ENTRY)};
 #undef KV_PROXY_NAME_ENTRY
     const uint32_t n = static_cast<uint32_t>(m);
     return n < kMethodCount ? names[n] : "?";

@@ -1,5 +1,8 @@
 #include "ProxyState.h"
 
+#include "ProxyResources.h"
+
+#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -35,7 +38,125 @@ ProxyState::ProxyState()
     std::memset(m_faultUsed, 0, sizeof m_faultUsed);
     std::memset(&m_id, 0, sizeof m_id);
     std::memset(m_modeLists, 0, sizeof m_modeLists);
+    for (auto& c : m_randomInjected)
+        c.store(0, std::memory_order_relaxed);
     InitializeCriticalSection(&m_faultLock);
+    ReadEnvironment();
+}
+
+void ProxyState::ReadEnvironment()
+{
+    // "<seed>:<per million>[:<classes>]" puts any program under random faults from its first call.
+    char text[64];
+    const DWORD n = GetEnvironmentVariableA("KV_D3D9RECORDER_FAULTS", text, sizeof text);
+    unsigned seed = 0, perMillion = 0, classes = KV_PROXY_RANDOM_ALL;
+    if (n > 0 && n < sizeof text && std::sscanf(text, "%u:%u:%u", &seed, &perMillion, &classes) >= 2)
+        SetRandomFaults(seed, perMillion, classes);
+    if (GetEnvironmentVariableA("KV_D3D9RECORDER_WATCH", text, sizeof text) > 0 && text[0] == '1')
+        ProxyResources::SetWatching(true);
+}
+
+namespace
+{
+
+// The class of random faults a method belongs to, or 0.
+uint32_t RandomClass(kvproxy::Method m)
+{
+    using kvproxy::Method;
+    switch (m)
+    {
+    case Method::D3D9_CreateDevice:
+    case Method::CreateAdditionalSwapChain:
+    case Method::CreateTexture:
+    case Method::CreateVolumeTexture:
+    case Method::CreateCubeTexture:
+    case Method::CreateVertexBuffer:
+    case Method::CreateIndexBuffer:
+    case Method::CreateRenderTarget:
+    case Method::CreateDepthStencilSurface:
+    case Method::CreateOffscreenPlainSurface:
+    case Method::CreateStateBlock:
+    case Method::CreateVertexDeclaration:
+    case Method::CreateVertexShader:
+    case Method::CreatePixelShader:
+    case Method::CreateQuery:
+        return KV_PROXY_RANDOM_CREATE;
+    case Method::Texture_LockRect:
+    case Method::CubeTexture_LockRect:
+    case Method::VolumeTexture_LockBox:
+    case Method::Surface_LockRect:
+    case Method::VertexBuffer_Lock:
+    case Method::IndexBuffer_Lock:
+        return KV_PROXY_RANDOM_LOCK;
+    case Method::Reset:
+        return KV_PROXY_RANDOM_RESET;
+    case Method::Present:
+        return KV_PROXY_RANDOM_PRESENT;
+    case Method::Query_Issue:
+    case Method::Query_GetData:
+        return KV_PROXY_RANDOM_QUERY;
+    default:
+        return 0;
+    }
+}
+
+unsigned ClassIndex(uint32_t cls)
+{
+    unsigned i = 0;
+    while (cls > 1)
+    {
+        cls >>= 1;
+        ++i;
+    }
+    return i;
+}
+
+} // namespace
+
+void ProxyState::SetRandomFaults(uint32_t seed, uint32_t perMillion, uint32_t classes)
+{
+    EnterCriticalSection(&m_faultLock);
+    m_random = 0x9E3779B97F4A7C15ull ^ seed;
+    m_randomPerMillion = perMillion > 1000000 ? 1000000 : perMillion;
+    for (auto& c : m_randomInjected)
+        c.store(0, std::memory_order_relaxed);
+    m_randomClasses.store(perMillion ? classes & KV_PROXY_RANDOM_ALL : 0, std::memory_order_relaxed);
+    LeaveCriticalSection(&m_faultLock);
+    // Locks and queries are calls on the resource objects: watch them.
+    if (perMillion && (classes & (KV_PROXY_RANDOM_LOCK | KV_PROXY_RANDOM_QUERY)))
+        ProxyResources::SetWatching(true);
+}
+
+uint32_t ProxyState::RandomFaultsInjected(uint32_t classes) const
+{
+    uint32_t n = 0;
+    for (unsigned i = 0; i < 8; ++i)
+        if (classes & (1u << i))
+            n += m_randomInjected[i].load(std::memory_order_relaxed);
+    return n;
+}
+
+bool ProxyState::TakeRandomFault(kvproxy::Method m, HRESULT* hr)
+{
+    const uint32_t cls = RandomClass(m);
+    if (!(cls & m_randomClasses.load(std::memory_order_relaxed)))
+        return false;
+    // The failures a driver answers: out of memory, a refused call, a lost or removed device.
+    static const HRESULT kResults[] = {E_OUTOFMEMORY, D3DERR_OUTOFVIDEOMEMORY, D3DERR_INVALIDCALL, D3DERR_DEVICELOST,
+                                       D3DERR_DEVICEREMOVED};
+    EnterCriticalSection(&m_faultLock);
+    // splitmix64: one draw per call of the chosen classes, so a seed replays the same run.
+    uint64_t z = (m_random += 0x9E3779B97F4A7C15ull);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+    z ^= z >> 31;
+    const bool hit = (z % 1000000u) < m_randomPerMillion;
+    if (hit)
+        *hr = kResults[(z >> 32) % (sizeof kResults / sizeof kResults[0])];
+    LeaveCriticalSection(&m_faultLock);
+    if (hit)
+        m_randomInjected[ClassIndex(cls)].fetch_add(1, std::memory_order_relaxed);
+    return hit;
 }
 
 KvProxyCall* ProxyState::Begin(kvproxy::Method m, const uint64_t* args, uint32_t argCount)
@@ -67,7 +188,7 @@ KvProxyCall* ProxyState::Begin(kvproxy::Method m, const uint64_t* args, uint32_t
 bool ProxyState::TakeFault(kvproxy::Method m, const uint64_t* args, uint32_t argCount, HRESULT* hr)
 {
     if (m_faultRules.load(std::memory_order_relaxed) == 0)
-        return false;
+        return TakeRandomFault(m, hr);
     const uint32_t id = static_cast<uint32_t>(m);
     bool hit = false;
     EnterCriticalSection(&m_faultLock);
@@ -94,7 +215,7 @@ bool ProxyState::TakeFault(kvproxy::Method m, const uint64_t* args, uint32_t arg
         }
     }
     LeaveCriticalSection(&m_faultLock);
-    return hit;
+    return hit || TakeRandomFault(m, hr);
 }
 
 void ProxyState::AttachPayload(KvProxyCall* rec, const void* data, size_t bytes)
@@ -139,6 +260,8 @@ void ProxyState::ResetAll()
     ClearCapsOverrides();
     ClearAdapterOverrides();
     EndDeviceLoss();
+    SetRandomFaults(0, 0, 0);
+    ProxyResources::SetWatching(false);
     SetRecording(true);
 }
 

@@ -46,6 +46,11 @@ public:
     int FaultCallsLeft(int rule) const;
     void ClearFaults();
 
+    // Seeded random faults: of the calls in `classes` (KV_PROXY_RANDOM_* bits), about
+    // perMillion in a million answer one of the failures a driver gives.
+    void SetRandomFaults(uint32_t seed, uint32_t perMillion, uint32_t classes);
+    uint32_t RandomFaultsInjected(uint32_t classes) const;
+
     int SetCapsField(uint32_t offset, uint32_t clearBits, uint32_t setBits);
     void ClearCapsOverrides() { m_capsFieldCount = 0; }
     void ApplyCaps(D3DCAPS9* caps) const;
@@ -70,6 +75,8 @@ public:
 
 private:
     ProxyState();
+    bool TakeRandomFault(kvproxy::Method m, HRESULT* hr);
+    void ReadEnvironment();
 
     struct CapsField
     {
@@ -93,6 +100,11 @@ private:
     bool m_faultUsed[kMaxFaults];
     std::atomic<uint32_t> m_faultRules{0};
     CRITICAL_SECTION m_faultLock;
+
+    std::atomic<uint32_t> m_randomClasses{0};
+    uint32_t m_randomPerMillion = 0;
+    uint64_t m_random = 0;
+    std::atomic<uint32_t> m_randomInjected[8];
 
     CapsField m_capsFields[kMaxCapsFields];
     uint32_t m_capsFieldCount = 0;
