@@ -3,6 +3,7 @@
 // failure the render system meets must be told in the log, nothing may crash,
 // the scene must draw again once the faults stop, and the leak report must stay
 // empty.
+#include "ImageFiles.h"
 #include "ProgramFixture.h"
 #include "SoakSupport.h"
 #include "TexturesFixture.h"
@@ -99,7 +100,7 @@ TEST_F(FaultStorm, EveryFailureIsToldAndTheSceneComesBack)
     ASSERT_TRUE(kvdc::Available()) << "the storm runs with the recording d3dcompiler_43.dll beside it";
     std::mt19937 random(seed);
     declaration = ColourDeclaration();
-    const kvtex::Bytes png = kvtex::WriteWithD3DX(device, D3DXIFF_PNG, 8, 8, kvtex::Pattern(8, 8, 2));
+    const kvtex::Bytes png = soak::WriteWithD3DX(device, D3DXIFF_PNG, 8, 8, kvtex::Pattern(8, 8, 2));
     ASSERT_FALSE(png.empty());
     const std::vector<uint32_t> pixels = kvtex::Pattern(16, 16);
     const std::vector<ColourVertex> quad = Quad(-0.5f, -0.5f, 0.5f, 0.5f, kRed);

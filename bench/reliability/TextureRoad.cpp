@@ -1,6 +1,7 @@
 // The texture load-from-memory road under seeded corruptions of PNG, DDS, BMP and
 // TGA files: every image loads or is refused with its reason in the log, and
 // nothing crashes.
+#include "ImageFiles.h"
 #include "SoakSupport.h"
 #include "TexturesFixture.h"
 
@@ -22,11 +23,11 @@ TEST_F(TextureRoad, DamagedImagesLoadOrAreRefusedWithAReason)
     using kvtex::Pattern;
     const std::vector<uint32_t> pixels = Pattern(16, 16, 2);
     const kvtex::Bytes originals[] = {
-        kvtex::WriteWithD3DX(device, D3DXIFF_PNG, 16, 16, pixels),
+        soak::WriteWithD3DX(device, D3DXIFF_PNG, 16, 16, pixels),
         kvtex::WriteDds(16, 16, 1, false, {pixels, Pattern(8, 8), Pattern(4, 4), Pattern(2, 2), Pattern(1, 1)}),
         kvtex::WriteDds(4, 4, 1, true,
                         {Pattern(4, 4), Pattern(4, 4), Pattern(4, 4), Pattern(4, 4), Pattern(4, 4), Pattern(4, 4)}),
-        kvtex::WriteWithD3DX(device, D3DXIFF_BMP, 16, 16, pixels), kvtex::WriteTga(16, 16, pixels)};
+        soak::WriteWithD3DX(device, D3DXIFF_BMP, 16, 16, pixels), soak::WriteTga(16, 16, pixels)};
     const TextureType types[] = {TEX_TYPE_2D, TEX_TYPE_2D, TEX_TYPE_CUBE_MAP, TEX_TYPE_2D, TEX_TYPE_2D};
     unsigned loaded = 0, refused = 0, unexplained = 0;
     soak::Watchdog watchdog("the texture road", 120);
