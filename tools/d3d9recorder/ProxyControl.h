@@ -13,6 +13,7 @@
 #include <cstring>
 #include <string>
 
+#include "../RecorderSupport.h"
 #include "ProxyMethods.h"
 
 extern "C"
@@ -125,20 +126,9 @@ struct ControlApi
 inline HMODULE ProxyModule()
 {
     static HMODULE found = [] {
-        using EnumModules = BOOL(WINAPI*)(HANDLE, HMODULE*, DWORD, LPDWORD);
-        auto enumModules = reinterpret_cast<EnumModules>(
-            reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernel32.dll"), "K32EnumProcessModules")));
         if (!GetModuleHandleA("d3d9.dll"))
             LoadLibraryA("d3d9.dll");
-        HMODULE modules[512];
-        DWORD bytes = 0;
-        if (!enumModules || !enumModules(GetCurrentProcess(), modules, sizeof modules, &bytes))
-            return static_cast<HMODULE>(nullptr);
-        const DWORD count = bytes / sizeof(HMODULE) < 512 ? bytes / sizeof(HMODULE) : 512;
-        for (DWORD i = 0; i < count; ++i)
-            if (GetProcAddress(modules[i], "KvProxy_Abi"))
-                return modules[i];
-        return static_cast<HMODULE>(nullptr);
+        return kvtools::FindLoadedModule([](HMODULE m) { return GetProcAddress(m, "KvProxy_Abi") != nullptr; });
     }();
     return found;
 }

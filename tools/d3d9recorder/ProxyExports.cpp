@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "../RecorderSupport.h"
 #include "ProxyCall.h"
 #include "ProxyDirect3D9.h"
 
@@ -13,26 +14,10 @@ using kvproxy::Method;
 namespace
 {
 
-// The system's d3d9.dll, loaded at the first export called rather than in DllMain,
-// where loading another library is not safe.
-HMODULE RealD3D9()
-{
-    static HMODULE real = [] {
-        char path[MAX_PATH];
-        const UINT n = GetSystemDirectoryA(path, MAX_PATH);
-        const char name[] = "\\d3d9.dll";
-        if (n == 0 || n + sizeof name > MAX_PATH)
-            return static_cast<HMODULE>(nullptr);
-        std::memcpy(path + n, name, sizeof name);
-        return LoadLibraryA(path);
-    }();
-    return real;
-}
-
 template <class F>
 F RealExport(const char* name)
 {
-    HMODULE dll = RealD3D9();
+    static const HMODULE dll = kvtools::LoadSystemDll("d3d9.dll");
     return dll ? reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(dll, name))) : nullptr;
 }
 

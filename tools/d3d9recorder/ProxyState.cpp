@@ -1,5 +1,6 @@
 #include "ProxyState.h"
 
+#include "../RecorderSupport.h"
 #include "ProxyResources.h"
 
 #include <cstdio>
@@ -145,11 +146,7 @@ bool ProxyState::TakeRandomFault(kvproxy::Method m, HRESULT* hr)
     static const HRESULT kResults[] = {E_OUTOFMEMORY, D3DERR_OUTOFVIDEOMEMORY, D3DERR_INVALIDCALL, D3DERR_DEVICELOST,
                                        D3DERR_DEVICEREMOVED};
     EnterCriticalSection(&m_faultLock);
-    // splitmix64: one draw per call of the chosen classes, so a seed replays the same run.
-    uint64_t z = (m_random += 0x9E3779B97F4A7C15ull);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-    z ^= z >> 31;
+    const uint64_t z = kvtools::NextDraw(m_random);
     const bool hit = (z % 1000000u) < m_randomPerMillion;
     if (hit)
         *hr = kResults[(z >> 32) % (sizeof kResults / sizeof kResults[0])];

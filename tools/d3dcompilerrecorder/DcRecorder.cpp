@@ -44,31 +44,10 @@ struct Setup
     }
 } g_setup;
 
-// The system's d3dcompiler_43.dll, loaded at the first call rather than in DllMain.
-HMODULE RealDll()
-{
-    static HMODULE real = [] {
-        char path[MAX_PATH];
-        const UINT n = GetSystemDirectoryA(path, MAX_PATH);
-        const char name[] = "\\d3dcompiler_43.dll";
-        if (n == 0 || n + sizeof name > MAX_PATH)
-            return static_cast<HMODULE>(nullptr);
-        std::memcpy(path + n, name, sizeof name);
-        return LoadLibraryA(path);
-    }();
-    return real;
-}
-
 void* RealExport(const char* name)
 {
-    HMODULE dll = RealDll();
-    void* f = dll ? reinterpret_cast<void*>(GetProcAddress(dll, name)) : nullptr;
-    if (!f)
-    {
-        std::fprintf(stderr, "d3dcompiler recorder: the system's d3dcompiler_43.dll has no %s\n", name);
-        ExitProcess(3);
-    }
-    return f;
+    static const HMODULE dll = kvtools::LoadSystemDll("d3dcompiler_43.dll");
+    return kvtools::SystemExportOrStop(dll, name, "d3dcompiler recorder", "d3dcompiler_43.dll");
 }
 
 void Copy(char* to, size_t size, const char* from)
@@ -94,10 +73,7 @@ bool TakeFault(HRESULT* hr)
     }
     else if (g_randomPerMillion)
     {
-        uint64_t z = (g_random += 0x9E3779B97F4A7C15ull);
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-        z ^= z >> 31;
+        const uint64_t z = kvtools::NextDraw(g_random);
         hit = z % 1000000u < g_randomPerMillion;
         *hr = kResults[(z >> 32) % 3];
     }

@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "../RecorderSupport.h"
+
 extern "C"
 {
 
@@ -47,29 +49,17 @@ inline const Api* Control()
 {
     static const Api api = [] {
         Api a = {};
-        using EnumModules = BOOL(WINAPI*)(HANDLE, HMODULE*, DWORD, LPDWORD);
-        auto enumModules = reinterpret_cast<EnumModules>(
-            reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernel32.dll"), "K32EnumProcessModules")));
-        HMODULE modules[512];
-        DWORD needed = 0;
-        if (!enumModules || !enumModules(GetCurrentProcess(), modules, sizeof modules, &needed))
+        HMODULE dll = kvtools::FindRecorder("KvDc_Abi", kAbi);
+        if (!dll)
             return a;
-        for (DWORD i = 0; i < needed / sizeof(HMODULE) && i < 512; ++i)
-        {
-            auto abi =
-                reinterpret_cast<uint32_t (*)()>(reinterpret_cast<void*>(GetProcAddress(modules[i], "KvDc_Abi")));
-            if (!abi || abi() != kAbi)
-                continue;
-            auto get = [&](const char* name) { return reinterpret_cast<void*>(GetProcAddress(modules[i], name)); };
-            a.Abi = abi;
-            a.Reset = reinterpret_cast<void (*)()>(get("KvDc_Reset"));
-            a.TraceSize = reinterpret_cast<uint32_t (*)()>(get("KvDc_TraceSize"));
-            a.Trace = reinterpret_cast<const KvDcCall* (*)()>(get("KvDc_Trace"));
-            a.Fail = reinterpret_cast<void (*)(int32_t, int32_t)>(get("KvDc_Fail"));
-            a.SetRandomFaults = reinterpret_cast<void (*)(uint32_t, uint32_t)>(get("KvDc_SetRandomFaults"));
-            a.FaultsInjected = reinterpret_cast<uint32_t (*)()>(get("KvDc_FaultsInjected"));
-            break;
-        }
+        auto get = [&](const char* name) { return reinterpret_cast<void*>(GetProcAddress(dll, name)); };
+        a.Abi = reinterpret_cast<uint32_t (*)()>(get("KvDc_Abi"));
+        a.Reset = reinterpret_cast<void (*)()>(get("KvDc_Reset"));
+        a.TraceSize = reinterpret_cast<uint32_t (*)()>(get("KvDc_TraceSize"));
+        a.Trace = reinterpret_cast<const KvDcCall* (*)()>(get("KvDc_Trace"));
+        a.Fail = reinterpret_cast<void (*)(int32_t, int32_t)>(get("KvDc_Fail"));
+        a.SetRandomFaults = reinterpret_cast<void (*)(uint32_t, uint32_t)>(get("KvDc_SetRandomFaults"));
+        a.FaultsInjected = reinterpret_cast<uint32_t (*)()>(get("KvDc_FaultsInjected"));
         return a;
     }();
     return &api;

@@ -25,33 +25,10 @@ struct FaultRule
 };
 FaultRule g_faults[static_cast<uint32_t>(Fn::Count)];
 
-// The system's d3dx9_43.dll, loaded at the first call rather than in DllMain,
-// where loading another library is not safe.
-HMODULE RealDll()
-{
-    static HMODULE real = [] {
-        char path[MAX_PATH];
-        const UINT n = GetSystemDirectoryA(path, MAX_PATH);
-        const char name[] = "\\d3dx9_43.dll";
-        if (n == 0 || n + sizeof name > MAX_PATH)
-            return static_cast<HMODULE>(nullptr);
-        std::memcpy(path + n, name, sizeof name);
-        return LoadLibraryA(path);
-    }();
-    return real;
-}
-
 void* RealExport(const char* name)
 {
-    HMODULE dll = RealDll();
-    void* f = dll ? reinterpret_cast<void*>(GetProcAddress(dll, name)) : nullptr;
-    if (!f)
-    {
-        // A forwarded export has no answer of its own to give: stop loudly.
-        std::fprintf(stderr, "d3dx9 recorder: the system's d3dx9_43.dll has no %s\n", name);
-        ExitProcess(3);
-    }
-    return f;
+    static const HMODULE dll = kvtools::LoadSystemDll("d3dx9_43.dll");
+    return kvtools::SystemExportOrStop(dll, name, "d3dx9 recorder", "d3dx9_43.dll");
 }
 
 template <class F>

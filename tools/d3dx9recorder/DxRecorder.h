@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "../RecorderSupport.h"
+
 namespace kvdx
 {
 
@@ -77,27 +79,15 @@ inline const Api* Control()
 {
     static const Api api = [] {
         Api a = {};
-        using EnumModules = BOOL(WINAPI*)(HANDLE, HMODULE*, DWORD, LPDWORD);
-        auto enumModules = reinterpret_cast<EnumModules>(
-            reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernel32.dll"), "K32EnumProcessModules")));
-        HMODULE modules[512];
-        DWORD needed = 0;
-        if (!enumModules || !enumModules(GetCurrentProcess(), modules, sizeof modules, &needed))
+        HMODULE dll = kvtools::FindRecorder("KvDx_Abi", kAbi);
+        if (!dll)
             return a;
-        for (DWORD i = 0; i < needed / sizeof(HMODULE) && i < 512; ++i)
-        {
-            auto abi =
-                reinterpret_cast<uint32_t (*)()>(reinterpret_cast<void*>(GetProcAddress(modules[i], "KvDx_Abi")));
-            if (!abi || abi() != kAbi)
-                continue;
-            auto get = [&](const char* name) { return reinterpret_cast<void*>(GetProcAddress(modules[i], name)); };
-            a.Abi = abi;
-            a.Reset = reinterpret_cast<void (*)()>(get("KvDx_Reset"));
-            a.TraceSize = reinterpret_cast<uint32_t (*)()>(get("KvDx_TraceSize"));
-            a.Trace = reinterpret_cast<const KvDxCall* (*)()>(get("KvDx_Trace"));
-            a.Fail = reinterpret_cast<void (*)(uint32_t, int32_t, int32_t)>(get("KvDx_Fail"));
-            break;
-        }
+        auto get = [&](const char* name) { return reinterpret_cast<void*>(GetProcAddress(dll, name)); };
+        a.Abi = reinterpret_cast<uint32_t (*)()>(get("KvDx_Abi"));
+        a.Reset = reinterpret_cast<void (*)()>(get("KvDx_Reset"));
+        a.TraceSize = reinterpret_cast<uint32_t (*)()>(get("KvDx_TraceSize"));
+        a.Trace = reinterpret_cast<const KvDxCall* (*)()>(get("KvDx_Trace"));
+        a.Fail = reinterpret_cast<void (*)(uint32_t, int32_t, int32_t)>(get("KvDx_Fail"));
         return a;
     }();
     return &api;
