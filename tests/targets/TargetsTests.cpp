@@ -1,8 +1,94 @@
-// Render windows (further windows with their own swap chains, presenting with a
-// lost device, copies) and depth buffers: bytes, surfaces, fit, format search.
-#include "TargetsFixture.h"
+// Render windows, target binding, viewport, scissor, clear and depth buffers:
+// the colour and depth surfaces that reach the device, the calls the shadows
+// spare, the words of a failure. The render system runs on a 320 by 240 window;
+// a stand-in render target over surfaces a test makes itself serves where the
+// binding only asks a target for its surfaces.
+#include "KvDeviceTest.h"
 
+#include "D3D9DepthBuffer.h"
+
+#include "engine/RenderTarget.h"
 #include "engine/RenderWindow.h"
+
+#include <algorithm>
+#include <cstring>
+
+// Draws into up to eight surfaces that it holds a reference to each of.
+struct SurfaceTarget : kv::CRenderTarget
+{
+    explicit SurfaceTarget(std::vector<IDirect3DSurface9*> surfaces, unsigned width = 0, unsigned height = 0)
+        : m_surfaces(std::move(surfaces))
+    {
+        m_nWidth = width;
+        m_nHeight = height;
+        m_eFormat = kv::PF_X8R8G8B8;
+        m_eTargetKind = TK_MULTI;
+    }
+    ~SurfaceTarget() override
+    {
+        m_pDepthBuffer = nullptr;
+        for (IDirect3DSurface9* s : m_surfaces)
+            if (s)
+                s->Release();
+    }
+
+    bool CopyToTexture(kv::CTexture*) override { return false; }
+    bool CopyToTarget(kv::CRenderTarget*, const RECT*, const RECT*) override { return false; }
+    bool GetAttribute(const char* name, void* out) override
+    {
+        ++m_nAttributeQueries;
+        if (std::strcmp(name, "DDBACKBUFFER") != 0)
+            return false;
+        for (size_t i = 0; i < m_surfaces.size() && i < 8; ++i)
+            static_cast<IDirect3DSurface9**>(out)[i] = m_surfaces[i];
+        return true;
+    }
+    unsigned getWidth() const override { return m_nWidth; }
+    unsigned getHeight() const override { return m_nHeight; }
+    kv::PixelFormat getFormat() const override { return m_eFormat; }
+    bool SetDepthTexture(kv::CTexture* texture) override { return m_pDepthTexture = texture, true; }
+    void detachDepthBuffer() override
+    {
+        if (m_pDepthBuffer)
+            m_pDepthBuffer->_notifyRenderTargetDetached(this);
+        m_pDepthBuffer = nullptr;
+    }
+    void dropDepthBuffer() override { m_pDepthBuffer = nullptr; }
+    bool _beginUpdate() override { return false; }
+    void _endUpdate() override {}
+    void swapBuffers() override {}
+    bool IsAutoUpdate() override { return m_bAutoUpdate; }
+    void SetActive(bool active) override { m_bActive = active; }
+    bool IsActive() override { return m_bActive; }
+    void SetHwGamma(bool enable) override { m_bHwGamma = enable; }
+    bool IsHwGamma() override { return m_bHwGamma; }
+    unsigned char getFSAA() override { return m_nFSAA; }
+
+    std::vector<IDirect3DSurface9*> m_surfaces;
+    int m_nAttributeQueries = 0;
+};
+
+struct TargetsTest : KvDeviceTest
+{
+    TargetsTest() : KvDeviceTest(320, 240) {}
+
+    // A colour surface of the device; the caller owns the reference.
+    IDirect3DSurface9* MakeSurface(unsigned width, unsigned height, D3DMULTISAMPLE_TYPE samples = D3DMULTISAMPLE_NONE,
+                                   D3DFORMAT format = D3DFMT_X8R8G8B8)
+    {
+        IDirect3DSurface9* s = nullptr;
+        EXPECT_EQ(D3D_OK, device->CreateRenderTarget(width, height, format, samples, 0, FALSE, &s, nullptr));
+        return s;
+    }
+    // A stand-in target over a new surface of this size.
+    ref_ptr<SurfaceTarget> MakeTarget(unsigned width, unsigned height,
+                                      D3DMULTISAMPLE_TYPE samples = D3DMULTISAMPLE_NONE)
+    {
+        ref_ptr<SurfaceTarget> t(new SurfaceTarget({MakeSurface(width, height, samples)}, width, height));
+        t->m_nFSAA = static_cast<unsigned char>(samples);
+        return t;
+    }
+};
 
 using kvproxy::Method;
 using namespace kvtest;
@@ -10,11 +96,167 @@ using namespace kvtest;
 namespace
 {
 
+const auto P = [](const void* p) { return kvproxy::PtrArg(p); };
+const kv::CColour kOrange(1.0f, 0.5f, 0.0f, 1.0f);
+
+IDirect3DSurface9* DepthSurfaceOf(kv::CRenderTarget* t)
+{
+    kv::CD3D9DepthBuffer* b = dynamic_cast<kv::CD3D9DepthBuffer*>(t->m_pDepthBuffer.get());
+    return b ? b->getSurface() : nullptr;
+}
+
+TEST_F(TargetsTest, ViewportBindsOnceAndSetsViewportAndScissorEveryTime)
+{
+    kv::CViewport vp(rs->m_pMainWindow.get(), 10, 20, 100, 50);
+    rs->SetScissorTestEnabled(true);
+    const kvproxy::Mark from = kvproxy::Here();
+    rs->_setViewport(vp, 0, nullptr, 1.0f, 0);
+    rs->_setViewport(vp, 0, nullptr, 1.0f, 0);
+    // The first call binds the window's back buffer at 0 and empties the other
+    // slots, then its depth surface; the target comes before the viewport, since
+    // binding slot 0 resets the device's viewport. The second spares the binding;
+    // neither touches the scissor test nor clears.
+    std::string expected = Join(Call("SetRenderState", D3DRS_SRGBWRITEENABLE, 0),
+                                Call("SetRenderTarget", 0, P(MainWindow()->m_pBackBuffer)));
+    for (uint64_t i = 1; i < d3d->m_d3dcaps.NumSimultaneousRTs; ++i)
+        expected = Join(expected, Call("SetRenderTarget", i, 0));
+    const std::string viewport =
+        Join(Call("SetViewport", 10, 20, 100, 50, Bits(0.0f), Bits(1.0f)), Call("SetScissorRect", 10, 20, 110, 70));
+    EXPECT_EQ(
+        Join(expected, Call("SetDepthStencilSurface", P(DepthSurfaceOf(rs->m_pMainWindow.get()))), viewport, viewport),
+        Trace(from));
+    EXPECT_TRUE(Errors().empty());
+    // A null scissor rectangle goes back to the viewport's.
+    RECT r = {0, 0, 1, 1};
+    mark = kvproxy::Here();
+    rs->SetScissorRect(&r);
+    rs->SetScissorRect(nullptr);
+    EXPECT_EQ(Join(Call("SetScissorRect", 0, 0, 1, 1), Call("SetScissorRect", 10, 20, 110, 70)), Trace(mark));
+}
+
+TEST_F(TargetsTest, ClearFlagsFollowTheBuffersWordAndOnlyDepthMarksItCleared)
+{
+    // The whole target, no rectangles; colour 1, depth 2, stencil 4; other bits ignored.
+    const struct
+    {
+        unsigned buffers;
+        DWORD flags;
+        bool depthCleared;
+    } cases[] = {{7, D3DCLEAR_TARGET | D3DCLEAR_ZBUFFER | D3DCLEAR_STENCIL, true},
+                 {6, D3DCLEAR_ZBUFFER | D3DCLEAR_STENCIL, true},
+                 {5, D3DCLEAR_TARGET | D3DCLEAR_STENCIL, false},
+                 {1, D3DCLEAR_TARGET, false},
+                 {0xFFFFFFF9u, D3DCLEAR_TARGET, false}};
+    rs->_setRenderTarget(rs->m_pMainWindow.get());
+    for (const auto& c : cases)
+    {
+        rs->m_bDepthBufferCleared = false;
+        mark = kvproxy::Here();
+        rs->ClearFrameBuffer(c.buffers, &kOrange, 0.25f, 3);
+        EXPECT_EQ(Call("Clear", 0, 0, c.flags, 0xFFFF7F00u, Bits(0.25f), 3), Trace(mark)) << c.buffers;
+        EXPECT_EQ(c.depthCleared, rs->_isDepthBufferCleared()) << c.buffers;
+    }
+    // Only the viewport's clear: with buffers 0 there is none.
+    kv::CViewport vp(rs->m_pMainWindow.get(), 0, 0, kWidth, kHeight);
+    mark = kvproxy::Here();
+    rs->_setViewport(vp, 0, &kOrange, 1.0f, 0);
+    rs->_setViewport(vp, 1, nullptr, 1.0f, 0);
+    EXPECT_EQ(Call("Clear", 0, 0, D3DCLEAR_TARGET, 0), Trace(mark, {Method::Clear}, 4));
+    EXPECT_TRUE(Errors().empty());
+
+    // Refused calls are logged and the depth flag is still set.
+    for (Method m : {Method::SetViewport, Method::SetScissorRect, Method::Clear})
+        kvproxy::FailMethod(m, D3DERR_INVALIDCALL);
+    rs->m_bDepthBufferCleared = false;
+    rs->_setViewport(vp, 2, &kOrange, 1.0f, 0);
+    EXPECT_TRUE(rs->_isDepthBufferCleared());
+    EXPECT_EQ((std::vector<std::string>{VerifyLine(D3DERR_INVALIDCALL, "Failed to set viewport"),
+                                        VerifyLine(D3DERR_INVALIDCALL),
+                                        VerifyLine(D3DERR_INVALIDCALL, "Failed to ClearFrameBuffer")}),
+              Errors());
+}
+
+TEST_F(TargetsTest, ColourSurfacesMoveDownAndTheShadowsSpareTheRest)
+{
+    IDirect3DSurface9* p = MakeSurface(64, 64);
+    IDirect3DSurface9* q = MakeSurface(64, 64);
+    IDirect3DSurface9* r = MakeSurface(64, 64);
+    q->AddRef(); // both targets hold it
+    ref_ptr<SurfaceTarget> first(new SurfaceTarget({p, q}, 64, 64)), second(new SurfaceTarget({q, r}, 64, 64));
+    rs->_setRenderTarget(first.get());
+    const int queries = first->m_nAttributeQueries;
+    // A surface that moves down leaves its higher slot first; the same target
+    // again spares the device and asks for no surfaces.
+    mark = kvproxy::Here();
+    rs->_setRenderTarget(first.get());
+    rs->_setRenderTarget(second.get());
+    EXPECT_EQ(queries, first->m_nAttributeQueries);
+    EXPECT_EQ(Join(Call("SetRenderTarget", 1, 0), Call("SetRenderTarget", 0, P(q)), Call("SetRenderTarget", 1, P(r))),
+              Trace(mark, {Method::SetRenderTarget}));
+    // Back to the window empties slot 1; the window's own depth surface replaces
+    // the one made for the other targets.
+    mark = kvproxy::Here();
+    rs->_setRenderTarget(rs->m_pMainWindow.get());
+    EXPECT_EQ(Join(Call("SetRenderTarget", 0, P(MainWindow()->m_pBackBuffer)), Call("SetRenderTarget", 1, 0),
+                   Call("SetDepthStencilSurface", P(DepthSurfaceOf(rs->m_pMainWindow.get())))),
+              Trace(mark, {Method::SetRenderTarget, Method::SetDepthStencilSurface}));
+    EXPECT_EQ(3u, Timer().m_nRenderTargetChanges);
+
+    // Refused bindings are logged.
+    rs->_setRenderTarget(first.get());
+    kvproxy::FailMethod(Method::SetRenderTarget, D3DERR_INVALIDCALL, 1);
+    kvproxy::FailMethod(Method::SetDepthStencilSurface, D3DERR_INVALIDCALL, 1);
+    rs->_setRenderTarget(rs->m_pMainWindow.get());
+    EXPECT_EQ((std::vector<std::string>{VerifyLine(D3DERR_INVALIDCALL, "Failed to setRenderTarget!"),
+                                        VerifyLine(D3DERR_INVALIDCALL, "Failed to setDepthStencil")}),
+              Errors());
+}
+
+TEST_F(TargetsTest, DepthBuffersAreSharedWhereTheyFitAndDepthTexturesServeWithoutSamples)
+{
+    rs->_setRenderTarget(rs->m_pMainWindow.get());
+    // A target of no depth pool unbinds the depth surface, once.
+    ref_ptr<SurfaceTarget> flat = MakeTarget(64, 64), flat2 = MakeTarget(64, 64);
+    flat->m_nDepthPoolId = flat2->m_nDepthPoolId = 0;
+    mark = kvproxy::Here();
+    rs->_setRenderTarget(flat.get());
+    rs->_setRenderTarget(flat2.get());
+    EXPECT_EQ(Call("SetDepthStencilSurface", 0), Trace(mark, {Method::SetDepthStencilSurface}));
+    EXPECT_TRUE(!d3d->m_pActiveDepthBuffer.get() && !d3d->m_pCurrentDepthStencil && !flat->m_pDepthBuffer.get());
+    // The bound buffer is kept only for a target it fits: one pixel wider needs another.
+    rs->_setRenderTarget(rs->m_pMainWindow.get());
+    ref_ptr<SurfaceTarget> wider = MakeTarget(kWidth + 1, kHeight);
+    rs->_setRenderTarget(wider.get());
+    EXPECT_TRUE(wider->m_pDepthBuffer.get() && wider->m_pDepthBuffer.get() != rs->m_pMainWindow->m_pDepthBuffer.get());
+
+    // A depth texture takes the place of a depth buffer only without multisampling:
+    // with four samples a multisampled buffer is made.
+    ref_ptr<kv::CTexture> depthTexture(new StandInTexture);
+    ref_ptr<SurfaceTarget> plain = MakeTarget(64, 64), multi = MakeTarget(64, 64, D3DMULTISAMPLE_4_SAMPLES);
+    plain->SetDepthTexture(depthTexture.get());
+    multi->SetDepthTexture(depthTexture.get());
+    rs->_setRenderTarget(rs->m_pMainWindow.get());
+    mark = kvproxy::Here();
+    rs->_setRenderTarget(plain.get());
+    EXPECT_EQ(Call("SetDepthStencilSurface", 0),
+              Trace(mark, {Method::CreateDepthStencilSurface, Method::SetDepthStencilSurface}));
+    EXPECT_TRUE(d3d->m_pActiveDepthBuffer.get() == nullptr && plain->m_pDepthBuffer.get() == nullptr);
+    mark = kvproxy::Here();
+    rs->_setRenderTarget(multi.get());
+    kv::CD3D9DepthBuffer* buffer = dynamic_cast<kv::CD3D9DepthBuffer*>(multi->m_pDepthBuffer.get());
+    ASSERT_NE(nullptr, buffer);
+    EXPECT_EQ(Join(Call("CreateDepthStencilSurface", 64, 64, D3DFMT_D24S8, D3DMULTISAMPLE_4_SAMPLES),
+                   Call("SetDepthStencilSurface", P(buffer->getSurface()))),
+              Trace(mark, {Method::CreateDepthStencilSurface, Method::SetDepthStencilSurface}, 4));
+    EXPECT_EQ(D3DMULTISAMPLE_4_SAMPLES, buffer->m_eMultiSampleType);
+    EXPECT_EQ(buffer, d3d->m_pActiveDepthBuffer.get());
+    EXPECT_TRUE(Errors().empty());
+}
+
 // A swap chain whose Present answers what the test wants: the proxy wraps only
 // the device, so a real swap chain's Present cannot be made to fail.
-class ScriptedSwapChain : public IDirect3DSwapChain9
+struct ScriptedSwapChain : IDirect3DSwapChain9
 {
-public:
     HRESULT presentResult = D3D_OK;
     int presents = 0;
     ULONG refs = 1;
@@ -41,12 +283,10 @@ public:
 // the render system's reset road said a word about itself.
 bool ResetAttempted(kvproxy::Mark from)
 {
-    if (kvproxy::CountSince(from, Method::Reset) > 0)
-        return true;
-    for (const kv::LogLine& l : kv::GetLogLines())
-        if (l.text.find("ResetDevice") != std::string::npos)
-            return true;
-    return false;
+    const std::vector<kv::LogLine> lines = kv::GetLogLines();
+    return kvproxy::CountSince(from, Method::Reset) > 0 ||
+           std::any_of(lines.begin(), lines.end(),
+                       [](const kv::LogLine& l) { return l.text.find("ResetDevice") != std::string::npos; });
 }
 
 // "<width>x<height> <samples>" of a surface.
