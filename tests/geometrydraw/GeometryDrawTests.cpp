@@ -1,6 +1,4 @@
-// Hardware vertex and index buffers and vertex declarations (pool and usage,
-// data in and out within range, refused creation, the pools at a lost device);
-// streams and indices bound through their shadows, the three draw forms,
+// Vertex and index buffers, declarations, stream binding, the draw forms,
 // instancing, the frame statistics and the profiler's texts.
 #include "KvDeviceTest.h"
 

@@ -11,9 +11,8 @@
 #include <string>
 #include <vector>
 
-class ProgramTest : public KvDeviceTest
+struct ProgramTest : KvDeviceTest
 {
-protected:
     void SetUp() override;
     void TearDown() override;
 
@@ -39,9 +38,8 @@ protected:
 
 // The same with the lit program loaded and its first variant (no switches,
 // no lights) ready.
-class LitTest : public ProgramTest
+struct LitTest : ProgramTest
 {
-protected:
     void SetUp() override;
 
     ref_ptr<kv::CD3D9HLSLProgram> lit;

@@ -1,9 +1,5 @@
-// Programs and their variants: which keys make which records, how a variant
-// becomes ready, what a bad description or source does; the shader cache as a
-// user meets it (the compiles it spares, its entries' names, what a damaged
-// entry or an unwritable folder costs); constants as the device sees them
-// (registers queued, merged into calls, spared when repeated, kept inside the
-// shadows); activation around a compile and a reset, the complexity constant.
+// Programs, their variants and the shader cache; constants as the device sees
+// them; activation around a compile and a reset, the complexity constant.
 #include "ProgramFixture.h"
 
 #include "D3D9ShaderConstants.h"
@@ -274,9 +270,8 @@ TEST_F(ProgramTest, AnUnwritableCacheFolderCostsOnlyTheSave)
 
 typedef std::vector<std::pair<int, int>> Runs; // (first register, count)
 
-class Constants : public LitTest
+struct Constants : LitTest
 {
-protected:
     // A parameter of these registers (negative: the stage does not use it).
     const CGpuProgram::PARAM* Param(int vs, int ps, int vsCount, int psCount)
     {
@@ -459,9 +454,8 @@ TEST_F(Constants, BindsFollowTheCompiledTablesOfTheCurrentVariant)
     EXPECT_EQ(Runs({{static_cast<int>(desc.RegisterIndex), 4}}), Flush(Method::SetVertexShaderConstantF));
 }
 
-class Activation : public LitTest
+struct Activation : LitTest
 {
-protected:
     static uint64_t Number(const void* p) { return static_cast<uint64_t>(reinterpret_cast<uintptr_t>(p)); }
     // The shaders set on the device since the mark: vertex, then pixel.
     std::pair<ArgList, ArgList> Sets(kvproxy::Mark from)

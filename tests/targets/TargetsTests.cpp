@@ -1,8 +1,5 @@
-// Render windows, target binding, viewport, scissor, clear and depth buffers:
-// the colour and depth surfaces that reach the device, the calls the shadows
-// spare, the words of a failure. The render system runs on a 320 by 240 window;
-// a stand-in render target over surfaces a test makes itself serves where the
-// binding only asks a target for its surfaces.
+// Render windows, target binding, viewport, scissor, clear and depth buffers on a
+// 320 by 240 window, with a stand-in target over surfaces a test makes itself.
 #include "KvDeviceTest.h"
 
 #include "D3D9DepthBuffer.h"
@@ -449,16 +446,11 @@ TEST_F(TargetsTest, DepthBuffersCountTheirBytesAndFitWhatTheyCover)
     kv::CD3D9DepthBuffer d16(1, nullptr, D3DFMT_D16, 64, 64, D3DMULTISAMPLE_NONE, 0, true);
     ref_ptr<SurfaceTarget> same = MakeTarget(64, 64), multi = MakeTarget(32, 32, D3DMULTISAMPLE_4_SAMPLES);
     ref_ptr<SurfaceTarget> none(new SurfaceTarget({}, 16, 16));
-    const std::vector<bool> fits = {buffer.isCompatible(same.get()),
-                                    buffer.isCompatible(MakeTarget(32, 64).get()),
-                                    buffer.isCompatible(MakeTarget(65, 64).get()),
-                                    buffer.isCompatible(MakeTarget(64, 65).get()),
-                                    buffer.isCompatible(multi.get()),
-                                    buffer.isCompatible(none.get()),
-                                    d16.isCompatible(same.get()),
-                                    ms.isCompatible(same.get()),
-                                    ms.isCompatible(multi.get())};
-    EXPECT_EQ((std::vector<bool>{true, true, false, false, false, false, false, false, true}), fits);
+    const auto fit = [](kv::CD3D9DepthBuffer& b, kv::CRenderTarget* t) { return b.isCompatible(t) ? '1' : '0'; };
+    EXPECT_EQ("110000001", std::string({fit(buffer, same.get()), fit(buffer, MakeTarget(32, 64).get()),
+                                        fit(buffer, MakeTarget(65, 64).get()), fit(buffer, MakeTarget(64, 65).get()),
+                                        fit(buffer, multi.get()), fit(buffer, none.get()), fit(d16, same.get()),
+                                        fit(ms, same.get()), fit(ms, multi.get())}));
 }
 
 TEST_F(TargetsTest, TheDepthFormatSearchAndDepthSurfacesRefusedOrImpossible)

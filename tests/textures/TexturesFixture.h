@@ -35,9 +35,8 @@ Bytes WriteDds(unsigned width, unsigned height, unsigned depth, bool cube, const
 
 } // namespace kvtex
 
-class TexturesTest : public KvDeviceTest
+struct TexturesTest : KvDeviceTest
 {
-protected:
     void SetUp() override;
     void TearDown() override;
 

@@ -1,8 +1,5 @@
-// Textures and pixel buffers: the six creation roads (what each asks of D3DX or
-// the device, the pool, levels, buffers and byte count it ends with, each
-// road's refusals); lock flags and the direct and D3DX roads of copies from and
-// to memory and between buffers; levels, faces and slices from files, bad
-// files, saves, copies, a device reset for each pool, and the white stand-in.
+// Textures and pixel buffers: the creation roads and their refusals, locks and
+// copies, files in and out, a device reset for each pool, the white stand-in.
 #include "TexturesFixture.h"
 
 #include <cstdio>
@@ -178,10 +175,7 @@ TEST_F(TexturesTest, DeviceLimitsBendTheRequestInsteadOfFailing)
     EXPECT_TRUE(kvdx::Calls().empty());
 }
 
-Box Whole(unsigned width, unsigned height, unsigned depth = 1)
-{
-    return Box(0, 0, 0, width, height, depth);
-}
+const auto Whole = [](unsigned width, unsigned height) { return Box(0, 0, 0, width, height, 1); };
 
 TEST_F(TexturesTest, LockFlagsPitchesAndRegions)
 {
