@@ -1,5 +1,5 @@
-// Vertex and index buffers, declarations, stream binding, the draw forms,
-// instancing, the frame statistics and the profiler's texts.
+// Vertex and index buffers, declarations, stream binding, the draw forms, instancing, the frame statistics and the
+// profiler's texts.
 #include "KvDeviceTest.h"
 
 #include "D3D9ResourceManager.h"
@@ -44,8 +44,8 @@ ref_ptr<CHardwareIndexBuffer> Indices(CRenderSystem* rs, unsigned count, unsigne
 
 TEST_F(Buffers, PoolAndUsageFollowTheBufferUsageAndOnlyTheDefaultPoolGoesWithTheDevice)
 {
-    // No FVF: layouts come from declarations. Dynamic becomes Direct3D dynamic only
-    // with discardable, and discardable alone takes the default pool.
+    // No FVF: layouts come from declarations. Dynamic becomes Direct3D dynamic only with discardable, and discardable
+    // alone takes the default pool.
     const struct
     {
         unsigned usage;
@@ -71,9 +71,8 @@ TEST_F(Buffers, PoolAndUsageFollowTheBufferUsageAndOnlyTheDefaultPoolGoesWithThe
     // Sixteen-bit indices for every other type.
     EXPECT_EQ(12u, Indices(rs, 6, CHardwareBuffer::USAGE_STATIC)->mSizeInBytes);
 
-    // Told at every attempt to reset: twice without a reset between. Only the
-    // default pool goes and is made again, empty; the others keep their buffers
-    // and content. The end of the device releases every pool.
+    // Told at every attempt to reset: twice without a reset between. Only the default pool goes and is made again,
+    // empty; the others keep their buffers and content. The end of the device releases every pool.
     vbs[1]->WriteData(0, 16, Bytes(16, 9).data(), false);
     IDirect3DVertexBuffer9* managedNative = D3D(vbs[1].get())->m_pD3D9VertexBuffer;
     D3D9ResourceManager* manager = d3d->GetResourceManager();
@@ -124,8 +123,8 @@ TEST_F(Buffers, DataGoesInAndOutWithinTheBufferOnly)
     EXPECT_EQ((std::vector<uint8_t>{0, 0, 1, 0, 2, 0, 2, 0, 1, 0, 0, 0}), Read(*initial, 0, 12));
     EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
 
-    // Ranges outside the buffer touch nothing; a copy from a refused range copies
-    // nothing; a refused lock leaves the flag alone.
+    // Ranges outside the buffer touch nothing; a copy from a refused range copies nothing; a refused lock leaves the
+    // flag alone.
     ref_ptr<CHardwareVertexBuffer> vb = Vertices(rs, 4, CHardwareBuffer::USAGE_STATIC, Bytes(16, 1).data());
     std::vector<uint8_t> junk(32, 0x77);
     vb->WriteData(8, 16, junk.data(), false);
@@ -150,8 +149,8 @@ TEST_F(Buffers, DataGoesInAndOutWithinTheBufferOnly)
 
 TEST_F(Buffers, RefusedBuffersAreLoggedAndOnlyTheDefaultPoolIsMadeAtTheNextReset)
 {
-    // A refused creation is logged and leaves a live object without its native
-    // buffer; only the default pool is tried again when the device comes back.
+    // A refused creation is logged and leaves a live object without its native buffer; only the default pool is tried
+    // again when the device comes back.
     kvproxy::FailMethod(Method::CreateVertexBuffer, E_OUTOFMEMORY, 2);
     kvproxy::FailMethod(Method::CreateIndexBuffer, D3DERR_OUTOFVIDEOMEMORY, 1);
     ref_ptr<CHardwareVertexBuffer> deflt = Vertices(rs, 4, CHardwareBuffer::USAGE_DISCARDABLE, Bytes(16, 0).data());
@@ -224,8 +223,8 @@ struct Draws : KvDeviceTest
         decl = kvproxy::PtrArg(Native(declaration.get()));
         mark = kvproxy::Here();
     }
-    // The frame statistics: primitives, vertices, draw calls; GUI primitives,
-    // vertices, draw calls; extra instances; vertex binds and bytes; index binds and bytes.
+    // The frame statistics: primitives, vertices, draw calls; GUI primitives, vertices, draw calls; extra instances;
+    // vertex binds and bytes; index binds and bytes.
     std::string Counts()
     {
         const CTimer& t = Timer();
@@ -264,8 +263,7 @@ const unsigned kStride = sizeof(ColourVertex);
 
 TEST_F(Draws, StreamsAndIndicesBindThroughTheirShadows)
 {
-    // The stride alone does not rebind; another offset does. Stream two and above
-    // is refused before the device.
+    // The stride alone does not rebind; another offset does. Stream two and above is refused before the device.
     rs->SetVertexBuffer(data.get());
     rs->SetVertexBuffers(0, data.get(), 0);
     buffer->mElementSize = 32;
@@ -318,8 +316,8 @@ TEST_F(Draws, EachFormTakesItsCountFromIndicesOrVertices)
               Step());
     EXPECT_EQ(Call("", 1 + 2 + 4 + 2, 16, 4, 0, 0, 0, 0, 0, 0, 0, 0), Counts());
 
-    // From user memory, instances only scale the statistics; stream 0 is unbound
-    // by the runtime after it, so the same binding must go again.
+    // From user memory, instances only scale the statistics; stream 0 is unbound by the runtime after it, so the same
+    // binding must go again.
     Timer().Reset();
     d3d->_setStreamFrequency(0, 0x40000004);
     Step();
@@ -333,8 +331,7 @@ TEST_F(Draws, EachFormTakesItsCountFromIndicesOrVertices)
     rs->SetVertexBuffer(data.get());
     EXPECT_EQ(Call("SetStreamSource", 0, vb, 0, kStride), Step());
 
-    // Indexed from user memory: the index format goes along, and indices are
-    // unbound as well; line lists count here.
+    // Indexed from user memory: the index format goes along, and indices are unbound as well; line lists count here.
     uint32_t wide[6] = {0, 1, 2, 2, 1, 3};
     Timer().Reset();
     DrawIndexedUP(PT_TRIANGLE_LIST, 4, 6, wide, CHardwareIndexBuffer::IT_32BIT);
@@ -353,8 +350,19 @@ TEST_F(Draws, EachFormTakesItsCountFromIndicesOrVertices)
     EXPECT_EQ(Join(Call("SetIndices"), Call("SetStreamSource")), Step({}, 0));
 }
 
-TEST_F(Draws, NothingToDrawMakesNoDrawCallAndCountsNothing)
+TEST_F(Draws, ProfilerTextsGoAlongAndNothingToDrawMakesNoDrawCallAndCountsNothing)
 {
+    rs->BeginEvent("Shadow pass");
+    rs->SetMarker("cascade 2");
+    rs->EndEvent();
+    rs->BeginEvent("");
+    std::vector<KvProxyCall> calls = kvproxy::CallsSince(mark);
+    ASSERT_EQ(Join(Call("D3DPERF_BeginEvent", 0x01000100u), Call("D3DPERF_SetMarker", 0x01000100u),
+                   Call("D3DPERF_EndEvent"), Call("D3DPERF_BeginEvent", 0x01000100u)),
+              Trace(mark, {}, 1));
+    EXPECT_EQ(std::wstring(L"Shadow pass|cascade 2|"),
+              kvproxy::TextOf(calls[0]) + L"|" + kvproxy::TextOf(calls[1]) + L"|" + kvproxy::TextOf(calls[3]));
+    rs->EndEvent();
     rs->SetVertexBuffer(data.get());
     rs->SetIndexBuffer(indices.get());
     rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), nullptr, 1, true); // sets the frequencies
@@ -400,8 +408,8 @@ TEST_F(Draws, InstancingSetsAndRestoresTheFrequenciesAndOnlySolidSceneDrawsCount
               Step({Method::SetStreamSourceFreq, Method::DrawIndexedPrimitive}, 2));
     EXPECT_EQ(Call("", 20 + 20 + 2 + 2, 16, 4, 0, 0, 0, 18, 0, 0, 0, 0), Counts());
 
-    // Only solid fill counts, though every mode draws; GUI mode counts into the GUI
-    // sums only, and binds and instances have no GUI half.
+    // Only solid fill counts, though every mode draws; GUI mode counts into the GUI sums only, and binds and instances
+    // have no GUI half.
     Timer().Reset();
     rs->SetFillMode(FILL_WIREFRAME);
     rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), nullptr, 1, false);
@@ -443,21 +451,6 @@ TEST_F(Draws, InstancingSetsAndRestoresTheFrequenciesAndOnlySolidSceneDrawsCount
               Errors());
     EXPECT_EQ(4u, Timer().m_nDrawCallCount);
     EXPECT_EQ(1u + 1u + 1u + 2u, Timer().m_nPrimitiveCount);
-}
-
-TEST_F(Draws, ProfilerEventsAndMarkersCarryTheirText)
-{
-    rs->BeginEvent("Shadow pass");
-    rs->SetMarker("cascade 2");
-    rs->EndEvent();
-    rs->BeginEvent("");
-    std::vector<KvProxyCall> calls = kvproxy::CallsSince(mark);
-    ASSERT_EQ(Join(Call("D3DPERF_BeginEvent", 0x01000100u), Call("D3DPERF_SetMarker", 0x01000100u),
-                   Call("D3DPERF_EndEvent"), Call("D3DPERF_BeginEvent", 0x01000100u)),
-              Trace(mark, {}, 1));
-    EXPECT_EQ(std::wstring(L"Shadow pass|cascade 2|"),
-              kvproxy::TextOf(calls[0]) + L"|" + kvproxy::TextOf(calls[1]) + L"|" + kvproxy::TextOf(calls[3]));
-    rs->EndEvent();
 }
 
 } // namespace

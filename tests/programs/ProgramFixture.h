@@ -1,6 +1,5 @@
-// A started render system whose engine data and shader cache lie in a fresh
-// temporary folder, with the samples' lit shader copied in; tests add their
-// own sources and descriptions beside it.
+// A started render system whose engine data and shader cache lie in a fresh temporary folder, with the samples' lit
+// shader copied in; tests add their own sources and descriptions beside it.
 #pragma once
 
 #include "D3D9HLSLProgram.h"
@@ -36,8 +35,7 @@ struct ProgramTest : KvDeviceTest
     std::string root; // the data folder; the cache area is root + "/cache"
 };
 
-// The same with the lit program loaded and its first variant (no switches,
-// no lights) ready.
+// The same with the lit program loaded and its first variant (no switches, no lights) ready.
 struct LitTest : ProgramTest
 {
     void SetUp() override;

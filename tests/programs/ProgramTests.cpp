@@ -1,5 +1,5 @@
-// Programs, their variants and the shader cache; constants as the device sees
-// them; activation around a compile and a reset, the complexity constant.
+// Programs, their variants and the shader cache; constants as the device sees them; activation around a compile and a
+// reset, the complexity constant.
 #include "ProgramFixture.h"
 
 #include "D3D9ShaderConstants.h"
@@ -25,8 +25,8 @@ using kvproxy::Method;
 namespace
 {
 
-// Each profile pair compiles the lit shader without a word in the log, into
-// its own folder of the cache; an unknown render system type compiles nothing.
+// Each profile pair compiles the lit shader without a word in the log, into its own folder of the cache; an unknown
+// render system type compiles nothing.
 TEST_F(ProgramTest, EachRenderSystemTypeHasItsProfilesAndCacheFolder)
 {
     const std::tuple<RenderSystemType, DWORD, const char*> rows[] = {{RST_DX9A, 0xFFFF0200u, "a/lit_"},
@@ -72,8 +72,8 @@ TEST_F(ProgramTest, AKeyCombinationSeenAgainReusesItsRecord)
     EXPECT_EQ(3u, Compiles());
 }
 
-// Keys are answered at once, code only when ready; a destroy waits for the
-// record the compile thread holds, and a reload starts afresh.
+// Keys are answered at once, code only when ready; a destroy waits for the record the compile thread holds, and a
+// reload starts afresh.
 TEST_F(ProgramTest, AVariantAnswersItsKeysAtOnceItsCodeWhenReadyAndIsFreedAfterTheThread)
 {
     g_bDisassembleShader = true;
@@ -193,8 +193,8 @@ TEST_F(ProgramTest, EqualTextSharesAnEntryAndOneChangedMacroCharacterMakesAnothe
 {
     Keys(0, 1);
     ASSERT_TRUE(WaitReady(Make("lit").get()));
-    // Profile prefix, file title, and the digest of the text, the profiles and
-    // the cache version, fed without separators.
+    // Profile prefix, file title, and the digest of the text, the profiles and the cache version, fed without
+    // separators.
     Md5 digest;
     digest.Update("#define LIGHT_COUNT 1\n" + Read("shader/lit.fx") + "vs_3_0ps_3_0VersionShaderCache3");
     EXPECT_EQ(std::vector<std::string>{"c/lit_" + digest.HexDigest() + ".bin"}, Entries());
@@ -407,8 +407,8 @@ TEST_F(Constants, TheGuardsKeepEveryWriteInsideItsBindAndTheShadows)
     const float padded[4] = {data[0], 0, 0, 0};
     EXPECT_EQ(0, std::memcmp(padded, g_VSConstantShadow[100], sizeof(padded)));
 
-    // The vertex list fills to its last entry, then drops a write; the pixel
-    // list keeps a write that would fill it in the shadow only.
+    // The vertex list fills to its last entry, then drops a write; the pixel list keeps a write that would fill it in
+    // the shadow only.
     std::vector<float> many = Fresh(256);
     lit->SetVector4Array(Param(0, -1, 256, 0), many.data(), 256);
     lit->SetVector4(Param(255, -1, 1, 0), Fresh(1).data()); // lost
@@ -418,8 +418,7 @@ TEST_F(Constants, TheGuardsKeepEveryWriteInsideItsBindAndTheShadows)
     EXPECT_EQ(Runs({{0, 223}}), Flush(Method::SetPixelShaderConstantF));
     EXPECT_EQ(many[223 * 4], g_PSConstantShadow[223][0]);
 
-    // A texture on a constant's registers goes to the render system's samplers,
-    // which refuse one that does not exist.
+    // A texture on a constant's registers goes to the render system's samplers, which refuse one that does not exist.
     kvproxy::Mark from = kvproxy::Here();
     lit->SetTexture(Param(300, 2, 1, 1), nullptr, SamplerState());
     EXPECT_EQ(ArgList({{2, 0}}), ArgsOf(from, Method::SetTexture, 2));
@@ -499,8 +498,7 @@ TEST_F(Activation, ShadersAreSetOnceNotWhileCompilingAndAgainAfterAReset)
     EXPECT_EQ(2u, Compiles());
 }
 
-// The complexity view gets the variant's costs as one constant, scaled by
-// the budget; other modes send nothing of it.
+// The complexity view gets the variant's costs as one constant, scaled by the budget; other modes send nothing of it.
 TEST_F(Activation, TheComplexityViewGetsTheVariantsCostsAsOneConstant)
 {
     d3d->m_nComplexityRegister = 3;

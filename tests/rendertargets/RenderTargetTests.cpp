@@ -1,5 +1,5 @@
-// Render textures, multiple render targets, screenshots and read-back: pixels,
-// the calls made, and the log lines of bad input.
+// Render textures, multiple render targets, screenshots and read-back: pixels, the calls made, and the log lines of bad
+// input.
 #include "KvDeviceTest.h"
 
 #include "D3D9HardwarePixelBuffer.h"
@@ -74,8 +74,8 @@ struct RenderTargetsTest : KvDeviceTest
             s->Release();
         return pixels;
     }
-    // The target bound through a viewport over its left `columns` (all: 0),
-    // which are cleared to rgb (each channel 0 or 0xFF).
+    // The target bound through a viewport over its left `columns` (all: 0), which are cleared to rgb (each channel 0 or
+    // 0xFF).
     void Clear(CRenderTarget* target, uint32_t rgb, int columns = 0)
     {
         const CColour c(rgb >> 16 & 1, rgb >> 8 & 1, rgb & 1, 1.0f);
@@ -150,8 +150,8 @@ TEST_F(RenderTargetsTest, MultipleTargetsTakeTwoColoursFromOneDraw)
     EXPECT_EQ(0u, CountNot(ReadPixels(Buffer(a.get())->getSurface()), 16, 0, 16, 0xFF0000));
     EXPECT_EQ(0u, CountNot(ReadPixels(Buffer(b.get())->getSurface()), 16, 0, 16, 0x00FF00));
 
-    // Another size and, where the device needs them equal, another bit depth
-    // are told and bound all the same; position 0 alone gives the size.
+    // Another size and, where the device needs them equal, another bit depth are told and bound all the same; position
+    // 0 alone gives the size.
     d3d->m_d3dcaps.PrimitiveMiscCaps &= ~D3DPMISCCAPS_MRTINDEPENDENTBITDEPTHS;
     mrt->bindSurfaceImpl(2, RenderTexture(small.get()));
     mrt->unbindSurface(0);
@@ -225,8 +225,8 @@ TEST_F(RenderTargetsTest, ScreenShotPicksFormatScaleAndRectangle)
     GetTempPathA(MAX_PATH, temp);
     const std::string dir = std::string(temp) + "kv_rendertargets_";
     const RECT outside = {0, 0, 128, 128}, middle = {24, 0, 40, 4};
-    // A rectangle cuts the saved picture, the scaled one when there is one.
-    // Failures are silent. Pictures are read back from PNG files.
+    // A rectangle cuts the saved picture, the scaled one when there is one. Failures are silent. Pictures are read back
+    // from PNG files.
     struct Row
     {
         const char* file;
@@ -290,8 +290,8 @@ TEST_F(RenderTargetsTest, ReadBackKeepsOneSurfaceASizeAndClosesWhatItOpened)
               ArgsOf(mark, Method::CreateOffscreenPlainSurface, 3));
     EXPECT_TRUE(Errors().empty());
 
-    // Begun twice, the second finds its surface locked, and the end closes the
-    // first: the next begin works. An end without a begin is told.
+    // Begun twice, the second finds its surface locked, and the end closes the first: the next begin works. An end
+    // without a begin is told.
     ASSERT_TRUE(rs->BeginGetRenderTargetData(Buffer(texture.get()), &bits, &pitch));
     EXPECT_FALSE(rs->BeginGetRenderTargetData(Buffer(texture.get()), &bits, &pitch));
     rs->EndGetRenderTargetData();

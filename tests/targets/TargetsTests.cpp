@@ -1,5 +1,5 @@
-// Render windows, target binding, viewport, scissor, clear and depth buffers on a
-// 320 by 240 window, with a stand-in target over surfaces a test makes itself.
+// Render windows, target binding, viewport, scissor, clear and depth buffers on a 320 by 240 window, with a stand-in
+// target over surfaces a test makes itself.
 #include "KvDeviceTest.h"
 
 #include "D3D9DepthBuffer.h"
@@ -109,10 +109,9 @@ TEST_F(TargetsTest, ViewportBindsOnceAndSetsViewportAndScissorEveryTime)
     const kvproxy::Mark from = kvproxy::Here();
     rs->_setViewport(vp, 0, nullptr, 1.0f, 0);
     rs->_setViewport(vp, 0, nullptr, 1.0f, 0);
-    // The first call binds the window's back buffer at 0 and empties the other
-    // slots, then its depth surface; the target comes before the viewport, since
-    // binding slot 0 resets the device's viewport. The second spares the binding;
-    // neither touches the scissor test nor clears.
+    // The first call binds the window's back buffer at 0 and empties the other slots, then its depth surface; the
+    // target comes before the viewport, since binding slot 0 resets the device's viewport. The second spares the
+    // binding; neither touches the scissor test nor clears.
     std::string expected = Join(Call("SetRenderState", D3DRS_SRGBWRITEENABLE, 0),
                                 Call("SetRenderTarget", 0, P(MainWindow()->m_pBackBuffer)));
     for (uint64_t i = 1; i < d3d->m_d3dcaps.NumSimultaneousRTs; ++i)
@@ -182,16 +181,15 @@ TEST_F(TargetsTest, ColourSurfacesMoveDownAndTheShadowsSpareTheRest)
     ref_ptr<SurfaceTarget> first(new SurfaceTarget({p, q}, 64, 64)), second(new SurfaceTarget({q, r}, 64, 64));
     rs->_setRenderTarget(first.get());
     const int queries = first->m_nAttributeQueries;
-    // A surface that moves down leaves its higher slot first; the same target
-    // again spares the device and asks for no surfaces.
+    // A surface that moves down leaves its higher slot first; the same target again spares the device and asks for no
+    // surfaces.
     mark = kvproxy::Here();
     rs->_setRenderTarget(first.get());
     rs->_setRenderTarget(second.get());
     EXPECT_EQ(queries, first->m_nAttributeQueries);
     EXPECT_EQ(Join(Call("SetRenderTarget", 1, 0), Call("SetRenderTarget", 0, P(q)), Call("SetRenderTarget", 1, P(r))),
               Trace(mark, {Method::SetRenderTarget}));
-    // Back to the window empties slot 1; the window's own depth surface replaces
-    // the one made for the other targets.
+    // Back to the window empties slot 1; the window's own depth surface replaces the one made for the other targets.
     mark = kvproxy::Here();
     rs->_setRenderTarget(rs->m_pMainWindow.get());
     EXPECT_EQ(Join(Call("SetRenderTarget", 0, P(MainWindow()->m_pBackBuffer)), Call("SetRenderTarget", 1, 0),
@@ -226,8 +224,8 @@ TEST_F(TargetsTest, DepthBuffersAreSharedWhereTheyFitAndDepthTexturesServeWithou
     rs->_setRenderTarget(wider.get());
     EXPECT_TRUE(wider->m_pDepthBuffer.get() && wider->m_pDepthBuffer.get() != rs->m_pMainWindow->m_pDepthBuffer.get());
 
-    // A depth texture takes the place of a depth buffer only without multisampling:
-    // with four samples a multisampled buffer is made.
+    // A depth texture takes the place of a depth buffer only without multisampling: with four samples a multisampled
+    // buffer is made.
     ref_ptr<kv::CTexture> depthTexture(new StandInTexture);
     ref_ptr<SurfaceTarget> plain = MakeTarget(64, 64), multi = MakeTarget(64, 64, D3DMULTISAMPLE_4_SAMPLES);
     plain->SetDepthTexture(depthTexture.get());
@@ -250,8 +248,8 @@ TEST_F(TargetsTest, DepthBuffersAreSharedWhereTheyFitAndDepthTexturesServeWithou
     EXPECT_TRUE(Errors().empty());
 }
 
-// A swap chain whose Present answers what the test wants: the proxy wraps only
-// the device, so a real swap chain's Present cannot be made to fail.
+// A swap chain whose Present answers what the test wants: the proxy wraps only the device, so a real swap chain's
+// Present cannot be made to fail.
 struct ScriptedSwapChain : IDirect3DSwapChain9
 {
     HRESULT presentResult = D3D_OK;
@@ -276,8 +274,8 @@ struct ScriptedSwapChain : IDirect3DSwapChain9
     STDMETHOD(GetPresentParameters)(D3DPRESENT_PARAMETERS*) override { return E_NOTIMPL; }
 };
 
-// Whether anything tried to reset the device: the device's Reset reached, or
-// the render system's reset road said a word about itself.
+// Whether anything tried to reset the device: the device's Reset reached, or the render system's reset road said a word
+// about itself.
 bool ResetAttempted(kvproxy::Mark from)
 {
     const std::vector<kv::LogLine> lines = kv::GetLogLines();
@@ -329,16 +327,15 @@ TEST_F(Windows, FurtherWindowsHaveTheirOwnSwapChainRebuiltAtTheirReset)
         Call("", pp.BackBufferWidth, pp.BackBufferHeight, pp.BackBufferFormat, pp.BackBufferCount, pp.MultiSampleType,
              pp.Windowed, pp.PresentationInterval, P(pp.hDeviceWindow)));
     EXPECT_EQ("200x150 0", Described(w->m_pBackBuffer));
-    // Binding it asks for a depth buffer of its size: the main window's is larger
-    // and would do, so it is shared.
+    // Binding it asks for a depth buffer of its size: the main window's is larger and would do, so it is shared.
     rs->_setRenderTarget(rs->m_pMainWindow.get());
     mark = kvproxy::Here();
     rs->_setRenderTarget(w);
     EXPECT_EQ(rs->m_pMainWindow->m_pDepthBuffer.get(), w->m_pDepthBuffer.get());
     EXPECT_EQ(0u, kvproxy::CountSince(mark, Method::CreateDepthStencilSurface));
 
-    // Its reset rebuilds the swap chain at once at the new size, the old depth
-    // buffer gone with the old chain; the next binding runs in full.
+    // Its reset rebuilds the swap chain at once at the new size, the old depth buffer gone with the old chain; the next
+    // binding runs in full.
     const int checks = rs->m_nCheckActiveRenderTargetCount;
     mark = kvproxy::Here();
     EXPECT_TRUE(rs->Reset(otherWnd, 96, 80, false, false, 0));
@@ -400,8 +397,7 @@ TEST_F(Windows, MainWindowPresentsThroughTheDeviceAndOnlyItResetsALostDevice)
     w2->swapBuffers();
     EXPECT_TRUE(kvproxy::ResultsAre(mark, Method::TestCooperativeLevel, {D3DERR_DEVICENOTRESET}));
     EXPECT_FALSE(ResetAttempted(mark));
-    // The main window goes for the reset at once (which takes every window's
-    // surfaces: the real chain goes back first).
+    // The main window goes for the reset at once (which takes every window's surfaces: the real chain goes back first).
     w2->m_pSwapChain = real;
     mark = kvproxy::Here();
     rs->m_pMainWindow->swapBuffers();
@@ -439,8 +435,8 @@ TEST_F(TargetsTest, DepthBuffersCountTheirBytesAndFitWhatTheyCover)
             s->Release();
     }
 
-    // Compatible only with targets it covers, of the depth format found for their
-    // colour format and of the same multisampling; the pool id plays no part.
+    // Compatible only with targets it covers, of the depth format found for their colour format and of the same
+    // multisampling; the pool id plays no part.
     kv::CD3D9DepthBuffer buffer(7, nullptr, D3DFMT_D24S8, 64, 64, D3DMULTISAMPLE_NONE, 0, true);
     kv::CD3D9DepthBuffer ms(1, nullptr, D3DFMT_D24S8, 64, 64, D3DMULTISAMPLE_4_SAMPLES, 0, true);
     kv::CD3D9DepthBuffer d16(1, nullptr, D3DFMT_D16, 64, 64, D3DMULTISAMPLE_NONE, 0, true);
@@ -455,8 +451,8 @@ TEST_F(TargetsTest, DepthBuffersCountTheirBytesAndFitWhatTheyCover)
 
 TEST_F(TargetsTest, TheDepthFormatSearchAndDepthSurfacesRefusedOrImpossible)
 {
-    // The search stops at the first candidate the adapter has and that matches the
-    // colour format, asked in the order D24S8, D24FS8, D24X4S4, D24X8, D15S1, D16, D32.
+    // The search stops at the first candidate the adapter has and that matches the colour format, asked in the order
+    // D24S8, D24FS8, D24X4S4, D24X8, D15S1, D16, D32.
     d3d->m_mapDepthStencilFormats.clear();
     for (D3DFORMAT f : {D3DFMT_D24S8, D3DFMT_D24FS8, D3DFMT_D24X4S4, D3DFMT_D24X8, D3DFMT_D15S1})
         kvproxy::FailCheckDeviceFormat(f, D3DUSAGE_DEPTHSTENCIL);

@@ -1,5 +1,5 @@
-// Textures and pixel buffers: the creation roads and their refusals, locks and
-// copies, files in and out, a device reset for each pool, the white stand-in.
+// Textures and pixel buffers: the creation roads and their refusals, locks and copies, files in and out, a device reset
+// for each pool, the white stand-in.
 #include "TexturesFixture.h"
 
 #include <cstdio>
@@ -21,8 +21,8 @@ const D3DPOOL kManaged = D3DPOOL_MANAGED, kDefault = D3DPOOL_DEFAULT;
 const PixelFormat kArgb = PF_A8R8G8B8;
 const DWORD kRT = D3DUSAGE_RENDERTARGET;
 
-// The sizes are the first of what the creator was asked: width, height and,
-// for a volume, depth. Anti-aliasing 8 lands on the 4 samples Wine takes.
+// The sizes are the first of what the creator was asked: width, height and, for a volume, depth. Anti-aliasing 8 lands
+// on the 4 samples Wine takes.
 struct Road
 {
     const char* name;
@@ -177,7 +177,7 @@ TEST_F(TexturesTest, DeviceLimitsBendTheRequestInsteadOfFailing)
 
 const auto Whole = [](unsigned width, unsigned height) { return Box(0, 0, 0, width, height, 1); };
 
-TEST_F(TexturesTest, LockFlagsPitchesAndRegions)
+TEST_F(TexturesTest, LockFlagsPitchesAndCopiesFromMemoryByTheDirectRoadWhenTheLayoutMatches)
 {
     typedef CHardwareBuffer B;
     const std::tuple<unsigned, B::LockOptions, DWORD> kRows[] = {
@@ -210,10 +210,7 @@ TEST_F(TexturesTest, LockFlagsPitchesAndRegions)
                "blitFromMemory if you need the contents.D3D9HardwarePixelBuffer::lockImpl",
                "Surface locking failed CD3D9HardwarePixelBuffer::lockImpl, " + std::to_string(int(D3DERR_INVALIDCALL)) +
                    ", " + DXGetErrorString(D3DERR_INVALIDCALL) + ", " + DXGetErrorDescription(D3DERR_INVALIDCALL)}));
-}
 
-TEST_F(TexturesTest, CopiesFromMemoryTakeTheDirectRoadWhenTheLayoutMatches)
-{
     ref_ptr<CTexture> t = Make(8, 8);
     CD3D9HardwarePixelBuffer* b = Buffer(t.get());
     Pixels pixels = Pattern(8, 8);
@@ -253,13 +250,12 @@ TEST_F(TexturesTest, CopiesFromMemoryTakeTheDirectRoadWhenTheLayoutMatches)
     EXPECT_EQ(Read(b), Fill(64, kRed));
 }
 
-TEST_F(TexturesTest, CopiesToMemoryReadRenderTargetsBackAndConvertAtTheEnd)
+TEST_F(TexturesTest, CopiesToMemoryAndBetweenBuffersReadRenderTargetsBackAndConvert)
 {
     ref_ptr<CTexture> target = Make(8, 8, TU_RENDERTARGET);
     CD3D9HardwarePixelBuffer* b = Buffer(target.get());
     ASSERT_EQ(device->ColorFill(b->getSurface(), nullptr, kRed), D3D_OK);
-    // Whole, same format: the device reads it back into system memory. Into a
-    // smaller box: scratch memory and D3DX.
+    // Whole, same format: the device reads it back into system memory. Into a smaller box: scratch memory and D3DX.
     const struct
     {
         unsigned size;
@@ -284,10 +280,7 @@ TEST_F(TexturesTest, CopiesToMemoryReadRenderTargetsBackAndConvertAtTheEnd)
     EXPECT_EQ(kvdx::Calls(Fn::CreateTexture).at(0).args[4], static_cast<uint64_t>(D3DFMT_A8R8G8B8));
     EXPECT_EQ(std::vector<uint16_t>({shorts[0], shorts[1], shorts[63 * 3]}),
               std::vector<uint16_t>({0xFFFF, 0, 0xFFFF}));
-}
 
-TEST_F(TexturesTest, BlitsConvertBetweenBuffersOfAnySizeAndFormat)
-{
     const Pixels pixels = Pattern(8, 8, 4);
     ref_ptr<CTexture> source = Manual(8, 8, pixels), smaller = Make(4, 4, 0, PF_X8R8G8B8);
     ref_ptr<CHardwarePixelBuffer> from(source->getBuffer(0, 0));
@@ -299,10 +292,9 @@ TEST_F(TexturesTest, BlitsConvertBetweenBuffersOfAnySizeAndFormat)
     EXPECT_EQ(Pixels({got[0], got[3], got[15]}), Pixels({pixels[0], pixels[7], pixels[63]}));
 
     // From a render target the content comes through system memory first.
-    ref_ptr<CTexture> target = Make(8, 8, TU_RENDERTARGET);
-    ASSERT_EQ(device->ColorFill(Buffer(target.get())->getSurface(), nullptr, kGreen), D3D_OK);
+    ASSERT_EQ(device->ColorFill(b->getSurface(), nullptr, kGreen), D3D_OK);
     mark = kvproxy::Here();
-    source->getBuffer(0, 0)->blit(ref_ptr<CHardwarePixelBuffer>(target->getBuffer(0, 0)), Whole(8, 8), Whole(8, 8));
+    source->getBuffer(0, 0)->blit(ref_ptr<CHardwarePixelBuffer>(b), Whole(8, 8), Whole(8, 8));
     EXPECT_EQ(kvproxy::CountSince(mark, Method::GetRenderTargetData), 1u);
     EXPECT_EQ(Read(source->getBuffer(0, 0)), Fill(64, kGreen));
 
@@ -329,7 +321,7 @@ TEST_F(TexturesTest, AnUnboundBufferRefusesEveryAccess)
     EXPECT_EQ(Read(other->getBuffer(0, 0)), Fill(64, kRed));
 }
 
-TEST_F(TexturesTest, SavesFollowTheLowerCasedEnding)
+TEST_F(TexturesTest, SavesFollowTheLowerCasedEndingAndCopiesGoToTexturesAndFromTheWindow)
 {
     const struct
     {
@@ -363,10 +355,7 @@ TEST_F(TexturesTest, SavesFollowTheLowerCasedEnding)
             EXPECT_EQ(Read(rs->CreateTexture(path.c_str(), TEX_TYPE_2D, 0, false)->getBuffer(0, 0)), pixels);
         }
     }
-}
 
-TEST_F(TexturesTest, CopiesToTexturesAndFromTheWindow)
-{
     ref_ptr<CTexture> from = Make(8, 8, TU_RENDERTARGET), to = Make(8, 8, TU_RENDERTARGET);
     ASSERT_EQ(device->ColorFill(Buffer(from.get())->getSurface(), nullptr, kRed), D3D_OK);
     mark = kvproxy::Here();
@@ -398,7 +387,7 @@ TEST_F(TexturesTest, CopiesToTexturesAndFromTheWindow)
     EXPECT_EQ(Read(shot->getBuffer(0, 0)), Fill(kWidth * kHeight, kClear));
 }
 
-TEST_F(TexturesTest, AResetRebuildsDefaultPoolTexturesAndLeavesManagedOnes)
+TEST_F(TexturesTest, AResetRebuildsDefaultPoolTexturesAndATextureNotReadyBindsTheWhiteOne)
 {
     ref_ptr<CTexture> target = Make(16, 16, TU_RENDERTARGET), managed = Manual(8, 8, Pattern(8, 8));
     const uint32_t bytes = g_nTextureManualSizeInBytes;
@@ -419,17 +408,13 @@ TEST_F(TexturesTest, AResetRebuildsDefaultPoolTexturesAndLeavesManagedOnes)
     EXPECT_EQ(buffer->getRenderTarget(0), renderTexture);
     EXPECT_NE(Buffer(target.get())->getSurface(), nullptr);
     EXPECT_EQ(g_nTextureManualSizeInBytes, bytes);
-    // The managed one kept its pixels without any work, and a manual
-    // texture's reload leaves its native objects alone.
+    // The managed one kept its pixels without any work, and a manual texture's reload leaves its native objects alone.
     EXPECT_EQ(Read(managed->getBuffer(0, 0)), Pattern(8, 8));
     IDirect3DBaseTexture9* native = D3D(managed.get())->m_pTextures->baseTex;
     EXPECT_TRUE(managed->Reload());
     EXPECT_EQ(D3D(managed.get())->m_pTextures->baseTex, native);
     EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
-}
 
-TEST_F(TexturesTest, ATextureNotReadyBindsTheWhiteTextureAReadyOneItself)
-{
     ref_ptr<CD3D9Texture> pending(new CD3D9Texture); // never loaded
     CD3D9Texture* white = D3D(rs->GetWhiteTexture());
     ASSERT_NE(white, nullptr);
