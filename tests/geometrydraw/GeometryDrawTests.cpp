@@ -147,7 +147,7 @@ TEST_F(Buffers, DataGoesInAndOutWithinTheBufferOnly)
               Errors());
 }
 
-TEST_F(Buffers, RefusedBuffersAreLoggedAndOnlyTheDefaultPoolIsMadeAtTheNextReset)
+TEST_F(Buffers, RefusedBuffersAreLoggedOnlyTheDefaultPoolIsMadeAtTheNextResetAndDeclarationsTranslate)
 {
     // A refused creation is logged and leaves a live object without its native buffer; only the default pool is tried
     // again when the device comes back.
@@ -173,12 +173,9 @@ TEST_F(Buffers, RefusedBuffersAreLoggedAndOnlyTheDefaultPoolIsMadeAtTheNextReset
     EXPECT_NE(nullptr, D3D(deflt.get())->m_pD3D9VertexBuffer);
     EXPECT_TRUE(D3D(managed.get())->m_pD3D9VertexBuffer == nullptr &&
                 D3D(refused.get())->m_pD3D9IndexBuffer == nullptr);
-}
 
-// ---- vertex declarations
-
-TEST_F(Buffers, DeclarationElementsReachTheDeviceTranslatedAndLiveWithIt)
-{
+    // Vertex declarations.
+    ClearLog();
     const VertexElement elements[] = {
         VertexElement(0, 0, VET_FLOAT3, VES_POSITION), VertexElement(0, 12, VET_FLOAT3, VES_NORMAL),
         VertexElement(0, 24, VET_COLOUR, VES_COLOUR), VertexElement(0, 28, VET_FLOAT2, VES_TEXTURE_COORDINATES, 3),

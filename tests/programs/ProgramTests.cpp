@@ -116,7 +116,7 @@ TEST_F(ProgramTest, AVariantAnswersItsKeysAtOnceItsCodeWhenReadyAndIsFreedAfterT
     EXPECT_EQ(0u, pixel->Release());
 }
 
-TEST_F(ProgramTest, ABadDescriptionMakesNoProgramAndSaysWhy)
+TEST_F(ProgramTest, ABadDescriptionMakesNoProgramAndSaysWhyAndLoadRefusesAnyThreadButTheMainOne)
 {
     const std::string masks = "[program]\nruntime_mask = 0\nregister_mask = 0\n";
     const struct
@@ -171,10 +171,8 @@ TEST_F(ProgramTest, ABadSourceFailsItsVariantsAndSparesTheOthers)
     EXPECT_FALSE(WaitReady(Make("ghost").get()));
     EXPECT_EQ(std::vector<std::string>{"Shader source shader/ghost.fx not found"}, Texts(LOG_WARNING));
     EXPECT_EQ(1u, Compiles());
-}
 
-TEST_F(ProgramTest, LoadRefusesAnyThreadButTheMainOne)
-{
+    ClearLog();
     ref_ptr<CD3D9HLSLProgram> lit(new CD3D9HLSLProgram);
     bool loaded = true;
     uint32_t thread = 0;

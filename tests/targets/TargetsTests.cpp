@@ -102,7 +102,7 @@ IDirect3DSurface9* DepthSurfaceOf(kv::CRenderTarget* t)
     return b ? b->getSurface() : nullptr;
 }
 
-TEST_F(TargetsTest, ViewportBindsOnceAndSetsViewportAndScissorEveryTime)
+TEST_F(TargetsTest, ViewportBindsOnceSetsViewportAndScissorEveryTimeAndClearFlagsFollowTheBuffersWord)
 {
     kv::CViewport vp(rs->m_pMainWindow.get(), 10, 20, 100, 50);
     rs->SetScissorTestEnabled(true);
@@ -128,10 +128,7 @@ TEST_F(TargetsTest, ViewportBindsOnceAndSetsViewportAndScissorEveryTime)
     rs->SetScissorRect(&r);
     rs->SetScissorRect(nullptr);
     EXPECT_EQ(Join(Call("SetScissorRect", 0, 0, 1, 1), Call("SetScissorRect", 10, 20, 110, 70)), Trace(mark));
-}
 
-TEST_F(TargetsTest, ClearFlagsFollowTheBuffersWordAndOnlyDepthMarksItCleared)
-{
     // The whole target, no rectangles; colour 1, depth 2, stencil 4; other bits ignored.
     const struct
     {
@@ -153,10 +150,10 @@ TEST_F(TargetsTest, ClearFlagsFollowTheBuffersWordAndOnlyDepthMarksItCleared)
         EXPECT_EQ(c.depthCleared, rs->_isDepthBufferCleared()) << c.buffers;
     }
     // Only the viewport's clear: with buffers 0 there is none.
-    kv::CViewport vp(rs->m_pMainWindow.get(), 0, 0, kWidth, kHeight);
+    kv::CViewport whole(rs->m_pMainWindow.get(), 0, 0, kWidth, kHeight);
     mark = kvproxy::Here();
-    rs->_setViewport(vp, 0, &kOrange, 1.0f, 0);
-    rs->_setViewport(vp, 1, nullptr, 1.0f, 0);
+    rs->_setViewport(whole, 0, &kOrange, 1.0f, 0);
+    rs->_setViewport(whole, 1, nullptr, 1.0f, 0);
     EXPECT_EQ(Call("Clear", 0, 0, D3DCLEAR_TARGET, 0), Trace(mark, {Method::Clear}, 4));
     EXPECT_TRUE(Errors().empty());
 
@@ -164,7 +161,7 @@ TEST_F(TargetsTest, ClearFlagsFollowTheBuffersWordAndOnlyDepthMarksItCleared)
     for (Method m : {Method::SetViewport, Method::SetScissorRect, Method::Clear})
         kvproxy::FailMethod(m, D3DERR_INVALIDCALL);
     rs->m_bDepthBufferCleared = false;
-    rs->_setViewport(vp, 2, &kOrange, 1.0f, 0);
+    rs->_setViewport(whole, 2, &kOrange, 1.0f, 0);
     EXPECT_TRUE(rs->_isDepthBufferCleared());
     EXPECT_EQ((std::vector<std::string>{VerifyLine(D3DERR_INVALIDCALL, "Failed to set viewport"),
                                         VerifyLine(D3DERR_INVALIDCALL),
@@ -405,7 +402,7 @@ TEST_F(Windows, MainWindowPresentsThroughTheDeviceAndOnlyItResetsALostDevice)
     EXPECT_TRUE(ResetAttempted(mark));
 }
 
-TEST_F(TargetsTest, DepthBuffersCountTheirBytesAndFitWhatTheyCover)
+TEST_F(TargetsTest, DepthBuffersCountTheirBytesFitWhatTheyCoverAndTheirFormatIsSearchedOnce)
 {
     const uint32_t before = kv::g_nDepthBufferSizeInBytes;
     {
@@ -447,10 +444,7 @@ TEST_F(TargetsTest, DepthBuffersCountTheirBytesAndFitWhatTheyCover)
                                         fit(buffer, MakeTarget(65, 64).get()), fit(buffer, MakeTarget(64, 65).get()),
                                         fit(buffer, multi.get()), fit(buffer, none.get()), fit(d16, same.get()),
                                         fit(ms, same.get()), fit(ms, multi.get())}));
-}
 
-TEST_F(TargetsTest, TheDepthFormatSearchAndDepthSurfacesRefusedOrImpossible)
-{
     // The search stops at the first candidate the adapter has and that matches the colour format, asked in the order
     // D24S8, D24FS8, D24X4S4, D24X8, D15S1, D16, D32.
     d3d->m_mapDepthStencilFormats.clear();

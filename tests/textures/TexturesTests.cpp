@@ -110,7 +110,7 @@ struct Refusal
     std::string textureLine; // empty: the road answers false without a word
 };
 
-TEST_F(TexturesTest, RefusedAndFailedRoadsLogAndLeaveNothing)
+TEST_F(TexturesTest, RefusedAndFailedRoadsLogAndLeaveNothingAndDeviceLimitsBendTheRequest)
 {
     const std::string description = DXGetErrorDescription(E_OUTOFMEMORY);
     const Refusal kRefusals[] = {
@@ -144,10 +144,8 @@ TEST_F(TexturesTest, RefusedAndFailedRoadsLogAndLeaveNothing)
         kvdx::Reset();
         kvproxy::ClearFaults();
     }
-}
 
-TEST_F(TexturesTest, DeviceLimitsBendTheRequestInsteadOfFailing)
-{
+    ClearLog();
     // A failed multisampled surface leaves a working texture without anti-aliasing.
     kvproxy::FailMethod(Method::CreateRenderTarget, E_OUTOFMEMORY);
     ref_ptr<CTexture> aa = rs->CreateTextureManual(TEX_TYPE_2D, 16, 16, 1, 0, kArgb, TU_RENDERTARGET, 8, false);
