@@ -1,6 +1,5 @@
-// A started render system whose engine data and shader cache lie in a fresh
-// temporary folder, with the samples' lit shader copied in; tests add their
-// own sources and descriptions beside it.
+// A started render system whose engine data and shader cache lie in a fresh temporary folder, with the samples' lit
+// shader copied in; tests add their own sources and descriptions beside it.
 #pragma once
 
 #include "D3D9HLSLProgram.h"
@@ -11,9 +10,8 @@
 #include <string>
 #include <vector>
 
-class ProgramTest : public KvDeviceTest
+struct ProgramTest : KvDeviceTest
 {
-protected:
     void SetUp() override;
     void TearDown() override;
 
@@ -37,11 +35,9 @@ protected:
     std::string root; // the data folder; the cache area is root + "/cache"
 };
 
-// The same with the lit program loaded and its first variant (no switches,
-// no lights) ready.
-class LitTest : public ProgramTest
+// The same with the lit program loaded and its first variant (no switches, no lights) ready.
+struct LitTest : ProgramTest
 {
-protected:
     void SetUp() override;
 
     ref_ptr<kv::CD3D9HLSLProgram> lit;

@@ -1,5 +1,5 @@
-// Occlusion and GPU timer queries and the viewing modes' pixel shaders on Wine's
-// Direct3D 9 and HLSL compiler behind the recording d3d9.dll.
+// Occlusion and GPU timer queries and the viewing modes' pixel shaders on Wine's Direct3D 9 and HLSL compiler behind
+// the recording d3d9.dll.
 #include "D3D9HardwareOcclusionQuery.h"
 #include "GfxTimerQueryManager.h"
 #include "KvDeviceTest.h"
@@ -20,8 +20,8 @@ using kvproxy::Method;
 namespace
 {
 
-// Answers GetData from a script, one (result, value) a call, the last again and
-// again. It outlives the render system, so the plug-in's Release only counts.
+// Answers GetData from a script, one (result, value) a call, the last again and again. It outlives the render system,
+// so the plug-in's Release only counts.
 struct ScriptedQuery : IDirect3DQuery9
 {
     std::deque<std::pair<HRESULT, DWORD>> answers;
@@ -236,6 +236,7 @@ TEST_F(Queries, EachViewingModeSetsItsOwnPixelShaderMadeOnce)
                                                           {FILL_WIRE_TINTED, RST_DX9A},
                                                           {FILL_OVERDRAW, RST_DX9C},
                                                           {FILL_SHADER_COMPLEXITY, RST_DX9A}};
+    DWORD code[1024] = {};
     for (const auto& row : rows)
         for (unsigned use = 0; use < 2; ++use)
         {
@@ -247,17 +248,13 @@ TEST_F(Queries, EachViewingModeSetsItsOwnPixelShaderMadeOnce)
             ASSERT_NE(nullptr, shader) << row.first;
             EXPECT_EQ(ArgList({{reinterpret_cast<uintptr_t>(shader)}}), ArgsOf(from, Method::SetPixelShader, 1));
             EXPECT_EQ(1u - use, kvproxy::CountSince(from, Method::CreatePixelShader)) << row.first;
-            DWORD code[1024] = {};
             UINT size = sizeof(code);
             shader->GetFunction(code, &size);
             EXPECT_EQ(row.second == RST_DX9C ? D3DPS_VERSION(3, 0) : D3DPS_VERSION(2, 0), code[0]);
             rs->SetFillMode(FILL_SOLID);
             d3d->SetPixelShader(nullptr);
         }
-    // The complexity constant's registers are the ones the compiled table names.
-    DWORD code[1024] = {};
-    UINT size = sizeof(code);
-    d3d->m_pComplexityShaders[FILL_SHADER_COMPLEXITY - FILL_WIRE_BLACK]->GetFunction(code, &size);
+    // The complexity constant's registers are the ones the compiled table names (the last code read).
     ID3DXConstantTable* table = nullptr;
     ASSERT_EQ(D3D_OK, D3DXGetShaderConstantTable(code, &table));
     D3DXCONSTANT_DESC desc = {};

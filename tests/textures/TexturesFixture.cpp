@@ -29,8 +29,8 @@ void Put32(Bytes& b, uint32_t v)
 Bytes WriteDds(unsigned width, unsigned height, unsigned depth, bool cube, const std::vector<Pixels>& levels)
 {
     const unsigned mips = static_cast<unsigned>(levels.size()) / (cube ? 6 : 1);
-    // The header's 32 words: flags CAPS | HEIGHT | WIDTH | PITCH | PIXELFORMAT
-    // (and MIPMAPCOUNT, DEPTH), sizes, the A8R8G8B8 pixel format, the caps.
+    // The header's 32 words: flags CAPS | HEIGHT | WIDTH | PITCH | PIXELFORMAT (and MIPMAPCOUNT, DEPTH), sizes, the
+    // A8R8G8B8 pixel format, the caps.
     const uint32_t flags = 0x100Fu | (mips > 1 ? 0x20000u : 0) | (depth > 1 ? 0x800000u : 0);
     const uint32_t caps = 0x1000u | (mips > 1 || cube || depth > 1 ? 0x8u : 0) | (mips > 1 ? 0x400000u : 0);
     const uint32_t caps2 = (cube ? 0xFE00u : 0) | (depth > 1 ? 0x200000u : 0), slices = depth > 1 ? depth : 0;

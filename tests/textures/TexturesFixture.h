@@ -1,5 +1,5 @@
-// The start the texture suites share: a render system on the recording d3d9.dll
-// and d3dx9_43.dll, image files written in memory, and read-backs of pixels.
+// The start the texture suites share: a render system on the recording d3d9.dll and d3dx9_43.dll, image files written
+// in memory, and read-backs of pixels.
 #pragma once
 
 #include "KvDeviceTest.h"
@@ -29,15 +29,13 @@ inline Pixels Fill(unsigned count, uint32_t colour)
 {
     return Pixels(count, colour);
 }
-// A DDS file made without the plug-in: A8R8G8B8, each face or slice with its
-// levels, every level in `levels`.
+// A DDS file made without the plug-in: A8R8G8B8, each face or slice with its levels, every level in `levels`.
 Bytes WriteDds(unsigned width, unsigned height, unsigned depth, bool cube, const std::vector<Pixels>& levels);
 
 } // namespace kvtex
 
-class TexturesTest : public KvDeviceTest
+struct TexturesTest : KvDeviceTest
 {
-protected:
     void SetUp() override;
     void TearDown() override;
 

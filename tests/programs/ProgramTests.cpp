@@ -1,0 +1,529 @@
+// Programs, their variants and the shader cache; constants as the device sees them; activation around a compile and a
+// reset, the complexity constant.
+#include "ProgramFixture.h"
+
+#include "D3D9ShaderConstants.h"
+
+#include "base/Md5.h"
+#include "engine/ArchiveManager.h"
+#include "engine/GpuProgramCompileThread.h"
+#include "engine/GpuProgramManager.h"
+
+#include <d3dx9.h>
+
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <limits>
+#include <thread>
+#include <tuple>
+
+using namespace kv;
+using namespace kvtest;
+using kvproxy::Method;
+
+namespace
+{
+
+// Each profile pair compiles the lit shader without a word in the log, into its own folder of the cache; an unknown
+// render system type compiles nothing.
+TEST_F(ProgramTest, EachRenderSystemTypeHasItsProfilesAndCacheFolder)
+{
+    const std::tuple<RenderSystemType, DWORD, const char*> rows[] = {{RST_DX9A, 0xFFFF0200u, "a/lit_"},
+                                                                     {RST_DX9C, 0xFFFF0300u, "c/lit_"}};
+    for (const auto& row : rows)
+    {
+        g_eRenderSystemType = std::get<0>(row);
+        Keys(7, 3); // every switch
+        ref_ptr<CD3D9HLSLProgram> lit = Make("lit");
+        ASSERT_TRUE(WaitReady(lit.get()));
+        DWORD code[1024];
+        UINT size = sizeof(code);
+        ASSERT_EQ(D3D_OK, lit->GetCurrentVariant()->m_pPixelShader->GetFunction(code, &size));
+        EXPECT_EQ(std::get<1>(row), code[0]);
+        EXPECT_EQ(std::get<2>(row), Entries().back().substr(0, 6));
+    }
+    EXPECT_EQ(2u, Entries().size());
+    EXPECT_EQ(0u, GetLogLineCount()) << ::testing::PrintToString(Texts(LOG_WARNING));
+    g_eRenderSystemType = static_cast<RenderSystemType>(7);
+    EXPECT_FALSE(WaitReady(Make("lit").get()));
+    EXPECT_EQ(std::vector<std::string>{"Connot find g_eRenderSystemType:7"}, Errors());
+}
+
+TEST_F(ProgramTest, AKeyCombinationSeenAgainReusesItsRecord)
+{
+    g_eGpuProgramInitRuntimeMacro = 0x104; // INSTANCING, and a bit lit does not react to
+    Keys(0x100, 0);
+    ref_ptr<CD3D9HLSLProgram> lit = Make("lit+shadowed");
+    EXPECT_EQ(0u, rs->m_nRuntimeMacro); // the initial bits end cleared, even those set before
+    ASSERT_EQ(2u, lit->GetVariants().size());
+    ShaderVariant* plain = lit->GetVariants()[0].get();
+    EXPECT_EQ(4u, lit->GetCurrentVariant()->m_nRuntimeMacro);
+    EXPECT_EQ("shader/lit.fx", plain->m_AsyncInfo.m_strSourcePath);
+    EXPECT_EQ("lit+shadowed", plain->m_AsyncInfo.m_strResourceName);
+
+    Keys(1, 2);
+    ASSERT_TRUE(WaitReady(lit.get()));
+    EXPECT_EQ("#define FOG 1\n#define LIGHT_COUNT 2\n", lit->GetCurrentVariant()->m_AsyncInfo.m_strMacro);
+    Keys(0x100, 0);
+    ASSERT_TRUE(WaitReady(lit.get()));
+    EXPECT_EQ(plain, lit->GetCurrentVariant());
+    EXPECT_EQ(3u, lit->GetVariants().size());
+    EXPECT_EQ(3u, Compiles());
+}
+
+// Keys are answered at once, code only when ready; a destroy waits for the record the compile thread holds, and a
+// reload starts afresh.
+TEST_F(ProgramTest, AVariantAnswersItsKeysAtOnceItsCodeWhenReadyAndIsFreedAfterTheThread)
+{
+    g_bDisassembleShader = true;
+    ref_ptr<CD3D9HLSLProgram> lit(new CD3D9HLSLProgram);
+    Keys(1, 3);
+    ASSERT_TRUE(lit->Load("lit"));
+    uint64_t keys[2] = {};
+    int counts[3] = {-1, -1, -1};
+    ASSERT_TRUE(lit->GetVariantMacroKeys(&keys[0], &keys[1]));
+    EXPECT_EQ(1u, keys[0]);
+    EXPECT_EQ(3u, keys[1]);
+    EXPECT_EQ(nullptr, lit->GetVertexDisassembly());
+    lit->GetInstructionCounts(&counts[0], &counts[1], &counts[2]);
+    EXPECT_EQ(-1, counts[0]);
+    EXPECT_FALSE(lit->IsReady());
+    ASSERT_EQ(VARIANT_QUEUED, lit->GetCurrentVariant()->State());
+    lit->Destroy();
+    EXPECT_EQ(1u, Compiles()); // freed only after the thread was done with it
+    EXPECT_TRUE(lit->GetVariants().empty());
+    EXPECT_FALSE(lit->GetVariantMacroKeys(&keys[0], &keys[1]));
+
+    EXPECT_TRUE(lit->Reload());
+    ASSERT_TRUE(WaitReady(lit.get()));
+    EXPECT_EQ(1u, lit->GetVariants().size());
+    EXPECT_EQ(RLS_READY, lit->m_nLoadState);
+    EXPECT_EQ(0u, lit->GetCurrentVariant()->m_AsyncInfo.GetVSSize()); // the code went with Clear
+    EXPECT_EQ(0, std::string(lit->GetVertexDisassembly()).find("vs_3_0"));
+    EXPECT_EQ(0, std::string(lit->GetPixelDisassembly()).find("ps_3_0"));
+    // Wine's disassembly has no closing count comment.
+    lit->GetInstructionCounts(&counts[0], &counts[1], &counts[2]);
+    EXPECT_EQ(0, counts[0] + counts[1] + counts[2]);
+    // Destroyed, the program lets go of both shaders: ours are the last references.
+    ShaderVariant* variant = lit->GetCurrentVariant();
+    variant->m_pVertexShader->AddRef();
+    variant->m_pPixelShader->AddRef();
+    IDirect3DVertexShader9* vertex = variant->m_pVertexShader;
+    IDirect3DPixelShader9* pixel = variant->m_pPixelShader;
+    lit->Destroy();
+    EXPECT_EQ(0u, vertex->Release());
+    EXPECT_EQ(0u, pixel->Release());
+}
+
+TEST_F(ProgramTest, ABadDescriptionMakesNoProgramAndSaysWhyAndLoadRefusesAnyThreadButTheMainOne)
+{
+    const std::string masks = "[program]\nruntime_mask = 0\nregister_mask = 0\n";
+    const struct
+    {
+        const char* name;
+        std::string text; // "-": no file
+        const char* reason;
+    } rows[] = {
+        {"missing", "-", "no such file"},
+        {"empty", "", "[program] needs runtime_mask and register_mask"},
+        {"mask", "[program]\nruntime_mask = 0x1z\nregister_mask = 0\n", "a mask is not a number: \"0x1z\", \"0\""},
+        {"lights", masks + "receive_lighting = 1\n", "[lighting] needs a macro name (define) and a mask"},
+        {"param", masks + "[parameters]\n0 = world\n1 = world\n",
+         "parameter 1 is not \"<name>\" or \"<name> global\", once"},
+    };
+    for (const auto& row : rows)
+    {
+        ClearLog();
+        const std::string name = row.name;
+        if (row.text != "-")
+            Write("shader/" + name + ".ini", row.text);
+        EXPECT_FALSE(Make(name));
+        EXPECT_EQ(std::vector<std::string>({"Program description shader/" + name + ".ini: " + row.reason,
+                                            "Failed to BuildXml:" + name, "Failed to CreateGpuProgram:" + name}),
+                  Errors());
+    }
+}
+
+// The error sits behind a switch: only the variants that turn it on fail.
+TEST_F(ProgramTest, ABadSourceFailsItsVariantsAndSparesTheOthers)
+{
+    const std::string source = Read("shader/lit.fx") + "\n#ifdef BROKEN\nfloat4 broken(\n#endif\n";
+    Write("shader/bad.fx", source);
+    Write("shader/bad.ini", "[program]\nruntime_mask = 1\nregister_mask = 0\n[runtime]\nbit0 = BROKEN\n");
+    ref_ptr<CD3D9HLSLProgram> bad = Make("bad+x");
+    EXPECT_TRUE(WaitReady(bad.get()));
+    Keys(1, 0);
+    EXPECT_FALSE(WaitReady(bad.get()));
+    EXPECT_TRUE(bad->IsReady()); // finished, for the engine
+    EXPECT_EQ("#define BROKEN 1\n" + source, Read("cache/bad_vs.txt"));
+    ASSERT_EQ(1u, Errors().size());
+    EXPECT_EQ("vs:", Errors()[0].substr(0, 3)); // then the compiler's words
+    EXPECT_EQ(", bad+x", Errors()[0].substr(Errors()[0].size() - 7));
+    EXPECT_EQ(1u, Entries().size()); // nothing saved for the failure
+    // Failed for good: no second compile, and the good variant still serves.
+    EXPECT_FALSE(bad->SelectVariant());
+    Keys(0, 0);
+    EXPECT_TRUE(bad->SelectVariant());
+    EXPECT_EQ(1u, g_pCompileThread->GetFailureCount());
+
+    Write("shader/ghost.ini", "[program]\nruntime_mask = 0\nregister_mask = 0\n");
+    EXPECT_FALSE(WaitReady(Make("ghost").get()));
+    EXPECT_EQ(std::vector<std::string>{"Shader source shader/ghost.fx not found"}, Texts(LOG_WARNING));
+    EXPECT_EQ(1u, Compiles());
+
+    ClearLog();
+    ref_ptr<CD3D9HLSLProgram> lit(new CD3D9HLSLProgram);
+    bool loaded = true;
+    uint32_t thread = 0;
+    std::thread([&] {
+        thread = GetCurrentThreadId();
+        loaded = lit->Load("lit");
+    }).join();
+    EXPECT_FALSE(loaded);
+    EXPECT_EQ(std::vector<std::string>{"Failed to CD3D9HLSLProgram::Load:lit, curThread:" + std::to_string(thread) +
+                                       ", mainThread:" + std::to_string(g_mainThreadId)},
+              Errors());
+    EXPECT_EQ("", lit->GetName());
+}
+
+TEST_F(ProgramTest, EqualTextSharesAnEntryAndOneChangedMacroCharacterMakesAnother)
+{
+    Keys(0, 1);
+    ASSERT_TRUE(WaitReady(Make("lit").get()));
+    // Profile prefix, file title, and the digest of the text, the profiles and the cache version, fed without
+    // separators.
+    Md5 digest;
+    digest.Update("#define LIGHT_COUNT 1\n" + Read("shader/lit.fx") + "vs_3_0ps_3_0VersionShaderCache3");
+    EXPECT_EQ(std::vector<std::string>{"c/lit_" + digest.HexDigest() + ".bin"}, Entries());
+
+    ref_ptr<CD3D9HLSLProgram> other = Make("lit+other");
+    ASSERT_TRUE(WaitReady(other.get()));
+    EXPECT_TRUE(other->GetCurrentVariant()->m_AsyncInfo.m_bFromCache);
+    EXPECT_EQ(1u, Hits());
+    Keys(0, 2); // "#define LIGHT_COUNT 2"
+    ASSERT_TRUE(WaitReady(other.get()));
+    EXPECT_EQ(2u, Compiles());
+    EXPECT_EQ(2u, Entries().size());
+}
+
+TEST_F(ProgramTest, ADamagedEntryIsRefusedCompiledAgainAndRewritten)
+{
+    // Two entries: the one under test (fog) and another (no fog).
+    ASSERT_TRUE(WaitReady(Make("lit").get()));
+    const std::string foreign = Read("cache/shadercache/" + Entries()[0]);
+    Keys(1, 0);
+    ASSERT_TRUE(WaitReady(Make("lit").get()));
+    const std::vector<std::string> entries = Entries();
+    const std::string entry =
+        "cache/shadercache/" + (Read("cache/shadercache/" + entries[0]) == foreign ? entries[1] : entries[0]);
+    const std::string good = Read(entry);
+    // The vertex code's size moved to the pixel code's: the sizes still add up.
+    std::string noVertex = good;
+    uint32_t sizes[2];
+    std::memcpy(sizes, &good[12], 8);
+    const uint32_t moved[2] = {0, sizes[0] + sizes[1]};
+    std::memcpy(&noVertex[12], moved, 8);
+    const struct
+    {
+        const char* reason;
+        std::string bytes;
+    } rows[] = {
+        {"shorter than its header", good.substr(0, 20)},
+        {"not a shader cache entry", "DXBC" + good.substr(4)},
+        {"its sizes do not match the file", good.substr(0, good.size() - 1)},
+        {"a stage has no code", noVertex},
+        {"its checksum is wrong", good.substr(0, good.size() - 1) + char(good.back() ^ 0x40)},
+        {"it belongs to another entry", foreign},
+    };
+    unsigned compiles = Compiles();
+    for (const auto& row : rows)
+    {
+        ClearLog();
+        Write(entry, row.bytes);
+        ASSERT_TRUE(WaitReady(Make("lit").get())) << row.reason;
+        EXPECT_EQ(++compiles, Compiles()) << row.reason;
+        EXPECT_EQ(std::vector<std::string>{"Shader cache entry " + root + "/" + entry + " refused (" + row.reason +
+                                           "); compiling it again"},
+                  Texts(LOG_WARNING));
+        EXPECT_EQ(good, Read(entry)) << row.reason;
+    }
+}
+
+TEST_F(ProgramTest, AnUnwritableCacheFolderCostsOnlyTheSave)
+{
+    GetArchiveMananger()->SetCacheRoot(root + "/shader/lit.ini/cache"); // its parent is a file
+    ASSERT_TRUE(WaitReady(Make("lit").get()));
+    ASSERT_TRUE(WaitReady(Make("lit").get()));
+    EXPECT_EQ(2u, Compiles());
+    const std::string entry = "Shader cache entry " + root + "/shader/lit.ini/cache/shadercache/c/lit_";
+    const std::string line =
+        entry + "0123456789abcdef0123456789abcdef.bin not saved; it will be compiled again next time";
+    const std::vector<std::string> warnings = Texts(LOG_WARNING);
+    ASSERT_EQ(2u, warnings.size());
+    EXPECT_EQ(line.size(), warnings[1].size());
+    EXPECT_EQ(line.substr(0, entry.size()), warnings[1].substr(0, entry.size()));
+    EXPECT_EQ(line.substr(entry.size() + 32), warnings[1].substr(entry.size() + 32));
+}
+
+typedef std::vector<std::pair<int, int>> Runs; // (first register, count)
+
+struct Constants : LitTest
+{
+    // A parameter of these registers (negative: the stage does not use it).
+    const CGpuProgram::PARAM* Param(int vs, int ps, int vsCount, int psCount)
+    {
+        binds.push_back(CGpuProgram::Bind{vs, ps, vsCount, psCount});
+        params.emplace_back();
+        params.back().m_pBind = &binds.back();
+        return &params.back();
+    }
+    // Registers of values no earlier write used.
+    std::vector<float> Fresh(int registers)
+    {
+        std::vector<float> v(static_cast<size_t>(registers) * 4);
+        for (float& f : v)
+            f = static_cast<float>(++serial);
+        return v;
+    }
+    // The sends of one stage since the mark, each checked against the shadow.
+    Runs Sent(kvproxy::Mark from, Method m)
+    {
+        Runs runs;
+        for (const KvProxyCall& c : kvproxy::CallsSince(from, m))
+        {
+            runs.emplace_back(static_cast<int>(c.args[0]), static_cast<int>(c.args[2]));
+            const float(*shadow)[4] = m == Method::SetVertexShaderConstantF ? g_VSConstantShadow : g_PSConstantShadow;
+            EXPECT_EQ(0, std::memcmp(kvproxy::FloatsOf(c), shadow[c.args[0]], c.args[2] * 16));
+        }
+        return runs;
+    }
+    Runs Flush(Method m)
+    {
+        kvproxy::Mark from = kvproxy::Here();
+        lit->FlushConstants();
+        return Sent(from, m);
+    }
+
+    std::deque<CGpuProgram::Bind> binds;
+    std::deque<CGpuProgram::PARAM> params;
+    int serial = 0;
+};
+
+TEST_F(Constants, RegistersGoOutInRunsOfNeighboursInTheOrderWritten)
+{
+    const struct
+    {
+        Runs writes, sends;
+    } rows[] = {
+        {{{4, 3}, {10, 1}, {7, 1}}, {{4, 3}, {10, 1}, {7, 1}}},
+        {{{5, 1}, {4, 1}}, {{5, 1}, {4, 1}}},
+        {{{4, 1}, {5, 1}, {6, 2}}, {{4, 4}}},
+        {{{9, 1}, {9, 1}}, {{9, 1}, {9, 1}}}, // a register written twice is sent twice
+        {{}, {}},
+    };
+    for (bool pixel : {false, true})
+        for (const auto& row : rows)
+        {
+            for (const auto& w : row.writes)
+                lit->SetVector4Array(pixel ? Param(-1, w.first, 0, w.second) : Param(w.first, -1, w.second, 0),
+                                     Fresh(w.second).data(), w.second);
+            kvproxy::Mark from = kvproxy::Here();
+            EXPECT_EQ(row.sends, Flush(pixel ? Method::SetPixelShaderConstantF : Method::SetVertexShaderConstantF));
+            EXPECT_EQ(row.sends.size(), kvproxy::CallsSince(from).size()); // nothing for the other stage
+        }
+}
+
+TEST_F(Constants, AValueTheRegisterHoldsCostsNothing)
+{
+    const CGpuProgram::PARAM* both = Param(20, 6, 1, 1);
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float one[4] = {1, 2, 3, 4}, zero[4] = {}, negativeZero[4] = {-0.0f}, withNaN[4] = {nan};
+    // Compared as floats: -0 is 0, a NaN differs even from itself.
+    const struct
+    {
+        const float* value;
+        int repeats;
+        Runs sends;
+    } rows[] = {{one, 2, {{20, 1}}},     {one, 1, {}},           {zero, 1, {{20, 1}}}, {negativeZero, 1, {}},
+                {withNaN, 1, {{20, 1}}}, {withNaN, 1, {{20, 1}}}};
+    for (const auto& row : rows)
+    {
+        for (int i = 0; i < row.repeats; ++i)
+            lit->SetVector4(both, row.value);
+        EXPECT_EQ(row.sends, Flush(Method::SetVertexShaderConstantF));
+    }
+    // One component of a block changed: the whole block again; after a reset, the same value again.
+    const CGpuProgram::PARAM* block = Param(40, -1, 4, 0);
+    std::vector<float> values = Fresh(4);
+    lit->SetValue(block, values.data());
+    lit->FlushConstants();
+    values[9] += 1.0f;
+    lit->SetValue(block, values.data());
+    EXPECT_EQ(Runs({{40, 4}}), Flush(Method::SetVertexShaderConstantF));
+    kvproxy::LoseDevice();
+    kvproxy::AllowDeviceReset();
+    ASSERT_TRUE(rs->IsDeviceAvailable());
+    lit->SetValue(block, values.data());
+    EXPECT_EQ(Runs({{40, 4}}), Flush(Method::SetVertexShaderConstantF));
+}
+
+TEST_F(Constants, TheGuardsKeepEveryWriteInsideItsBindAndTheShadows)
+{
+    const std::vector<float> data = Fresh(8);
+    CGpuProgram::PARAM unbound;
+    const struct
+    {
+        const char* what;
+        std::function<void()> call;
+        Runs vertex, pixel;
+    } rows[] = {
+        {"no parameter", [&] { lit->SetVector4(nullptr, data.data()); }, {}, {}},
+        {"no bind", [&] { lit->SetVector4(&unbound, data.data()); }, {}, {}},
+        {"no stage", [&] { lit->SetVector4(Param(-1, -1, 1, 1), data.data()); }, {}, {}},
+        {"past the vertex registers", [&] { lit->SetValue(Param(253, -1, 4, 0), data.data()); }, {}, {}},
+        {"past the pixel registers", [&] { lit->SetValue(Param(-1, 221, 0, 4), data.data()); }, {}, {}},
+        {"array longer than the bind",
+         [&] { lit->SetVector4Array(Param(30, 12, 2, 1), data.data(), 8); },
+         {{30, 2}},
+         {{12, 1}}},
+        {"array shorter", [&] { lit->SetVector4Array(Param(50, -1, 6, 0), data.data(), 2); }, {{50, 2}}, {}},
+        {"matrices", [&] { lit->SetMatrixArray(Param(60, -1, 8, 0), data.data(), 2); }, {{60, 8}}, {}},
+        {"3x4 matrices", [&] { lit->SetMatrix3x4Array(Param(70, -1, 8, 0), data.data(), 2); }, {{70, 6}}, {}},
+        {"no matrices", [&] { lit->SetMatrixArray(Param(80, -1, 8, 0), data.data(), 0); }, {}, {}},
+        {"countless", [&] { lit->SetMatrixArray(Param(90, -1, 1, 0), data.data(), INT32_MAX); }, {{90, 1}}, {}},
+        {"a float on a block", [&] { lit->SetFloat(Param(100, -1, 4, 0), data.data()); }, {{100, 1}}, {}},
+    };
+    for (const auto& row : rows)
+    {
+        row.call();
+        kvproxy::Mark from = kvproxy::Here();
+        lit->FlushConstants();
+        EXPECT_EQ(row.vertex, Sent(from, Method::SetVertexShaderConstantF)) << row.what;
+        EXPECT_EQ(row.pixel, Sent(from, Method::SetPixelShaderConstantF)) << row.what;
+    }
+    const float padded[4] = {data[0], 0, 0, 0};
+    EXPECT_EQ(0, std::memcmp(padded, g_VSConstantShadow[100], sizeof(padded)));
+
+    // The vertex list fills to its last entry, then drops a write; the pixel list keeps a write that would fill it in
+    // the shadow only.
+    std::vector<float> many = Fresh(256);
+    lit->SetVector4Array(Param(0, -1, 256, 0), many.data(), 256);
+    lit->SetVector4(Param(255, -1, 1, 0), Fresh(1).data()); // lost
+    EXPECT_EQ(Runs({{0, 256}}), Flush(Method::SetVertexShaderConstantF));
+    lit->SetVector4Array(Param(-1, 0, 0, 223), many.data(), 223);
+    lit->SetVector4(Param(-1, 223, 0, 1), &many[223 * 4]);
+    EXPECT_EQ(Runs({{0, 223}}), Flush(Method::SetPixelShaderConstantF));
+    EXPECT_EQ(many[223 * 4], g_PSConstantShadow[223][0]);
+
+    // A texture on a constant's registers goes to the render system's samplers, which refuse one that does not exist.
+    kvproxy::Mark from = kvproxy::Here();
+    lit->SetTexture(Param(300, 2, 1, 1), nullptr, SamplerState());
+    EXPECT_EQ(ArgList({{2, 0}}), ArgsOf(from, Method::SetTexture, 2));
+    EXPECT_EQ(std::vector<std::string>{"SetTexture: sampler 300 does not exist"}, Errors());
+}
+
+TEST_F(Constants, BindsFollowTheCompiledTablesOfTheCurrentVariant)
+{
+    // No lights: the light arrays are not in the code, so they have no bind.
+    const CGpuProgram::PARAM* colours = lit->GetParam("lightColours");
+    const CGpuProgram::PARAM* world = lit->GetParam("world");
+    ASSERT_TRUE(colours && world && world->m_pBind);
+    EXPECT_EQ(nullptr, colours->m_pBind);
+    EXPECT_EQ(-1, world->m_pBind->nPSRegister);
+    EXPECT_EQ(4, world->m_pBind->nVSCount);
+    Keys(0, 3);
+    ASSERT_TRUE(WaitReady(lit.get()));
+    ASSERT_NE(nullptr, colours->m_pBind);
+    EXPECT_EQ(-1, colours->m_pBind->nVSRegister);
+    EXPECT_EQ(4, colours->m_pBind->nPSCount); // an array binds whole
+    // The registers are the shader's own, as its constant table has them.
+    std::vector<DWORD> code(4096);
+    UINT size = static_cast<UINT>(code.size() * 4);
+    ASSERT_EQ(D3D_OK, lit->GetCurrentVariant()->m_pVertexShader->GetFunction(code.data(), &size));
+    ID3DXConstantTable* table = nullptr;
+    ASSERT_EQ(D3D_OK, D3DXGetShaderConstantTable(code.data(), &table));
+    D3DXCONSTANT_DESC desc = {};
+    UINT count = 1;
+    table->GetConstantDesc(table->GetConstantByName(nullptr, "world"), &desc, &count);
+    table->Release();
+    lit->SetMatrixArray(world, Fresh(4).data(), 1);
+    EXPECT_EQ(Runs({{static_cast<int>(desc.RegisterIndex), 4}}), Flush(Method::SetVertexShaderConstantF));
+}
+
+struct Activation : LitTest
+{
+    static uint64_t Number(const void* p) { return static_cast<uint64_t>(reinterpret_cast<uintptr_t>(p)); }
+    // The shaders set on the device since the mark: vertex, then pixel.
+    std::pair<ArgList, ArgList> Sets(kvproxy::Mark from)
+    {
+        return {ArgsOf(from, Method::SetVertexShader, 1), ArgsOf(from, Method::SetPixelShader, 1)};
+    }
+    std::pair<ArgList, ArgList> Own()
+    {
+        return {{{Number(lit->GetCurrentVariant()->m_pVertexShader)}},
+                {{Number(lit->GetCurrentVariant()->m_pPixelShader)}}};
+    }
+};
+
+TEST_F(Activation, ShadersAreSetOnceNotWhileCompilingAndAgainAfterAReset)
+{
+    kvproxy::Mark from = kvproxy::Here();
+    ASSERT_TRUE(lit->BeginActivate(nullptr, false));
+    ASSERT_TRUE(lit->BeginActivate(nullptr, false));
+    EXPECT_EQ(Own(), Sets(from));
+
+    // The compile thread waits for the engine's shader files while we hold them.
+    GetGpuProgramManager()->GetDX9ShaderMutex().Enter();
+    Keys(1, 1);
+    from = kvproxy::Here();
+    EXPECT_FALSE(lit->BeginActivate(nullptr, false));
+    EXPECT_TRUE(kvproxy::NoDeviceCalls(from));
+    EXPECT_EQ(VARIANT_QUEUED, lit->GetCurrentVariant()->State());
+    GetGpuProgramManager()->GetDX9ShaderMutex().Leave();
+    ASSERT_TRUE(WaitReady(lit.get()));
+
+    // A reset leaves the program as it is; the next activation sets both again.
+    IDirect3DVertexShader9* shader = lit->GetCurrentVariant()->m_pVertexShader;
+    ASSERT_TRUE(lit->BeginActivate(nullptr, false));
+    kvproxy::LoseDevice();
+    kvproxy::AllowDeviceReset();
+    ASSERT_TRUE(rs->IsDeviceAvailable());
+    from = kvproxy::Here();
+    ASSERT_TRUE(lit->BeginActivate(nullptr, false));
+    EXPECT_EQ(Own(), Sets(from));
+    EXPECT_EQ(shader, lit->GetCurrentVariant()->m_pVertexShader);
+    EXPECT_EQ(2u, Compiles());
+}
+
+// The complexity view gets the variant's costs as one constant, scaled by the budget; other modes send nothing of it.
+TEST_F(Activation, TheComplexityViewGetsTheVariantsCostsAsOneConstant)
+{
+    d3d->m_nComplexityRegister = 3;
+    d3d->m_nComplexityRegisterCount = 1;
+    ShaderVariant* variant = lit->GetCurrentVariant();
+    // The pixel stage's costs or the vertex stage's, the vertex stage's, then two constants.
+    const std::tuple<bool, int, int, float, float> rows[] = {
+        {false, 150, 30, 0.5f, 0.5f}, {true, 150, 30, 0.1f, 0.5f}, {true, 0, 0, 0.0f, 0.0f}};
+    rs->SetFillMode(FILL_SHADER_COMPLEXITY);
+    for (const auto& row : rows)
+    {
+        std::tie(g_bShaderComplexityPS, variant->m_nVertexSlots, variant->m_nPixelSlots, std::ignore, std::ignore) =
+            row;
+        kvproxy::Mark from = kvproxy::Here();
+        lit->FlushConstants();
+        const std::vector<KvProxyCall> sends = kvproxy::CallsSince(from, Method::SetPixelShaderConstantF);
+        ASSERT_EQ(ArgList({{3}}), ArgsOf(from, Method::SetPixelShaderConstantF, 1));
+        const float* v = kvproxy::FloatsOf(sends[0]);
+        EXPECT_EQ(std::vector<float>({std::get<3>(row), std::get<4>(row), 0.03125f, 1.0f}),
+                  std::vector<float>(v, v + 4));
+    }
+    g_bShaderComplexityPS = false;
+    rs->SetFillMode(FILL_SOLID);
+    variant->m_nVertexSlots = 1;
+    kvproxy::Mark from = kvproxy::Here();
+    lit->FlushConstants();
+    EXPECT_TRUE(kvproxy::NoDeviceCalls(from));
+}
+
+} // namespace
