@@ -353,12 +353,13 @@ TEST_F(Constants, AValueTheRegisterHoldsCostsNothing)
             lit->SetVector4(both, row.value);
         EXPECT_EQ(row.sends, Flush(Method::SetVertexShaderConstantF));
     }
-    // One component of a block changed: the whole block again; after a reset, the same value again.
+    // One component of a block changed (a register's last): the whole block again; after a
+    // reset, the same value again.
     const CGpuProgram::PARAM* block = Param(40, -1, 4, 0);
     std::vector<float> values = Fresh(4);
     lit->SetValue(block, values.data());
     lit->FlushConstants();
-    values[9] += 1.0f;
+    values[11] += 1.0f;
     lit->SetValue(block, values.data());
     EXPECT_EQ(Runs({{40, 4}}), Flush(Method::SetVertexShaderConstantF));
     kvproxy::LoseDevice();

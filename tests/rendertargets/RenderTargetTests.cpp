@@ -150,15 +150,18 @@ TEST_F(RenderTargetsTest, MultipleTargetsTakeTwoColoursFromOneDraw)
     EXPECT_EQ(0u, CountNot(ReadPixels(Buffer(a.get())->getSurface()), 16, 0, 16, 0xFF0000));
     EXPECT_EQ(0u, CountNot(ReadPixels(Buffer(b.get())->getSurface()), 16, 0, 16, 0x00FF00));
 
-    // Another size and, where the device needs them equal, another bit depth are told and bound all the same; position
-    // 0 alone gives the size.
+    // A position past the last is refused; another size and, where the device needs them equal, another bit depth
+    // are told and bound all the same; position 0 alone gives the size.
+    mrt->bindSurfaceImpl(8, RenderTexture(a.get()));
     d3d->m_d3dcaps.PrimitiveMiscCaps &= ~D3DPMISCCAPS_MRTINDEPENDENTBITDEPTHS;
     mrt->bindSurfaceImpl(2, RenderTexture(small.get()));
     mrt->unbindSurface(0);
     IDirect3DSurface9* surfaces[8] = {};
     mrt->GetAttribute("DDBACKBUFFER", surfaces);
     EXPECT_EQ(
-        (std::vector<std::string>{"MultiRenderTarget surfaces are not of same size",
+        (std::vector<std::string>{"Failed to bind a MultiRenderTarget surface at 8: a render texture of this render "
+                                  "system at 0 to 7 is needed",
+                                  "MultiRenderTarget surfaces are not of same size",
                                   "MultiRenderTarget surfaces are not of same bit depth and hardware requires it"}),
         Errors());
     EXPECT_EQ(Buffer(small.get())->getSurface(), surfaces[2]);
