@@ -301,13 +301,10 @@ TEST(Values, FromText)
     EXPECT_EQ(INT32_MAX, S::ParseInt("99999999999999", 1)); // saturates, no wrap
     EXPECT_EQ(INT32_MIN, S::ParseInt("-99999999999999", 1));
     // Exactly these texts, else the default.
-    for (const char* yes : {"true", "1"})
-        EXPECT_TRUE(S::ParseBool(yes, false)) << yes;
-    for (const char* no : {"false", "0"})
-        EXPECT_FALSE(S::ParseBool(no, true)) << no;
-    for (const char* other : {"TRUE", "1 ", "yes"})
-        EXPECT_FALSE(S::ParseBool(other, false)) << other;
-    EXPECT_TRUE(S::ParseBool(nullptr, true));
+    EXPECT_EQ((std::vector<bool>{true, true, false, false, false, false, false, true}),
+              (std::vector<bool>{S::ParseBool("true", false), S::ParseBool("1", false), S::ParseBool("false", true),
+                                 S::ParseBool("0", true), S::ParseBool("TRUE", false), S::ParseBool("1 ", false),
+                                 S::ParseBool("yes", false), S::ParseBool(nullptr, true)}));
     EXPECT_TRUE(S::IsNumber("-42") && S::IsNumber("0x1F"));
     EXPECT_FALSE(S::IsNumber("42a") || S::IsNumber("") || S::IsNumber("1.5"));
 
@@ -319,12 +316,10 @@ TEST(Values, FromText)
 
     const float def[4] = {0.1f, 0.2f, 0.3f, 0.4f};
     float c[4];
-    S::ParseColour("1 0.5 0.25", c, def);
-    EXPECT_EQ("1 0.5 0.25 1", Floats(c, 4));
-    S::ParseColour("1 0.5 0.25 0.75", c, def);
-    EXPECT_EQ("1 0.5 0.25 0.75", Floats(c, 4));
-    S::ParseColour("1 0.5", c, def);
-    EXPECT_EQ("0.1 0.2 0.3 0.4", Floats(c, 4));
+    std::string colours;
+    for (const char* text : {"1 0.5 0.25", "1 0.5 0.25 0.75", "1 0.5"})
+        colours += (S::ParseColour(text, c, def), Floats(c, 4)) + "|";
+    EXPECT_EQ("1 0.5 0.25 1|1 0.5 0.25 0.75|0.1 0.2 0.3 0.4|", colours);
 
     // Fifteen numbers and a word: the whole default, not a half-filled matrix.
     const float def16[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};

@@ -176,6 +176,17 @@ private:
     EffectLogSink m_previous;
 };
 
+// An effect of a body only; bodyAt moves the head's body offset.
+inline Bytes BodyOnly(const Words& words, uint8_t bodyAt = 0)
+{
+    EffectBuilder b;
+    b.Body();
+    b.Put(words);
+    Bytes bytes = b.Finish();
+    bytes[4] = static_cast<uint8_t>(bytes[4] + bodyAt);
+    return bytes;
+}
+
 // A small effect around one parameter record: no techniques, the given objects
 // (count) and no object or resource records.
 inline Bytes OneParameter(EffectBuilder& b, uint32_t type, uint32_t value, uint32_t objects = 0)

@@ -296,10 +296,7 @@ TEST_F(FullEffectTest, TechniquesPassesDescriptionsAndStrings)
 TEST(EffectReader, EmptyEffectsNamesAndReparsing)
 {
     EffectLogCapture log;
-    EffectBuilder b;
-    b.Body();
-    b.Put({0, 0, 0, 0, 0, 0});
-    const Bytes empty = b.Finish();
+    const Bytes empty = BodyOnly({0, 0, 0, 0, 0, 0});
     ref_ptr<CD3D9ParseEffect> fx = new CD3D9ParseEffect;
     ASSERT_TRUE(Parse(*fx, empty));
     EXPECT_TRUE(log.lines().empty());
@@ -483,15 +480,6 @@ TEST(EffectFailures, UnhandledCasesAndRepeatedDataAreReportedAndPassedOver)
 
 TEST(EffectFailures, OffsetsCountsAndIdsOutsideTheFile)
 {
-    // A body of six zero words, with the head's body offset or first words changed.
-    auto body = [](const Words& words, uint8_t bodyAt = 0) {
-        EffectBuilder b;
-        b.Body();
-        b.Put(words);
-        Bytes bytes = b.Finish();
-        bytes[4] = static_cast<uint8_t>(bytes[4] + bodyAt);
-        return bytes;
-    };
     EffectBuilder object, name, value, unended;
     // An object record for an id at the object count.
     object.Body();
@@ -502,11 +490,13 @@ TEST(EffectFailures, OffsetsCountsAndIdsOutsideTheFile)
     const uint32_t farType = name.Put({D3DXPT_FLOAT, D3DXPC_SCALAR, far, far, 0, 1, 1});
     const uint32_t none = value.String(nullptr);
     const uint32_t matrix = value.Put(NumericType(D3DXPT_FLOAT, D3DXPC_MATRIX_ROWS, none, none, 0, 4, 4));
+    // Six zero words with the head's body offset or first words changed.
     const std::pair<Bytes, Lines> rows[] = {
-        {body({0, 0, 0, 0, 0, 0}, 200), {"Read outside the effect data: 4 bytes at offset 200 of 24\n"}},
-        {body({0x10000000, 0, 0, 0, 0, 0}),
+        {BodyOnly({0, 0, 0, 0, 0, 0}, 200), {"Read outside the effect data: 4 bytes at offset 200 of 24\n"}},
+        {BodyOnly({0x10000000, 0, 0, 0, 0, 0}),
          {"Parameter count 268435456 does not fit in the 8 bytes left of the effect data\n"}},
-        {body({0, 0, 0, 0x7FFFFFFF, 0, 0}), {"Object count 2147483647 does not fit in the 24 bytes of effect data\n"}},
+        {BodyOnly({0, 0, 0, 0x7FFFFFFF, 0, 0}),
+         {"Object count 2147483647 does not fit in the 24 bytes of effect data\n"}},
         {object.Finish(), {"Object id 1 is not below the object count 1\n"}},
         {OneParameter(name, farType, 0),
          {"String of 1000 bytes at offset 0 runs past the end of the effect data\n", "Failed to parse name\n",
