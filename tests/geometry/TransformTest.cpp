@@ -161,16 +161,13 @@ Matrix3 Rotation(const Vector3& axis, float angle)
 TEST(Matrix3, ArithmeticAndTheInversesBound)
 {
     const Matrix3 a(1, 2, 3, 4, 5, 6, 7, 8, 10);
-    EXPECT_EQ(a, a * Matrix3::IDENTITY);
-    EXPECT_EQ(Matrix3(1, 4, 7, 2, 5, 8, 3, 6, 10), a.Transpose());
-    EXPECT_EQ(Vector3(-2, -2, -3), a * Vector3(1, 0, -1));
-    EXPECT_EQ(Vector3(-6, -6, -7), Vector3(1, 0, -1) * a);
-    EXPECT_EQ(Matrix3::ZERO, -a + a);
-    EXPECT_EQ(a + a, 2.0f * a);
-    EXPECT_EQ(Vector3(3, 6, 10), a.GetColumn(2));
     Matrix3 t;
     t.TensorProduct(Vector3(1, 2, 3), Vector3(0, 1, -1));
-    EXPECT_EQ(Matrix3(0, 1, -1, 0, 2, -2, 0, 3, -3), t);
+    EXPECT_EQ((std::vector<Matrix3>{a, Matrix3(1, 4, 7, 2, 5, 8, 3, 6, 10), Matrix3::ZERO, a + a,
+                                    Matrix3(0, 1, -1, 0, 2, -2, 0, 3, -3)}),
+              (std::vector<Matrix3>{a * Matrix3::IDENTITY, a.Transpose(), -a + a, 2.0f * a, t}));
+    EXPECT_EQ((std::vector<Vector3>{Vector3(-2, -2, -3), Vector3(-6, -6, -7), Vector3(3, 6, 10)}),
+              (std::vector<Vector3>{a * Vector3(1, 0, -1), Vector3(1, 0, -1) * a, a.GetColumn(2)}));
     Matrix3 m(1, 2, 3, 4, 5, 6, 7, 8, 9);
     const Matrix3 upper = m * Matrix3(1, 0.5f, -1, 0, 1, 2, 0, 0, 1);
     EXPECT_EQ(upper, m.MultiplyUnitUpper(0.5f, -1, 2));
@@ -192,8 +189,7 @@ TEST(Matrix3, AngleAxis)
     Vector3 axis(9, 9, 9);
     float angle = -1;
     Matrix3::IDENTITY.ToAngleAxis(axis, angle);
-    EXPECT_EQ(0.0f, angle);
-    EXPECT_EQ(Vector3(1, 0, 0), axis);
+    EXPECT_EQ(std::make_pair(0.0f, Vector3(1, 0, 0)), std::make_pair(angle, axis));
     Rotation(Vector3(0, 0.6f, 0.8f), 1.3f).ToAngleAxis(axis, angle);
     EXPECT_NEAR(1.3f, angle, 1e-5f);
     EXPECT_LT(MaxAbsDiff(Vector3(0, 0.6f, 0.8f), axis), 1e-5f);
@@ -258,8 +254,7 @@ TEST(Matrix3, EulerRoundTripsInEveryOrderAndThePoles)
         m.FromEulerXYZ(0.4f, pole, 0.2f);
         float a = 9, b = 9, c = 9;
         EXPECT_FALSE(m.ToEulerXYZ(a, b, c));
-        EXPECT_EQ(pole, b);
-        EXPECT_EQ(0.0f, c);
+        EXPECT_EQ(std::make_pair(pole, 0.0f), std::make_pair(b, c));
         EXPECT_NEAR(pole > 0 ? 0.6f : 0.2f, a, 1e-5f);
     }
 }
@@ -289,11 +284,11 @@ TEST(Matrix3, DiagonalDecompositionsAndCubicRoots)
     // The first reflection maps (3, 0, 0) to (-3, 0, 0) and the third (-2, 0) to (2, 0);
     // both tests then hold at once, and the negative value's sign moves into right.
     EXPECT_EQ(Vector3(3, 2, 0.5f), s);
-    EXPECT_EQ(Matrix3(-1, 0, 0, 0, -1, 0, 0, 0, 1), left);
-    EXPECT_EQ(Matrix3(-1, 0, 0, 0, 1, 0, 0, 0, 1), right);
     Matrix3 back;
     back.SingularValueComposition(left, s, right);
-    EXPECT_EQ(Matrix3(3, 0, 0, 0, -2, 0, 0, 0, 0.5f), back);
+    EXPECT_EQ((std::vector<Matrix3>{Matrix3(-1, 0, 0, 0, -1, 0, 0, 0, 1), Matrix3(-1, 0, 0, 0, 1, 0, 0, 0, 1),
+                                    Matrix3(3, 0, 0, 0, -2, 0, 0, 0, 0.5f)}),
+              (std::vector<Matrix3>{left, right, back}));
 
     EXPECT_EQ(1.0f, Matrix3::MaxCubicRoot(-1.0f, 3.0f, -3.0f)); // (x - 1)^3
     EXPECT_EQ(0.0f, Matrix3::ZERO.SpectralNorm());
@@ -329,8 +324,7 @@ TEST(Matrix4, TransformThenDecomposeAndInvert)
         const Quaternion q = geomtest::RandomUnitQuaternion(rng);
         Matrix4 m;
         m.MakeTransform(p, s, q);
-        ASSERT_EQ(Vector3(0, 0, 0), Vector3(m.m[3][0], m.m[3][1], m.m[3][2]));
-        ASSERT_EQ(1.0f, m.m[3][3]);
+        ASSERT_EQ((std::vector<float>{0, 0, 0, 1}), (std::vector<float>{m.m[3][0], m.m[3][1], m.m[3][2], m.m[3][3]}));
         Vector3 p2, s2;
         Quaternion q2;
         m.DecomposeAffine(p2, s2, q2);
@@ -344,8 +338,7 @@ TEST(Matrix4, TransformThenDecomposeAndInvert)
         ASSERT_LE(MaxAbsDiff(v, inv * (m * v)), 1e-3f) << n;
     }
     // Scale, then rotate, then move.
-    Quaternion quarter;
-    quarter.FromAngleAxis(HALF_PI, Vector3(0, 0, 1));
+    const Quaternion quarter = AngleAxis(HALF_PI, kZ);
     Matrix4 m;
     m.MakeTransform(Vector3(10, 0, 0), Vector3(2, 1, 1), quarter);
     EXPECT_LE(MaxAbsDiff(Vector3(10, 2, 0), m * Vector3(1, 0, 0)), 1e-6f);
@@ -357,23 +350,23 @@ TEST(Matrix4, ViewReflectionLookAtAndFrames)
 {
     EXPECT_EQ(Matrix4::IDENTITY, Matrix4::MakeViewMatrix(Vector3(0, 0, 0), Quaternion::IDENTITY));
     const Matrix4 view = Matrix4::MakeViewMatrix(Vector3(1, 2, 3), Quaternion::IDENTITY);
-    EXPECT_EQ(Vector3(0, 0, 0), view * Vector3(1, 2, 3));
     Plane unit(Vector3(1, 2, 2), 0.0f);
     unit.Normalise();
     const Matrix4 r = Matrix4::MakeReflection(unit);
     EXPECT_LT(MaxAbsDiff(Matrix4::IDENTITY, r * r), 1e-6f);
     const Matrix4 floor = Matrix4::MakeReflection(Plane(0, 1, 0, -1)); // y = 1
-    EXPECT_EQ(Vector3(3, -3, 4), floor * Vector3(3, 5, 4));
-    EXPECT_EQ(Vector3(3, 2, 1), Matrix4::MakeReflection(Plane(0, 0, 1, -2)) * Vector3(3, 2, 3));
+    EXPECT_EQ((std::vector<Vector3>{Vector3(0, 0, 0), Vector3(3, -3, 4), Vector3(3, 2, 1)}),
+              (std::vector<Vector3>{view * Vector3(1, 2, 3), floor * Vector3(3, 5, 4),
+                                    Matrix4::MakeReflection(Plane(0, 0, 1, -2)) * Vector3(3, 2, 3)}));
     EXPECT_EQ(view * floor, Matrix4::MakeViewMatrix(Vector3(1, 2, 3), Quaternion::IDENTITY, &floor));
 
     const Matrix4 m = Matrix4::LookAtForward(Vector3(0, 0, 5), Vector3(0, 0, 0), Vector3(0, 1, 0));
-    EXPECT_EQ(Vector3(0, 0, 5), m * Vector3(0, 0, 0));  // the target lies 5 ahead on z
-    EXPECT_EQ(Vector3(0, 0, 0), m * Vector3(0, 0, 5));  // the eye is the origin
-    EXPECT_EQ(Vector3(-1, 0, 5), m * Vector3(1, 0, 0)); // x = up cross z
-    EXPECT_EQ(1.0f, m.m[1][1]);                         // up stays up
     const Matrix4 b = Matrix4::LookAtBackward(Vector3(0, 0, 5), Vector3(0, 0, 0), Vector3(0, 1, 0));
-    EXPECT_EQ(Vector3(0, 0, -5), b * Vector3(0, 0, 0));
+    // The eye (0, 0, 5) is the origin and looks down z; x = up cross z; backward turns z round.
+    EXPECT_EQ(
+        (std::vector<Vector3>{Vector3(0, 0, 5), Vector3(0, 0, 0), Vector3(-1, 0, 5), Vector3(0, 0, -5)}),
+        (std::vector<Vector3>{m * Vector3(0, 0, 0), m * Vector3(0, 0, 5), m * Vector3(1, 0, 0), b * Vector3(0, 0, 0)}));
+    EXPECT_EQ(1.0f, m.m[1][1]); // up stays up
     // Eye on the target: the three axes stay zero.
     const Matrix4 z = Matrix4::LookAtForward(Vector3(1, 1, 1), Vector3(1, 1, 1), Vector3(0, 1, 0));
     EXPECT_EQ(Matrix4(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1), z);
