@@ -1,11 +1,14 @@
 #pragma once
 // Writes compiled effects word by word for the tests: strings, type definitions
 // and values go into the area behind the head, at offsets counted from byte 8 of
-// the file; the body follows once Body() is called.
+// the file; the body follows once Body() is called. EffectLogCapture records the
+// reader's messages while it is alive.
 
 #include "D3D9RenderSystem/D3D9ParseEffect.h"
+#include "D3D9RenderSystem/EffectLog.h"
 #include "D3D9RenderSystem/EffectTypes.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -131,6 +134,58 @@ private:
     Bytes m_data;
     uint32_t m_body = 0;
 };
+
+struct CapturedLine
+{
+    EffectLogLevel level;
+    std::string file, text;
+};
+
+class EffectLogCapture
+{
+public:
+    EffectLogCapture() : m_previous(SetEffectLogSink(&Record)) { Lines().clear(); }
+    ~EffectLogCapture() { SetEffectLogSink(m_previous); }
+
+    const std::vector<CapturedLine>& lines() const { return Lines(); }
+    void Clear() { Lines().clear(); }
+    std::vector<std::string> Texts() const
+    {
+        std::vector<std::string> texts;
+        for (const CapturedLine& l : Lines())
+            texts.push_back(l.text);
+        return texts;
+    }
+    bool Has(const std::string& text) const
+    {
+        const std::vector<std::string> texts = Texts();
+        return std::find(texts.begin(), texts.end(), text) != texts.end();
+    }
+
+private:
+    static std::vector<CapturedLine>& Lines()
+    {
+        static std::vector<CapturedLine> lines;
+        return lines;
+    }
+    static void Record(EffectLogLevel level, const char* file, int, const char* message)
+    {
+        Lines().push_back(CapturedLine{level, file ? file : "", message});
+    }
+
+    EffectLogSink m_previous;
+};
+
+// An effect of a body only; bodyAt moves the head's body offset.
+inline Bytes BodyOnly(const Words& words, uint8_t bodyAt = 0)
+{
+    EffectBuilder b;
+    b.Body();
+    b.Put(words);
+    Bytes bytes = b.Finish();
+    bytes[4] = static_cast<uint8_t>(bytes[4] + bodyAt);
+    return bytes;
+}
 
 // A small effect around one parameter record: no techniques, the given objects
 // (count) and no object or resource records.

@@ -17,24 +17,8 @@ struct FullEffectLayout
 };
 
 // Parameter indices of the full effect.
-enum
-{
-    P_WORLD,
-    P_LIGHTDIR,
-    P_VIEWT,
-    P_COUNTS,
-    P_PAIRS,
-    P_NEST,
-    P_MAT,
-    P_SAMP,
-    P_SAMPS,
-    P_MESSAGE,
-    P_VS,
-    P_TEXTURES,
-    P_ANONYMOUS,
-    P_GAIN,
-    P_COUNT
-};
+const uint32_t P_WORLD = 0, P_LIGHTDIR = 1, P_VIEWT = 2, P_COUNTS = 3, P_PAIRS = 4, P_NEST = 5, P_MAT = 6, P_SAMP = 7,
+               P_SAMPS = 8, P_MESSAGE = 9, P_VS = 10, P_TEXTURES = 11, P_ANONYMOUS = 12, P_GAIN = 13, P_COUNT = 14;
 const uint32_t kFullEffectHandles = 43;
 const uint32_t kFullEffectObjects = 12;
 const uint8_t kShaderBytes[5] = {1, 2, 3, 4, 5};

@@ -102,7 +102,6 @@ TEST(EigenReference, SymmetricEigenSystems)
 TEST(EigenReference, InversesDeterminantsAndQDU)
 {
     std::mt19937 rng(13);
-    std::uniform_real_distribution<float> u(-1.0f, 1.0f);
     double inv3 = 0, det3 = 0, inv4 = 0, det4 = 0, affine = 0, qdu = 0, orthoQ = 0;
     int reflections = 0;
     for (int n = 0; n < kCount; ++n)
@@ -129,9 +128,7 @@ TEST(EigenReference, InversesDeterminantsAndQDU)
             ASSERT_LT(d.x * d.y * d.z, 0.0f) << "the reflection moves into d";
         }
 
-        Matrix4 m4;
-        for (int i = 0; i < 16; ++i)
-            m4.m[i / 4][i % 4] = u(rng);
+        Matrix4 m4 = geomtest::RandomMatrix<4, Matrix4>(rng);
         const Eigen::Matrix4d e4 = ToEigen<4>(m4);
         det4 = std::max(det4, std::fabs(m4.Determinant() - e4.determinant()) / e4.cwiseAbs().rowwise().sum().prod());
         if (std::fabs(e4.determinant()) >= 0.05)
@@ -160,12 +157,8 @@ TEST(EigenReference, ProductsRotationsAndSlerp)
     int slerps = 0;
     for (int n = 0; n < kCount; ++n)
     {
-        Matrix4 a, b, ab;
-        for (int i = 0; i < 16; ++i)
-        {
-            a.m[i / 4][i % 4] = u(rng);
-            b.m[i / 4][i % 4] = u(rng);
-        }
+        const Matrix4 a = geomtest::RandomMatrix<4, Matrix4>(rng), b = geomtest::RandomMatrix<4, Matrix4>(rng);
+        Matrix4 ab;
         a.Concatenate(b, ab);
         product = std::max(product, (ToEigen<4>(ab) - ToEigen<4>(a) * ToEigen<4>(b)).cwiseAbs().maxCoeff());
 

@@ -51,12 +51,14 @@ inline float Orthonormality(const kv::Matrix3& m)
     return MaxAbsDiff(m.Transpose() * m, kv::Matrix3::IDENTITY);
 }
 
-inline kv::Matrix3 RandomMatrix(std::mt19937& rng)
+// Elements uniform in -1..1.
+template <int N = 3, class M = kv::Matrix3>
+M RandomMatrix(std::mt19937& rng)
 {
     std::uniform_real_distribution<float> u(-1.0f, 1.0f);
-    kv::Matrix3 m;
-    for (int i = 0; i < 9; ++i)
-        m.m[i / 3][i % 3] = u(rng);
+    M m;
+    for (int i = 0; i < N * N; ++i)
+        m.m[i / N][i % N] = u(rng);
     return m;
 }
 
