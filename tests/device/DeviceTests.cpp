@@ -162,7 +162,7 @@ TEST_F(DeviceTest, MultisamplingFallsToTheHighestCountTheDeviceTakes)
     EXPECT_EQ("(320,240,22,1,0,0,1,1,1,75,0,0,2147483648,1)", CreatedWith());
 }
 
-TEST_F(DeviceTest, CreateDeviceHasASecondChanceAndAFailedInitNamesItsStep)
+TEST_F(DeviceTest, CreateDeviceHasASecondChanceAFailedInitNamesItsStepAndFramesNest)
 {
     kvproxy::FailMethod(Method::D3D9_CreateDevice, D3DERR_NOTAVAILABLE, 1);
     ASSERT_TRUE(Init());
@@ -187,10 +187,9 @@ TEST_F(DeviceTest, CreateDeviceHasASecondChanceAndAFailedInitNamesItsStep)
     EXPECT_EQ((std::vector<std::string>{"Failed to CreateRenderWindow"}), Errors());
     EXPECT_FALSE(rs->m_pMainWindow);
     EXPECT_TRUE(Calls(Method::D3D9_CreateDevice).empty());
-}
 
-TEST_F(DeviceTest, NestedFramesMakeOneSceneAndARefusedBeginSceneNone)
-{
+    // Nested frames make one scene, and a refused BeginScene none.
+    Again();
     ASSERT_TRUE(Init());
     kvproxy::Mark from = kvproxy::Here();
     // Only the outermost frame begins a scene and resets the depth cleared flag.

@@ -122,7 +122,7 @@ TEST_F(Drivers, TheRealAdapterNoneAndTwoMonitorsFoundByTheirTrimmedDescription)
         EXPECT_EQ(nullptr, two.GetItem(name)) << (name ? name : "null");
 }
 
-TEST_F(Drivers, ModesAreFilteredCollapsedToTheBestRateAndSixteenBitFirst)
+TEST_F(Drivers, ModesAreFilteredCollapsedToTheBestRateAndSixteenBitFirstAndDescribedByTheirDepth)
 {
     EXPECT_EQ(Texts{}, Modes({}, {}));
     EXPECT_EQ(nullptr, modes->GetItem("640 x 480 @ 32-bit colour"));
@@ -145,10 +145,7 @@ TEST_F(Drivers, ModesAreFilteredCollapsedToTheBestRateAndSixteenBitFirst)
     ClearLog();
     EXPECT_EQ(nullptr, modes->GetItem(3u));
     EXPECT_EQ(Texts{"D3D9VideoModeList::GetItem: index 3 past the 3 modes"}, GetLogTexts(LOG_ERROR));
-}
 
-TEST(VideoMode, ColourDepthFollowsTheFormatAndANullDriverListsNothing)
-{
     // 24-bit colour counts as 32 bits, ten-bit colour as 16.
     const std::string described = D3D9VideoMode(D3DDISPLAYMODE{1280, 720, 50, D3DFMT_R8G8B8}).getDescription();
     EXPECT_EQ("1280 x 720 @ 32-bit colour|1280 x 720 @ 16-bit colour",

@@ -49,10 +49,7 @@ std::string HrText(HRESULT hr);
 // "D3D9Verify:<hr>, <name>, <description>[, <what>]".
 std::string VerifyLine(HRESULT hr, const char* what = nullptr);
 inline const auto Texts = kv::GetLogTexts;
-inline std::vector<std::string> Errors()
-{
-    return kv::GetLogTexts(kv::LOG_ERROR);
-}
+inline const auto Errors = [] { return kv::GetLogTexts(kv::LOG_ERROR); };
 size_t CountOf(const std::vector<std::string>& lines, const std::string& text);
 
 // The first `n` arguments of each call of `m` since `from`.
