@@ -4,7 +4,6 @@
 #include "KvDeviceTest.h"
 
 #include <algorithm>
-#include <sstream>
 
 using kvproxy::Method;
 using namespace kv;
@@ -34,16 +33,14 @@ struct DeviceTest : KvDeviceTest
     }
     CDeviceCapabilities& Caps() { return *rs->m_pCapabilities; }
 
-    // The fields of present parameters a test compares, in one line.
+    // The fields of present parameters a test compares: size, format, buffers, samples and quality, swap,
+    // windowed, auto depth and its format, flags, rate, interval, and whether on the main window.
     std::string Describe(const D3DPRESENT_PARAMETERS& pp) const
     {
-        std::ostringstream s;
-        s << pp.BackBufferWidth << "x" << pp.BackBufferHeight << " format " << pp.BackBufferFormat << " buffers "
-          << pp.BackBufferCount << " samples " << pp.MultiSampleType << "/" << pp.MultiSampleQuality << " swap "
-          << pp.SwapEffect << " windowed " << pp.Windowed << " depth " << pp.EnableAutoDepthStencil << "/"
-          << pp.AutoDepthStencilFormat << " flags " << pp.Flags << " rate " << pp.FullScreen_RefreshRateInHz
-          << " interval " << std::hex << pp.PresentationInterval << " window " << (pp.hDeviceWindow == hWnd);
-        return s.str();
+        return Call("", pp.BackBufferWidth, pp.BackBufferHeight, pp.BackBufferFormat, pp.BackBufferCount,
+                    pp.MultiSampleType, pp.MultiSampleQuality, pp.SwapEffect, pp.Windowed, pp.EnableAutoDepthStencil,
+                    pp.AutoDepthStencilFormat, pp.Flags, pp.FullScreen_RefreshRateInHz, pp.PresentationInterval,
+                    pp.hDeviceWindow == hWnd);
     }
     // Those of the last CreateDevice since Init began.
     std::string CreatedWith() const
@@ -60,12 +57,13 @@ struct DeviceTest : KvDeviceTest
         const size_t at = t.find("D3D9_CreateDevice(");
         return at == std::string::npos ? t : t.substr(0, at ? at - 1 : 0);
     }
-    std::vector<uint32_t> SampleCountsAsked(kvproxy::Mark from) const
+    // The multisample questions for these counts, each of the back buffer's format, windowed.
+    std::string SamplesAsked(std::initializer_list<unsigned> counts) const
     {
-        std::vector<uint32_t> counts;
-        for (const KvProxyCall& c : kvproxy::CallsSince(from, Method::D3D9_CheckDeviceMultiSampleType))
-            counts.push_back(static_cast<uint32_t>(c.args[4]));
-        return counts;
+        std::string s;
+        for (unsigned n : counts)
+            s = Join(s, Call("D3D9_CheckDeviceMultiSampleType", 0, D3DDEVTYPE_HAL, D3DFMT_X8R8G8B8, 1, n));
+        return s;
     }
     // The mode chosen: the global, the record's name, and the info lines after
     // the six of the adapter report.
@@ -80,26 +78,14 @@ struct DeviceTest : KvDeviceTest
     }
 };
 
-// Of blank-separated names, those whose answer is yes.
-std::string Names(const std::string& names)
-{
-    return names.empty() ? names : "";
-}
-template <class... B>
-std::string Names(const std::string& names, bool first, B... rest)
-{
-    const size_t end = names.find(' ');
-    const std::string tail = Names(end == std::string::npos ? "" : names.substr(end + 1), rest...);
-    return first ? Join(names.substr(0, end), tail) : tail;
-}
-// The names of the record's yes-or-no answers that are yes.
+// The record's yes-or-no answers: float, mrt-depths, npot, mip-bias, vertex-texture, intz, pcf, d16, null,
+// ati2, rt32f, rt16f, srgb, timer, sse2.
 std::string Yes(const CDeviceCapabilities& c)
 {
-    return Names("float mrt-depths npot mip-bias vertex-texture intz pcf d16 null ati2 rt32f rt16f srgb timer sse2",
-                 c.m_bFloatTexture, c.m_bMRTIndependentBitDepths, c.m_bNonPowerOfTwoTexture, c.GetMipBiasSupported(),
-                 c.m_bVertexTextureFetch, c.m_bDepthTextureINTZ, c.GetHardwarePCFSupported(), c.m_bDepthTextureD16,
-                 c.m_bNullRenderTarget, c.m_bATI2Texture, c.m_bFloat32RenderTarget, c.m_bFloat16RenderTarget,
-                 c.GetSRGBReadWrite(), c.m_bTimerQuery, c.m_bSSE2);
+    return Call("", c.m_bFloatTexture, c.m_bMRTIndependentBitDepths, c.m_bNonPowerOfTwoTexture, c.GetMipBiasSupported(),
+                c.m_bVertexTextureFetch, c.m_bDepthTextureINTZ, c.GetHardwarePCFSupported(), c.m_bDepthTextureD16,
+                c.m_bNullRenderTarget, c.m_bATI2Texture, c.m_bFloat32RenderTarget, c.m_bFloat16RenderTarget,
+                c.GetSRGBReadWrite(), c.m_bTimerQuery, c.m_bSSE2);
 }
 
 void SetShaderVersions(uint32_t vs, uint32_t ps)
@@ -119,9 +105,7 @@ TEST_F(DeviceTest, InitMakesTheDeviceOnTheWindowAndReportsTheAdapter)
         BeforeCreate(Method::D3D9_CheckDepthStencilMatch, 5));
     EXPECT_EQ(Call("D3D9_CreateDevice", 0, D3DDEVTYPE_HAL, kvproxy::PtrArg(hWnd), D3DCREATE_HARDWARE_VERTEXPROCESSING),
               Trace(mark, {Method::D3D9_CreateDevice}, 4));
-    EXPECT_EQ("320x240 format 22 buffers 1 samples 0/0 swap 1 windowed 1 depth 1/75 flags 0 rate 0 interval "
-              "80000000 window 1",
-              CreatedWith());
+    EXPECT_EQ("(320,240,22,1,0,0,1,1,1,75,0,0,2147483648,1)", CreatedWith());
 
     // The window keeps its own record.
     EXPECT_EQ(CreatedWith(), Describe(MainWindow()->m_d3dpp));
@@ -129,8 +113,7 @@ TEST_F(DeviceTest, InitMakesTheDeviceOnTheWindowAndReportsTheAdapter)
     // Vsync doubles the back buffers of a windowed device.
     Again();
     ASSERT_TRUE(Init(true, 0));
-    EXPECT_EQ("320x240 format 22 buffers 2 samples 0/0 swap 1 windowed 1 depth 1/75 flags 0 rate 0 interval 1 window 1",
-              CreatedWith());
+    EXPECT_EQ("(320,240,22,2,0,0,1,1,1,75,0,0,1,1)", CreatedWith());
 
     // Without hardware transform the device processes vertices in software.
     Again();
@@ -139,27 +122,34 @@ TEST_F(DeviceTest, InitMakesTheDeviceOnTheWindowAndReportsTheAdapter)
     EXPECT_EQ((std::vector<std::string>{"Cannot use hardware vertexprocessing"}), Errors());
     EXPECT_EQ(Call("D3D9_CreateDevice", 0, D3DDEVTYPE_HAL, kvproxy::PtrArg(hWnd), D3DCREATE_SOFTWARE_VERTEXPROCESSING),
               Trace(mark, {Method::D3D9_CreateDevice}, 4));
+
+    // The destructor releases the device and the runtime.
+    IDirect3D9* runtime = d3d->m_pD3D9;
+    IDirect3DDevice9* made = device;
+    runtime->AddRef();
+    made->AddRef();
+    delete rs;
+    rs = nullptr;
+    EXPECT_EQ(nullptr, GetRenderSystem());
+    // The device holds its runtime: it goes first.
+    const ULONG deviceLeft = made->Release();
+    EXPECT_EQ(Call("", 0, 0), Call("", deviceLeft, runtime->Release()));
 }
 
 TEST_F(DeviceTest, MultisamplingFallsToTheHighestCountTheDeviceTakes)
 {
-    // The back buffer's format, windowed.
     kvproxy::FailMultiSampleAbove(4);
     ASSERT_TRUE(Init(false, 8));
-    EXPECT_EQ((std::vector<uint32_t>{8, 7, 6, 5, 4}), SampleCountsAsked(mark));
-    for (const KvProxyCall& c : Calls(Method::D3D9_CheckDeviceMultiSampleType))
-        EXPECT_EQ(Call("", D3DFMT_X8R8G8B8, 1), Call("", c.args[2], c.args[3]));
-    EXPECT_EQ("320x240 format 22 buffers 1 samples 4/0 swap 1 windowed 1 depth 1/75 flags 0 rate 0 interval "
-              "80000000 window 1",
-              CreatedWith());
+    EXPECT_EQ(Trace(mark, {Method::D3D9_CheckDeviceMultiSampleType}, 5), SamplesAsked({8, 7, 6, 5, 4}));
+    EXPECT_EQ("(320,240,22,1,4,0,1,1,1,75,0,0,2147483648,1)", CreatedWith());
     EXPECT_TRUE(Errors().empty());
 
     // A refused single sample gives none, without asking for zero.
     Again();
     kvproxy::FailMultiSampleAbove(0);
     ASSERT_TRUE(Init(false, 1));
-    EXPECT_EQ((std::vector<uint32_t>{1}), SampleCountsAsked(mark));
-    EXPECT_NE(std::string::npos, CreatedWith().find(" samples 0/0 "));
+    EXPECT_EQ(Trace(mark, {Method::D3D9_CheckDeviceMultiSampleType}, 5), SamplesAsked({1}));
+    EXPECT_EQ("(320,240,22,1,0,0,1,1,1,75,0,0,2147483648,1)", CreatedWith());
 
     // Multisampling needs filtered stretches from textures, linear in both directions.
     Again();
@@ -169,10 +159,10 @@ TEST_F(DeviceTest, MultisamplingFallsToTheHighestCountTheDeviceTakes)
     EXPECT_EQ((std::vector<std::string>{"m_d3dcaps.Caps2 Cannot support D3DDEVCAPS2_CAN_STRETCHRECT_FROM_TEXTURES!!!"}),
               Errors());
     EXPECT_TRUE(Calls(Method::D3D9_CheckDeviceMultiSampleType).empty());
-    EXPECT_NE(std::string::npos, CreatedWith().find(" samples 0/0 "));
+    EXPECT_EQ("(320,240,22,1,0,0,1,1,1,75,0,0,2147483648,1)", CreatedWith());
 }
 
-TEST_F(DeviceTest, CreateDeviceHasASecondChanceAndAFailedInitNamesItsStep)
+TEST_F(DeviceTest, CreateDeviceHasASecondChanceAFailedInitNamesItsStepAndFramesNest)
 {
     kvproxy::FailMethod(Method::D3D9_CreateDevice, D3DERR_NOTAVAILABLE, 1);
     ASSERT_TRUE(Init());
@@ -197,10 +187,9 @@ TEST_F(DeviceTest, CreateDeviceHasASecondChanceAndAFailedInitNamesItsStep)
     EXPECT_EQ((std::vector<std::string>{"Failed to CreateRenderWindow"}), Errors());
     EXPECT_FALSE(rs->m_pMainWindow);
     EXPECT_TRUE(Calls(Method::D3D9_CreateDevice).empty());
-}
 
-TEST_F(DeviceTest, NestedFramesMakeOneSceneAndARefusedBeginSceneNone)
-{
+    // Nested frames make one scene, and a refused BeginScene none.
+    Again();
     ASSERT_TRUE(Init());
     kvproxy::Mark from = kvproxy::Here();
     // Only the outermost frame begins a scene and resets the depth cleared flag.
@@ -231,7 +220,7 @@ TEST_F(DeviceTest, NestedFramesMakeOneSceneAndARefusedBeginSceneNone)
 
 // ---- the capability record
 
-TEST_F(DeviceTest, TheRecordOfACapableCard)
+TEST_F(DeviceTest, TheRecordOfACapableCardAndItsTimerQuery)
 {
     D3DADAPTER_IDENTIFIER9 id = {};
     id.DriverVersion.HighPart = 0x00080011;
@@ -253,10 +242,32 @@ TEST_F(DeviceTest, TheRecordOfACapableCard)
               Call("", c.m_eVendor, c.m_nDriverProduct, c.m_nDriverVersion, c.m_nDriverSubVersion, c.m_nDriverBuild,
                    c.m_nNumMultiRenderTargets, c.m_fMaxPointSize, c.m_nMaxTextureSize[0], c.m_nMaxTextureSize[1],
                    c.m_nMaxTextureSize[2], c.m_eShadowDepthFormat, c.m_eShadowColourFormat));
-    EXPECT_EQ("float mrt-depths npot mip-bias vertex-texture intz pcf d16 null ati2 rt32f rt16f srgb timer sse2",
-              Yes(c));
+    EXPECT_EQ("(1,1,1,1,1,1,1,1,1,1,1,1,1,1,1)", Yes(c));
     EXPECT_EQ(std::string("DX9C ") + kDX9C, Mode());
     EXPECT_TRUE(Errors().empty());
+
+    // Only "not available" counts the timer query as missing.
+    const struct
+    {
+        D3DQUERYTYPE type;
+        HRESULT hr;
+        bool available;
+    } cases[] = {
+        {D3DQUERYTYPE_TIMESTAMPFREQ, D3DERR_NOTAVAILABLE, false},
+        {D3DQUERYTYPE_TIMESTAMP, D3DERR_NOTAVAILABLE, false},
+        {D3DQUERYTYPE_TIMESTAMPFREQ, E_FAIL, true},
+        {D3DQUERYTYPE_TIMESTAMP, D3DERR_INVALIDCALL, true},
+    };
+    for (const auto& c : cases)
+    {
+        kvproxy::ClearFaults();
+        kvproxy::FailCreateQuery(c.type, c.hr);
+        kvproxy::Mark from = kvproxy::Here();
+        ASSERT_TRUE(d3d->BuildDeviceCapabilities());
+        EXPECT_EQ(Call("", c.available, 2),
+                  Call("", Caps().m_bTimerQuery, kvproxy::CountSince(from, Method::CreateQuery)))
+            << c.type << " " << std::hex << c.hr;
+    }
 }
 
 TEST_F(DeviceTest, TheRecordOfAPoorCard)
@@ -278,7 +289,7 @@ TEST_F(DeviceTest, TheRecordOfAPoorCard)
     EXPECT_EQ(Call("", 8, defaultPointSize, 4096, 4096, 4096, PF_UNKNOWN, PF_FLOAT32_R),
               Call("", c.m_nNumMultiRenderTargets, c.m_fMaxPointSize, c.m_nMaxTextureSize[0], c.m_nMaxTextureSize[1],
                    c.m_nMaxTextureSize[2], c.m_eShadowDepthFormat, c.m_eShadowColourFormat));
-    EXPECT_EQ("float vertex-texture intz d16 ati2 rt32f rt16f sse2", Yes(c));
+    EXPECT_EQ("(1,0,0,0,1,1,0,1,0,1,1,1,0,0,1)", Yes(c));
     EXPECT_EQ((std::vector<std::string>{"Cannot support NPO2 texture!!!"}), Errors());
     EXPECT_EQ(kDX9C, c.getRenderSystemName());
 }
@@ -321,56 +332,14 @@ TEST_F(DeviceTest, TheShaderGateAndTheVertexTexturesChooseTheMode)
     }
 
     // Without either vertex texture format model three falls back to DX9A.
-    {
-        Again();
-        kvproxy::FailCheckDeviceFormat(D3DFMT_R32F, D3DUSAGE_QUERY_VERTEXTEXTURE);
-        ASSERT_TRUE(Init());
-        EXPECT_FALSE(Caps().m_bVertexTextureFetch);
-        EXPECT_EQ(dx9a + kDX9AVertexTexture, Mode());
-        EXPECT_EQ(1u, CountOf(Texts(LOG_WARNING), "VS Texture PF_FLOAT32_R && PF_FLOAT32_RGBA not supported!!!"));
-        EXPECT_TRUE(Errors().empty());
-    }
-}
-
-TEST_F(DeviceTest, TheTimerQueryCountsOnlyNotAvailableAsMissing)
-{
+    Again();
+    kvproxy::FailCheckDeviceFormat(D3DFMT_R32F, D3DUSAGE_QUERY_VERTEXTEXTURE);
     ASSERT_TRUE(Init());
-    const struct
-    {
-        D3DQUERYTYPE type;
-        HRESULT hr;
-        bool available;
-    } cases[] = {
-        {D3DQUERYTYPE_TIMESTAMPFREQ, D3DERR_NOTAVAILABLE, false},
-        {D3DQUERYTYPE_TIMESTAMP, D3DERR_NOTAVAILABLE, false},
-        {D3DQUERYTYPE_TIMESTAMPFREQ, E_FAIL, true},
-        {D3DQUERYTYPE_TIMESTAMP, D3DERR_INVALIDCALL, true},
-    };
-    for (const auto& c : cases)
-    {
-        kvproxy::ClearFaults();
-        kvproxy::FailCreateQuery(c.type, c.hr);
-        kvproxy::Mark from = kvproxy::Here();
-        ASSERT_TRUE(d3d->BuildDeviceCapabilities());
-        EXPECT_EQ(Call("", c.available, 2),
-                  Call("", Caps().m_bTimerQuery, kvproxy::CountSince(from, Method::CreateQuery)))
-            << c.type << " " << std::hex << c.hr;
-    }
-}
-
-TEST_F(DeviceTest, TheDestructorReleasesDeviceAndRuntime)
-{
-    ASSERT_TRUE(Init());
-    IDirect3D9* runtime = d3d->m_pD3D9;
-    IDirect3DDevice9* made = device;
-    runtime->AddRef();
-    made->AddRef();
-    delete rs;
-    rs = nullptr;
-    EXPECT_EQ(nullptr, GetRenderSystem());
-    // The device holds its runtime: it goes first.
-    const ULONG deviceLeft = made->Release();
-    EXPECT_EQ(Call("", 0, 0), Call("", deviceLeft, runtime->Release()));
+    EXPECT_FALSE(Caps().m_bVertexTextureFetch);
+    EXPECT_EQ(dx9a + kDX9AVertexTexture, Mode());
+    EXPECT_EQ(std::vector<std::string>{"VS Texture PF_FLOAT32_R && PF_FLOAT32_RGBA not supported!!!"},
+              Texts(LOG_WARNING));
+    EXPECT_TRUE(Errors().empty());
 }
 
 } // namespace

@@ -155,6 +155,12 @@ struct ResetTest : KvDeviceTest
                     pp.MultiSampleQuality, pp.PresentationInterval, pp.FullScreen_RefreshRateInHz, pp.Windowed,
                     pp.hDeviceWindow == hWnd);
     }
+    // Those of the device Reset that a windowed reset of the main window makes.
+    std::string ResetParams(unsigned width, unsigned height, bool vsync, unsigned fsaa)
+    {
+        const kvproxy::Mark from = kvproxy::Here();
+        return ResetMain(width, height, false, vsync, fsaa) ? Params(ResetWith(from)) : "refused";
+    }
 
     ProbeResource* probe = nullptr;
     int engineResetsAtStart = 0;
@@ -265,31 +271,24 @@ TEST_F(ResetTest, PresentParametersOfEachReset)
     // Vsync off keeps two back buffers, and so does vsync on again.
     ASSERT_NO_FATAL_FAILURE(Restart(true, 0));
     ASSERT_EQ(2u, d3d->m_d3dpp.BackBufferCount);
-    auto from = kvproxy::Here();
-    ASSERT_TRUE(ResetMain(kWidth, kHeight, false, false, 0));
-    EXPECT_EQ(Call("", 64, 64, 2, 0, 0, D3DPRESENT_INTERVAL_IMMEDIATE, 0, 1, 1), Params(ResetWith(from)));
-    from = kvproxy::Here();
-    ASSERT_TRUE(ResetMain(kWidth, kHeight, false, true, 0));
-    EXPECT_EQ(Call("", 64, 64, 2, 0, 0, D3DPRESENT_INTERVAL_ONE, 0, 1, 1), Params(ResetWith(from)));
+    EXPECT_EQ(Call("", 64, 64, 2, 0, 0, D3DPRESENT_INTERVAL_IMMEDIATE, 0, 1, 1),
+              ResetParams(kWidth, kHeight, false, 0));
+    EXPECT_EQ(Call("", 64, 64, 2, 0, 0, D3DPRESENT_INTERVAL_ONE, 0, 1, 1), ResetParams(kWidth, kHeight, true, 0));
 
     // A new size without multisampling reaches the back buffer; samples come back when asked.
     ASSERT_NO_FATAL_FAILURE(Restart(false, 4));
     ASSERT_EQ(D3DMULTISAMPLE_4_SAMPLES, d3d->m_d3dpp.MultiSampleType);
     ASSERT_NO_FATAL_FAILURE(MakeScene());
-    from = kvproxy::Here();
-    ASSERT_TRUE(ResetMain(96, 48, false, false, 0));
-    EXPECT_EQ(Call("", 96, 48, 1, 0, 0, D3DPRESENT_INTERVAL_IMMEDIATE, 0, 1, 1), Params(ResetWith(from)));
+    EXPECT_EQ(Call("", 96, 48, 1, 0, 0, D3DPRESENT_INTERVAL_IMMEDIATE, 0, 1, 1), ResetParams(96, 48, false, 0));
     EXPECT_EQ("Success ResetDevice,96, 48, FullScreen:false", Texts(LOG_INFO).back());
     RefillDrawAndCheckScene(96, 48); // a multisampled back buffer could not be read back
-    from = kvproxy::Here();
-    ASSERT_TRUE(ResetMain(96, 48, false, false, 4));
-    EXPECT_EQ(Call("", 96, 48, 1, 4, 0, D3DPRESENT_INTERVAL_IMMEDIATE, 0, 1, 1), Params(ResetWith(from)));
+    EXPECT_EQ(Call("", 96, 48, 1, 4, 0, D3DPRESENT_INTERVAL_IMMEDIATE, 0, 1, 1), ResetParams(96, 48, false, 4));
 
     // A secondary window's reset resizes that window and leaves the device alone; a handle
     // no window owns and a size the window turns down are refused before the device is asked.
     HWND other = MakeWindow(32, 32);
     ASSERT_NE(nullptr, other);
-    from = kvproxy::Here();
+    const kvproxy::Mark from = kvproxy::Here();
     {
         ref_ptr<CRenderWindow> second = rs->CreateRenderWindow(other, 32, 32, false);
         ASSERT_TRUE(second);
@@ -302,22 +301,9 @@ TEST_F(ResetTest, PresentParametersOfEachReset)
     EXPECT_EQ(0u, kvproxy::CountSince(from, Method::Reset));
 }
 
-// The switches to full screen below are refused through the recording d3d9, so
-// the real device never takes the shared display.
-TEST_F(ResetTest, ChildWindowCannotGoFullScreen)
-{
-    ASSERT_NO_FATAL_FAILURE(Restart(false, 0, WS_CHILD | WS_VISIBLE));
-    // A child window cannot be topmost either, so all three reasons hold.
-    kvproxy::FailMethod(Method::Reset, D3DERR_INVALIDCALL, 1);
-    auto from = kvproxy::Here();
-    EXPECT_FALSE(ResetMain(kWidth, kHeight, true));
-    EXPECT_FALSE(ResetWith(from).Windowed);
-    EXPECT_EQ(std::vector<std::string>{ResetWarning(D3DERR_INVALIDCALL, kWidth, kHeight, true)}, Texts(LOG_WARNING));
-    EXPECT_EQ((std::vector<std::string>{kHasParent, kNotChild, kNotTopmost}), Errors());
-    EXPECT_EQ("(1,0,0)", Told());
-}
-
-TEST_F(ResetTest, TopLevelWindowFullScreenNeedsTopmost)
+// The switches to full screen are refused through the recording d3d9, so the
+// real device never takes the shared display.
+TEST_F(ResetTest, FullScreenNeedsATopmostTopLevelWindow)
 {
     kvproxy::FailMethod(Method::Reset, D3DERR_INVALIDCALL, 2);
     EXPECT_FALSE(ResetMain(kWidth, kHeight, true));
@@ -330,4 +316,14 @@ TEST_F(ResetTest, TopLevelWindowFullScreenNeedsTopmost)
     EXPECT_FALSE(ResetMain(kWidth, kHeight, true));
     EXPECT_EQ(1u, Texts(LOG_WARNING).size());
     EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
+
+    // A child window cannot be topmost either, so all three reasons hold.
+    ASSERT_NO_FATAL_FAILURE(Restart(false, 0, WS_CHILD | WS_VISIBLE));
+    kvproxy::FailMethod(Method::Reset, D3DERR_INVALIDCALL, 1);
+    auto from = kvproxy::Here();
+    EXPECT_FALSE(ResetMain(kWidth, kHeight, true));
+    EXPECT_FALSE(ResetWith(from).Windowed);
+    EXPECT_EQ(std::vector<std::string>{ResetWarning(D3DERR_INVALIDCALL, kWidth, kHeight, true)}, Texts(LOG_WARNING));
+    EXPECT_EQ((std::vector<std::string>{kHasParent, kNotChild, kNotTopmost}), Errors());
+    EXPECT_EQ("(1,0,0)", Told());
 }

@@ -71,20 +71,7 @@ D3DDISPLAYMODE Mode(UINT width, UINT height, UINT rate, D3DFORMAT format = D3DFM
     return D3DDISPLAYMODE{width, height, rate, format};
 }
 
-std::string OutOfRangeText(D3D9DriverList& list, unsigned index)
-{
-    try
-    {
-        list.GetItem(index);
-    }
-    catch (const std::out_of_range& e)
-    {
-        return e.what();
-    }
-    return "no exception";
-}
-
-TEST_F(Drivers, TheRealAdapterAsDirect3DReportsItAndNoneWithoutOne)
+TEST_F(Drivers, TheRealAdapterNoneAndTwoMonitorsFoundByTheirTrimmedDescription)
 {
     D3D9DriverList drivers(d3d);
     EXPECT_EQ(kDetectionLines, GetLogTexts(LOG_INFO));
@@ -100,7 +87,15 @@ TEST_F(Drivers, TheRealAdapterAsDirect3DReportsItAndNoneWithoutOne)
     EXPECT_EQ(0, std::memcmp(&desktop, &driver->getDesktopMode(), sizeof desktop));
     // An index at or past the count throws the range error.
     EXPECT_NE(nullptr, drivers.GetItem(drivers.GetCount() - 1));
-    EXPECT_EQ("invalid vector<T> subscript", OutOfRangeText(drivers, drivers.GetCount()));
+    try
+    {
+        drivers.GetItem(drivers.GetCount());
+        ADD_FAILURE() << "no exception";
+    }
+    catch (const std::out_of_range& e)
+    {
+        EXPECT_STREQ("invalid vector<T> subscript", e.what());
+    }
 
     // No adapter, or a runtime that could not be made: an empty list and both lines.
     ClearLog();
@@ -110,27 +105,24 @@ TEST_F(Drivers, TheRealAdapterAsDirect3DReportsItAndNoneWithoutOne)
     EXPECT_EQ(0u, D3D9DriverList(nullptr).GetCount());
     EXPECT_EQ((Texts{kDetectionLines[0], kDetectionLines[1], kDetectionLines[0], kDetectionLines[1]}),
               GetLogTexts(LOG_INFO));
-}
 
-TEST_F(Drivers, MonitorsCountFromOneAndAreFoundByTheirTrimmedDescription)
-{
     // A second adapter the runtime does not have: its queries fail and leave
     // the records empty, but it is still listed under its own number.
     kvproxy::SetAdapterCount(2);
     kvproxy::SetAdapterDescription("  Wide  Card \t\r ");
-    D3D9DriverList drivers(d3d);
-    ASSERT_EQ(2u, drivers.GetCount());
-    EXPECT_STREQ("Monitor-1-  Wide  Card", drivers.GetItem(0u)->GetDriverDescription()) << "trimmed at the end only";
-    const std::string second = drivers.GetItem(1u)->GetDriverDescription();
+    D3D9DriverList two(d3d);
+    ASSERT_EQ(2u, two.GetCount());
+    EXPECT_STREQ("Monitor-1-  Wide  Card", two.GetItem(0u)->GetDriverDescription()) << "trimmed at the end only";
+    const std::string second = two.GetItem(1u)->GetDriverDescription();
     EXPECT_EQ(0u, second.find("Monitor-2-")) << second;
-    EXPECT_EQ(drivers.GetItem(0u), drivers.GetItem("Monitor-1-  Wide  Card"));
-    EXPECT_EQ(drivers.GetItem(1u), drivers.GetItem(second.c_str()));
+    EXPECT_EQ(two.GetItem(0u), two.GetItem("Monitor-1-  Wide  Card"));
+    EXPECT_EQ(two.GetItem(1u), two.GetItem(second.c_str()));
     for (const char* name :
          {"Monitor-1-  Wide  Card \t\r ", "Monitor-3-  Wide  Card", "  Wide  Card", static_cast<const char*>(nullptr)})
-        EXPECT_EQ(nullptr, drivers.GetItem(name)) << (name ? name : "null");
+        EXPECT_EQ(nullptr, two.GetItem(name)) << (name ? name : "null");
 }
 
-TEST_F(Drivers, ModesAreFilteredCollapsedToTheBestRateAndSixteenBitFirst)
+TEST_F(Drivers, ModesAreFilteredCollapsedToTheBestRateAndSixteenBitFirstAndDescribedByTheirDepth)
 {
     EXPECT_EQ(Texts{}, Modes({}, {}));
     EXPECT_EQ(nullptr, modes->GetItem("640 x 480 @ 32-bit colour"));
@@ -153,10 +145,7 @@ TEST_F(Drivers, ModesAreFilteredCollapsedToTheBestRateAndSixteenBitFirst)
     ClearLog();
     EXPECT_EQ(nullptr, modes->GetItem(3u));
     EXPECT_EQ(Texts{"D3D9VideoModeList::GetItem: index 3 past the 3 modes"}, GetLogTexts(LOG_ERROR));
-}
 
-TEST(VideoMode, ColourDepthFollowsTheFormatAndANullDriverListsNothing)
-{
     // 24-bit colour counts as 32 bits, ten-bit colour as 16.
     const std::string described = D3D9VideoMode(D3DDISPLAYMODE{1280, 720, 50, D3DFMT_R8G8B8}).getDescription();
     EXPECT_EQ("1280 x 720 @ 32-bit colour|1280 x 720 @ 16-bit colour",

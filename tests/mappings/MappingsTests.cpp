@@ -97,7 +97,7 @@ TEST(PixelFormats, ThirtyFiveRowsMapBothWaysAndEveryOtherValueIsUnknown)
     EXPECT_EQ((Numbers{6, 10, 23, 25, 30, 8, 12, 12, 12, 12, 12, 12}), closest);
 }
 
-TEST(Enumerations, StatesDeclarationsAndBuffers)
+TEST(Enumerations, StatesDeclarationsBuffersAndMatrices)
 {
     ClearLog();
     EXPECT_EQ((Numbers{kForceDword, 2, 1, 9, 3, 10, 4, 7, 5, 8, 6, 14, 15, 11, kForceDword}),
@@ -160,6 +160,21 @@ TEST(Enumerations, StatesDeclarationsAndBuffers)
                   Answers(flags, -1, 4))
             << u;
     }
+
+    // Matrices transpose both ways.
+    Matrix4 m;
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j)
+            m.m[i][j] = static_cast<float>(10 * i + j + 1);
+    const D3DMATRIX d = toD3DMatrix(m);
+    const Matrix4 back = fromD3DMatrix(d);
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j)
+            EXPECT_TRUE(m.m[j][i] == d.m[i][j] && m.m[i][j] == back.m[i][j]) << i << "," << j;
+    // The engine keeps a translation in the last column; Direct3D's row vectors
+    // want it in the last row.
+    const D3DMATRIX t = toD3DMatrix(Matrix4(1, 0, 0, 5, 0, 1, 0, 6, 0, 0, 1, 7, 0, 0, 0, 1));
+    EXPECT_EQ((std::vector<float>{5, 6, 7, 0}), (std::vector<float>{t._41, t._42, t._43, t._14}));
 }
 
 TEST(CapabilityRules, AnisotropyBorderAndSphereMapsFollowTheCaps)
@@ -205,23 +220,6 @@ TEST(CapabilityRules, AnisotropyBorderAndSphereMapsFollowTheCaps)
     };
     EXPECT_EQ((Numbers{0, 0, 0x40000, 0x40000, 0x30000, 0x10000, 0x20000, 0}), Answers(index(with), -1, 6));
     EXPECT_EQ((Numbers{0, 0, 0x10000, 0x30000, 0x30000, 0x10000, 0x20000, 0}), Answers(index(without), -1, 6));
-}
-
-TEST(Matrices, BothDirectionsTranspose)
-{
-    Matrix4 m;
-    for (int i = 0; i < 4; ++i)
-        for (int j = 0; j < 4; ++j)
-            m.m[i][j] = static_cast<float>(10 * i + j + 1);
-    const D3DMATRIX d = toD3DMatrix(m);
-    const Matrix4 back = fromD3DMatrix(d);
-    for (int i = 0; i < 4; ++i)
-        for (int j = 0; j < 4; ++j)
-            EXPECT_TRUE(m.m[j][i] == d.m[i][j] && m.m[i][j] == back.m[i][j]) << i << "," << j;
-    // The engine keeps a translation in the last column; Direct3D's row vectors
-    // want it in the last row.
-    const D3DMATRIX t = toD3DMatrix(Matrix4(1, 0, 0, 5, 0, 1, 0, 6, 0, 0, 1, 7, 0, 0, 0, 1));
-    EXPECT_EQ((std::vector<float>{5, 6, 7, 0}), (std::vector<float>{t._41, t._42, t._43, t._14}));
 }
 
 } // namespace

@@ -89,7 +89,7 @@ TEST(RefPtr, CountsAssignsComparesAndMoves)
     EXPECT_EQ(4, deaths);
 }
 
-TEST(Referenced, UnrefAtOneTellsEachObserverOnceInAddressOrderThenDeletes)
+TEST(Referenced, UnrefAtOneTellsEachObserverOnceInAddressOrderThenDeletesAndObserversMayLeaveWhileTold)
 {
     int deaths = 0;
     Watcher w[3], removed, unknown;
@@ -123,19 +123,17 @@ TEST(Referenced, UnrefAtOneTellsEachObserverOnceInAddressOrderThenDeletes)
                 !assigned.PeekObserverSet());
     delete kept; // a plain delete tells the observers too
     EXPECT_TRUE(deaths == 2 && unknown.calls.size() == 1u);
-}
 
-TEST(Referenced, ObserversMayRemoveThemselvesOrOthersWhileTold)
-{
-    Watcher w[4];
-    ref_ptr<Tracked> obj = new Tracked;
-    for (auto& o : w)
-        obj->AddObserver(&o);
-    w[0].victim = &w[0]; // removes itself
-    w[1].victim = &w[2]; // removes one still to be told
-    obj = nullptr;
+    // Observers may remove themselves or others while told.
+    Watcher v[4];
+    ref_ptr<Tracked> held = new Tracked;
+    for (auto& o : v)
+        held->AddObserver(&o);
+    v[0].victim = &v[0]; // removes itself
+    v[1].victim = &v[2]; // removes one still to be told
+    held = nullptr;
     EXPECT_EQ((std::vector<size_t>{1, 1, 0, 1}),
-              (std::vector<size_t>{w[0].calls.size(), w[1].calls.size(), w[2].calls.size(), w[3].calls.size()}));
+              (std::vector<size_t>{v[0].calls.size(), v[1].calls.size(), v[2].calls.size(), v[3].calls.size()}));
 }
 
 TEST(WeakRefTest, DiesWithItsObjectAndKeepsTheSetAlive)

@@ -1,5 +1,6 @@
 // The render system's state shadows on Wine's Direct3D 9 through the recording
-// d3d9.dll: which calls reach the device with which values, and which are spared.
+// d3d9.dll: which calls reach the device with which values, and which are
+// spared.
 #include "KvDeviceTest.h"
 
 #include "D3D9Texture.h"
@@ -35,24 +36,19 @@ struct StateCache : KvDeviceTest
         Start();
         Ready();
     }
-    // The calls since the last step, then a new step.
-    std::string States()
+    // What `read` finds since the last step, then a new step.
+    template <class R>
+    auto Step(R read) -> decltype(read(mark))
     {
-        const std::string s = RenderStates(mark);
-        mark = kvproxy::Here();
-        return s;
-    }
-    std::string Samplers()
-    {
-        const std::string s = SamplerStates(mark);
-        mark = kvproxy::Here();
-        return s;
-    }
-    ::testing::AssertionResult Spared()
-    {
-        ::testing::AssertionResult r = kvproxy::NoDeviceCalls(mark);
+        auto r = read(mark);
         mark = kvproxy::Here();
         return r;
+    }
+    std::string States() { return Step(RenderStates); }
+    std::string Samplers() { return Step(SamplerStates); }
+    ::testing::AssertionResult Spared()
+    {
+        return Step([](kvproxy::Mark m) { return kvproxy::NoDeviceCalls(m); });
     }
 };
 
@@ -194,8 +190,8 @@ TEST_F(StateCache, ViewingModesOverrideBlendingAndDepthWrites)
 
 TEST_F(StateCache, CapabilitiesHoldStatesBack)
 {
-    // Depth bias goes out only for the raster caps the device has, as bit patterns,
-    // and is kept for GetDepthBias and the next device.
+    // Depth bias goes out only for the raster caps the device has, as bit
+    // patterns, and is kept for GetDepthBias and the next device.
     const uint32_t both = D3DPRASTERCAPS_DEPTHBIAS | D3DPRASTERCAPS_SLOPESCALEDEPTHBIAS;
     for (const uint32_t caps : {0u, uint32_t(D3DPRASTERCAPS_SLOPESCALEDEPTHBIAS), both})
     {
@@ -253,7 +249,8 @@ TEST_F(StateCache, CapabilitiesHoldStatesBack)
                                D3DTADDRESS_MIRROR, 4, D3DSAMP_BORDERCOLOR, 0xFFFF7F00u, 4, D3DSAMP_MIPMAPLODBIAS,
                                Bits(0.5f)),
               SamplerStates(mark));
-    // The texture is not ready yet: the unit binds the engine's white texture, once.
+    // The texture is not ready yet: the unit binds the engine's white texture,
+    // once.
     EXPECT_EQ(
         Call("SetTexture", 4, kvproxy::PtrArg(static_cast<CD3D9Texture*>(rs->GetWhiteTexture())->GetNativeTexture())),
         Trace(mark, {Method::SetTexture}));
@@ -267,6 +264,36 @@ TEST_F(StateCache, CapabilitiesHoldStatesBack)
     rs->SetSRGBWriteEnabled(true);
     EXPECT_EQ(kvtest::Samplers(4, D3DSAMP_SRGBTEXTURE, 0, 4, D3DSAMP_MIPMAPLODBIAS, 0), SamplerStates(mark));
     EXPECT_EQ(kvtest::States(D3DRS_SRGBWRITEENABLE, 0), States());
+
+    // A stored anisotropy reaches units 0 to 15 within the device's maximum when applied.
+    ASSERT_NO_FATAL_FAILURE(Restart());
+    rs->SetAnisotropy(true, 8);
+    EXPECT_TRUE(Spared());
+    rs->ApplyTextureAnisotropy();
+    std::string units;
+    for (unsigned u = 0; u < 16; ++u)
+        units = Join(units, kvtest::Samplers(u, D3DSAMP_MAXANISOTROPY, 4));
+    EXPECT_EQ(units, Samplers());
+
+    // The engine's stored states go back to a new device, and the device's
+    // scissor rectangle is read into the shadow.
+    RECT scissor = {1, 2, 30, 40};
+    ASSERT_EQ(D3D_OK, device->SetScissorRect(&scissor));
+    rs->SetCullingMode(CULL_CLOCKWISE);
+    rs->SetFillMode(FILL_POINT);
+    rs->SetDepthBias(0.25f, 0.5f);
+    rs->SetPointSpritesEnabled(true);
+    d3d->_resetStateCaches();
+    mark = kvproxy::Here();
+    d3d->_restoreDeviceStates();
+    EXPECT_EQ(kvtest::States(D3DRS_CULLMODE, D3DCULL_CW, D3DRS_FILLMODE, D3DFILL_POINT, D3DRS_DEPTHBIAS, Bits(0.25f),
+                             D3DRS_SLOPESCALEDEPTHBIAS, Bits(0.5f), D3DRS_POINTSPRITEENABLE, 1),
+              States());
+    RECT got = {};
+    rs->GetScissorRect(&got);
+    EXPECT_EQ((std::vector<LONG>{1, 2, 30, 40}), (std::vector<LONG>{got.left, got.top, got.right, got.bottom}));
+    rs->SetScissorRect(&scissor);
+    EXPECT_TRUE(Spared());
 }
 
 TEST_F(StateCache, ClipPlanesTexturesAndFailures)
@@ -291,8 +318,8 @@ TEST_F(StateCache, ClipPlanesTexturesAndFailures)
     EXPECT_EQ(std::vector<std::string>{"EnableClipPlane: clip plane 32 does not exist"}, Errors());
     ClearLog();
 
-    // Null textures bind once and touch no sampler; units 0 to 15 in rising order,
-    // where unit 2 already holds null; a unit past the shadow is refused.
+    // Null textures bind once and touch no sampler; units 0 to 15 in rising
+    // order, where unit 2 already holds null; a unit past the shadow is refused.
     rs->SetTexture(2, nullptr, SamplerState::S_2LINEAR_2CLAMP);
     rs->SetTexture(2, nullptr, SamplerState::S_2LINEAR_2CLAMP);
     EXPECT_EQ(Call("SetTexture", 2, 0), Trace(mark));
@@ -320,40 +347,6 @@ TEST_F(StateCache, ClipPlanesTexturesAndFailures)
     mark = kvproxy::Here();
     rs->SetDepthCheckEnabled(true);
     rs->_setTextureLayerAnisotropy(0, 1);
-    EXPECT_TRUE(Spared());
-}
-
-TEST_F(StateCache, AnisotropyAndStoredStatesReachTheDeviceWhenApplied)
-{
-    // Stored only, until applied to units 0 to 15 within the device's maximum.
-    ASSERT_TRUE(kvproxy::SetCap(KV_PROXY_CAP(MaxAnisotropy), 4));
-    ASSERT_NO_FATAL_FAILURE(Restart());
-    rs->SetAnisotropy(true, 8);
-    EXPECT_TRUE(Spared());
-    rs->ApplyTextureAnisotropy();
-    std::string units;
-    for (unsigned u = 0; u < 16; ++u)
-        units = Join(units, kvtest::Samplers(u, D3DSAMP_MAXANISOTROPY, 4));
-    EXPECT_EQ(units, Samplers());
-
-    // The engine's stored states go back to a new device, and the device's scissor
-    // rectangle is read into the shadow.
-    RECT scissor = {1, 2, 30, 40};
-    ASSERT_EQ(D3D_OK, device->SetScissorRect(&scissor));
-    rs->SetCullingMode(CULL_CLOCKWISE);
-    rs->SetFillMode(FILL_POINT);
-    rs->SetDepthBias(0.25f, 0.5f);
-    rs->SetPointSpritesEnabled(true);
-    d3d->_resetStateCaches();
-    mark = kvproxy::Here();
-    d3d->_restoreDeviceStates();
-    EXPECT_EQ(kvtest::States(D3DRS_CULLMODE, D3DCULL_CW, D3DRS_FILLMODE, D3DFILL_POINT, D3DRS_DEPTHBIAS, Bits(0.25f),
-                             D3DRS_SLOPESCALEDEPTHBIAS, Bits(0.5f), D3DRS_POINTSPRITEENABLE, 1),
-              States());
-    RECT got = {};
-    rs->GetScissorRect(&got);
-    EXPECT_EQ((std::vector<LONG>{1, 2, 30, 40}), (std::vector<LONG>{got.left, got.top, got.right, got.bottom}));
-    rs->SetScissorRect(&scissor);
     EXPECT_TRUE(Spared());
 }
 

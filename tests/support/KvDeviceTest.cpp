@@ -119,7 +119,6 @@ void KvDeviceTest::Start(bool vsync, unsigned fsaa)
     ASSERT_TRUE(Init(vsync, fsaa)) << ::testing::PrintToString(Errors());
     ASSERT_NE(nullptr, device);
     GetTimer()->Reset();
-    initLog = GetLogLines();
     ClearLog();
 }
 
@@ -183,13 +182,9 @@ std::vector<uint32_t> KvDeviceTest::ReadPixels(IDirect3DSurface9* surface, unsig
         SUCCEEDED(device->GetRenderTargetData(surface, copy)) &&
         SUCCEEDED(copy->LockRect(&locked, nullptr, D3DLOCK_READONLY)))
     {
-        pixels.resize(static_cast<size_t>(desc.Width) * desc.Height);
         for (unsigned y = 0; y < desc.Height; ++y)
             for (unsigned x = 0; x < desc.Width; ++x)
-                pixels[static_cast<size_t>(y) * desc.Width + x] =
-                    reinterpret_cast<const uint32_t*>(static_cast<const uint8_t*>(locked.pBits) +
-                                                      static_cast<size_t>(y) * locked.Pitch)[x] |
-                    0xFF000000u;
+                pixels.push_back(static_cast<const uint32_t*>(locked.pBits)[y * (locked.Pitch / 4) + x] | 0xFF000000u);
         copy->UnlockRect();
     }
     if (copy)

@@ -48,19 +48,9 @@ extern const std::vector<uint16_t> kQuadIndices;
 std::string HrText(HRESULT hr);
 // "D3D9Verify:<hr>, <name>, <description>[, <what>]".
 std::string VerifyLine(HRESULT hr, const char* what = nullptr);
-inline std::vector<std::string> Texts(kv::LogLevel level)
-{
-    return kv::GetLogTexts(level);
-}
-inline std::vector<std::string> Errors()
-{
-    return kv::GetLogTexts(kv::LOG_ERROR);
-}
+inline const auto Texts = kv::GetLogTexts;
+inline const auto Errors = [] { return kv::GetLogTexts(kv::LOG_ERROR); };
 size_t CountOf(const std::vector<std::string>& lines, const std::string& text);
-inline bool Logged(const std::string& text, kv::LogLevel level = kv::LOG_ERROR)
-{
-    return CountOf(Texts(level), text) > 0;
-}
 
 // The first `n` arguments of each call of `m` since `from`.
 typedef std::vector<std::vector<uint64_t>> ArgList;
@@ -78,40 +68,35 @@ std::string Call(const char* name, A... args)
         s += (i ? "," : "") + std::to_string(values[i]);
     return s + ")";
 }
-inline std::string Join()
-{
-    return std::string();
-}
+// Words joined by blanks, the empty ones left out.
 template <class... S>
-std::string Join(const std::string& first, S... rest)
+std::string Join(const S&... words)
 {
-    const std::string tail = Join(rest...);
-    return first.empty() ? tail : tail.empty() ? first : first + " " + tail;
+    std::string s;
+    ((s += (s.empty() || std::string(words).empty() ? "" : " ") + std::string(words)), ...);
+    return s;
 }
 // The render states set since `from` as "state=value" words, the sampler states as
 // "sampler:type=value"; States and Samplers write them from their parts in turn.
 std::string RenderStates(kvproxy::Mark from);
 std::string SamplerStates(kvproxy::Mark from);
-inline std::string States()
+template <class... V>
+std::string States(V... parts)
 {
-    return std::string();
+    const uint64_t v[] = {static_cast<uint64_t>(parts)..., 0};
+    std::string s;
+    for (size_t i = 0; i + 1 < sizeof...(parts); i += 2)
+        s = Join(s, std::to_string(v[i]) + "=" + std::to_string(v[i + 1]));
+    return s;
 }
-template <class S, class V, class... R>
-std::string States(S state, V value, R... rest)
+template <class... V>
+std::string Samplers(V... parts)
 {
-    return Join(std::to_string(static_cast<uint64_t>(state)) + "=" + std::to_string(static_cast<uint64_t>(value)),
-                States(rest...));
-}
-inline std::string Samplers()
-{
-    return std::string();
-}
-template <class U, class T, class V, class... R>
-std::string Samplers(U unit, T type, V value, R... rest)
-{
-    return Join(std::to_string(static_cast<uint64_t>(unit)) + ":" + std::to_string(static_cast<uint64_t>(type)) + "=" +
-                    std::to_string(static_cast<uint64_t>(value)),
-                Samplers(rest...));
+    const uint64_t v[] = {static_cast<uint64_t>(parts)..., 0};
+    std::string s;
+    for (size_t i = 0; i + 2 < sizeof...(parts); i += 3)
+        s = Join(s, std::to_string(v[i]) + ":" + States(v[i + 1], v[i + 2]));
+    return s;
 }
 // A float's bit pattern, as Direct3D takes float states.
 uint32_t Bits(float f);
@@ -119,9 +104,7 @@ uint32_t Bits(float f);
 // A texture of the plug-in's own kind with no Direct3D texture made yet: the render
 // system takes every texture for its own, so a texture of another class would not do
 // for the roads that only hold or bind one, such as a depth texture or a sampler's.
-class StandInTexture : public kv::CD3D9Texture
-{
-};
+using StandInTexture = kv::CD3D9Texture;
 
 } // namespace kvtest
 
@@ -137,7 +120,7 @@ protected:
     void Open(DWORD style = WS_OVERLAPPEDWINDOW, DWORD exStyle = 0);
     // Init on the main window, windowed; the trace is marked just before.
     bool Init(bool vsync = false, unsigned fsaa = 0);
-    // Init that must succeed; then the device is at hand and the log empty.
+    // Init that must succeed, leaving the log empty.
     void Start(bool vsync = false, unsigned fsaa = 0);
     void NewRenderSystem();
     void EndRenderSystem();
@@ -184,7 +167,6 @@ protected:
     const unsigned kHeight;
     HWND hWnd = nullptr;
     std::vector<HWND> windows;
-    std::vector<kv::LogLine> initLog; // what Init logged, for Start
     kv::CRenderSystem* rs = nullptr;
     kv::CD3D9RenderSystem* d3d = nullptr;
     IDirect3DDevice9* device = nullptr;
