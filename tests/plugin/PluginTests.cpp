@@ -4,6 +4,7 @@
 // CRenderSystem::Reset, Destroy, and the compile thread with its queue, shader
 // cache and cache files.
 #include "D3D9RenderSystem.h"
+#include "StandInTarget.h"
 
 #include "engine/ArchiveManager.h"
 #include "engine/Globals.h"
@@ -120,7 +121,7 @@ TEST(PluginEntry, BuildDeviceReadsTheAdapterAndTextureFormatsAreAskedOfIt)
 
 // The least window the engine's base accepts: everything the plug-in would
 // implement answers plainly.
-class PlainWindow : public CRenderWindow
+class PlainWindow : public StandInTarget<CRenderWindow>
 {
 public:
     explicit PlainWindow(int* deaths = nullptr) : m_pDeaths(deaths) {}
@@ -129,24 +130,10 @@ public:
         if (m_pDeaths)
             ++*m_pDeaths;
     }
-    bool CopyToTexture(CTexture*) override { return false; }
-    bool CopyToTarget(CRenderTarget*, const RECT*, const RECT*) override { return false; }
     bool GetAttribute(const char*, void*) override { return false; }
-    unsigned getWidth() const override { return m_nWidth; }
-    unsigned getHeight() const override { return m_nHeight; }
-    PixelFormat getFormat() const override { return m_eFormat; }
     bool SetDepthTexture(CTexture*) override { return false; }
     void detachDepthBuffer() override { m_pDepthBuffer = nullptr; }
-    void dropDepthBuffer() override { m_pDepthBuffer = nullptr; }
     bool _beginUpdate() override { return true; }
-    void _endUpdate() override {}
-    void swapBuffers() override {}
-    bool IsAutoUpdate() override { return m_bAutoUpdate; }
-    void SetActive(bool active) override { m_bActive = active; }
-    bool IsActive() override { return m_bActive; }
-    void SetHwGamma(bool enable) override { m_bHwGamma = enable; }
-    bool IsHwGamma() override { return m_bHwGamma; }
-    unsigned char getFSAA() override { return m_nFSAA; }
 
     int* m_pDeaths;
 };

@@ -1,6 +1,7 @@
 // Render windows, target binding, viewport, scissor, clear and depth buffers on a 320 by 240 window, with a stand-in
 // target over surfaces a test makes itself.
 #include "KvDeviceTest.h"
+#include "StandInTarget.h"
 
 #include "D3D9DepthBuffer.h"
 
@@ -11,7 +12,7 @@
 #include <cstring>
 
 // Draws into up to eight surfaces that it holds a reference to each of.
-struct SurfaceTarget : kv::CRenderTarget
+struct SurfaceTarget : StandInTarget<kv::CRenderTarget>
 {
     explicit SurfaceTarget(std::vector<IDirect3DSurface9*> surfaces, unsigned width = 0, unsigned height = 0)
         : m_surfaces(std::move(surfaces))
@@ -29,8 +30,6 @@ struct SurfaceTarget : kv::CRenderTarget
                 s->Release();
     }
 
-    bool CopyToTexture(kv::CTexture*) override { return false; }
-    bool CopyToTarget(kv::CRenderTarget*, const RECT*, const RECT*) override { return false; }
     bool GetAttribute(const char* name, void* out) override
     {
         ++m_nAttributeQueries;
@@ -40,9 +39,6 @@ struct SurfaceTarget : kv::CRenderTarget
             static_cast<IDirect3DSurface9**>(out)[i] = m_surfaces[i];
         return true;
     }
-    unsigned getWidth() const override { return m_nWidth; }
-    unsigned getHeight() const override { return m_nHeight; }
-    kv::PixelFormat getFormat() const override { return m_eFormat; }
     bool SetDepthTexture(kv::CTexture* texture) override { return m_pDepthTexture = texture, true; }
     void detachDepthBuffer() override
     {
@@ -50,16 +46,7 @@ struct SurfaceTarget : kv::CRenderTarget
             m_pDepthBuffer->_notifyRenderTargetDetached(this);
         m_pDepthBuffer = nullptr;
     }
-    void dropDepthBuffer() override { m_pDepthBuffer = nullptr; }
     bool _beginUpdate() override { return false; }
-    void _endUpdate() override {}
-    void swapBuffers() override {}
-    bool IsAutoUpdate() override { return m_bAutoUpdate; }
-    void SetActive(bool active) override { m_bActive = active; }
-    bool IsActive() override { return m_bActive; }
-    void SetHwGamma(bool enable) override { m_bHwGamma = enable; }
-    bool IsHwGamma() override { return m_bHwGamma; }
-    unsigned char getFSAA() override { return m_nFSAA; }
 
     std::vector<IDirect3DSurface9*> m_surfaces;
     int m_nAttributeQueries = 0;
