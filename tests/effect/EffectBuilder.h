@@ -1,14 +1,14 @@
 #pragma once
 // Writes compiled effects word by word for the tests: strings, type definitions
 // and values go into the area behind the head, at offsets counted from byte 8 of
-// the file; the body follows once Body() is called. EffectLogCapture records the
+// the file; the body follows once Body() is called. BuildFullEffect writes the one
+// effect most tests and the fuzzer's seed start from. EffectLogCapture records the
 // reader's messages while it is alive.
 
 #include "D3D9RenderSystem/D3D9ParseEffect.h"
 #include "D3D9RenderSystem/EffectLog.h"
 #include "D3D9RenderSystem/EffectTypes.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -32,25 +32,26 @@ inline const EffectParameter* Param(EffectHandle handle)
     return handle ? *static_cast<EffectParameter* const*>(handle) : nullptr;
 }
 
-// The little-endian word or float at byte offset at.
-inline uint32_t WordAt(const void* p, size_t at = 0)
+// The little-endian word (or float) at byte offset at.
+template <class T = uint32_t>
+T At(const void* p, size_t at = 0)
 {
-    uint32_t w;
-    std::memcpy(&w, static_cast<const uint8_t*>(p) + at, 4);
-    return w;
-}
-inline float FloatAt(const void* p, size_t index = 0)
-{
-    float f;
-    std::memcpy(&f, static_cast<const uint8_t*>(p) + 4 * index, 4);
-    return f;
+    T value;
+    std::memcpy(&value, static_cast<const uint8_t*>(p) + at, sizeof(T));
+    return value;
 }
 
 inline uint32_t FloatBits(float f)
 {
-    uint32_t w;
-    std::memcpy(&w, &f, 4);
-    return w;
+    return At(&f);
+}
+
+inline Words Floats(const std::vector<float>& values)
+{
+    Words words;
+    for (float f : values)
+        words.push_back(FloatBits(f));
+    return words;
 }
 
 // Type definitions. Vectors store their columns first, everything else rows first.
@@ -83,29 +84,15 @@ public:
     // Offset of the next word.
     uint32_t Here() const { return static_cast<uint32_t>(m_data.size() - 8); }
 
-    uint32_t Word(uint32_t w)
-    {
-        const uint32_t at = Here();
-        for (int i = 0; i < 4; ++i)
-            m_data.push_back(static_cast<uint8_t>(w >> (8 * i)));
-        return at;
-    }
-
     uint32_t Put(const Words& words)
     {
         const uint32_t at = Here();
         for (uint32_t w : words)
-            Word(w);
+            for (int i = 0; i < 4; ++i)
+                m_data.push_back(static_cast<uint8_t>(w >> (8 * i)));
         return at;
     }
-
-    uint32_t Floats(const std::vector<float>& values)
-    {
-        const uint32_t at = Here();
-        for (float f : values)
-            Word(FloatBits(f));
-        return at;
-    }
+    uint32_t Word(uint32_t w) { return Put({w}); }
 
     // Size (a string's length with the terminator), bytes, padding to a word: a data
     // block, or a string; a null string has length 0.
@@ -116,8 +103,10 @@ public:
         m_data.resize((m_data.size() + 3) & ~size_t(3));
         return at;
     }
-    uint32_t String(const char* text) { return text ? TextBlock(text) : Word(0); }
-    uint32_t TextBlock(const char* text) { return Block(text, static_cast<uint32_t>(std::strlen(text) + 1)); }
+    uint32_t String(const char* text)
+    {
+        return text ? Block(text, static_cast<uint32_t>(std::strlen(text) + 1)) : Word(0);
+    }
 
     // Where the body starts: the head's second word.
     void Body() { m_body = Here(); }
@@ -135,6 +124,14 @@ private:
     uint32_t m_body = 0;
 };
 
+// An effect of one parameter record and nothing else.
+inline Bytes OneParameter(EffectBuilder& b, uint32_t type, uint32_t value)
+{
+    b.Body();
+    b.Put({1, 0, 0, 0, type, value, 0, 0, 0, 0});
+    return b.Finish();
+}
+
 struct CapturedLine
 {
     EffectLogLevel level;
@@ -144,57 +141,149 @@ struct CapturedLine
 class EffectLogCapture
 {
 public:
-    EffectLogCapture() : m_previous(SetEffectLogSink(&Record)) { Lines().clear(); }
+    EffectLogCapture() : m_previous(SetEffectLogSink(&Record)) { s_lines.clear(); }
     ~EffectLogCapture() { SetEffectLogSink(m_previous); }
 
-    const std::vector<CapturedLine>& lines() const { return Lines(); }
-    void Clear() { Lines().clear(); }
-    std::vector<std::string> Texts() const
+    const std::vector<CapturedLine>& lines() const { return s_lines; }
+    void Clear() { s_lines.clear(); }
+    Lines Texts() const
     {
-        std::vector<std::string> texts;
-        for (const CapturedLine& l : Lines())
+        Lines texts;
+        for (const CapturedLine& l : s_lines)
             texts.push_back(l.text);
         return texts;
     }
-    bool Has(const std::string& text) const
-    {
-        const std::vector<std::string> texts = Texts();
-        return std::find(texts.begin(), texts.end(), text) != texts.end();
-    }
 
 private:
-    static std::vector<CapturedLine>& Lines()
-    {
-        static std::vector<CapturedLine> lines;
-        return lines;
-    }
     static void Record(EffectLogLevel level, const char* file, int, const char* message)
     {
-        Lines().push_back(CapturedLine{level, file ? file : "", message});
+        s_lines.push_back(CapturedLine{level, file ? file : "", message});
     }
 
+    static inline std::vector<CapturedLine> s_lines;
     EffectLogSink m_previous;
 };
 
-// An effect of a body only; bodyAt moves the head's body offset.
-inline Bytes BodyOnly(const Words& words, uint8_t bodyAt = 0)
-{
-    EffectBuilder b;
-    b.Body();
-    b.Put(words);
-    Bytes bytes = b.Finish();
-    bytes[4] = static_cast<uint8_t>(bytes[4] + bodyAt);
-    return bytes;
-}
+// ---------------------------------------------------------------- the full effect
+// A bit of everything the format has: every class, numeric and object types, arrays,
+// structs in structs, samplers with states, a sampler array, strings, shaders as
+// object data, annotations on parameters, techniques and passes, and resource records
+// of each usage.
 
-// A small effect around one parameter record: no techniques, the given objects
-// (count) and no object or resource records.
-inline Bytes OneParameter(EffectBuilder& b, uint32_t type, uint32_t value, uint32_t objects = 0)
+// Offsets from byte 8 of the parts of the full effect that tests change.
+struct FullEffectLayout
 {
+    uint32_t body, worldName;
+    Words counts, samp, anonymous, state; // of the type definition and the value; pass P0's first state
+    uint32_t objects[2], resources[3];    // the first object and resource records
+};
+
+// Parameter indices of the full effect.
+const uint32_t P_WORLD = 0, P_LIGHTDIR = 1, P_VIEWT = 2, P_COUNTS = 3, P_PAIRS = 4, P_NEST = 5, P_MAT = 6, P_SAMP = 7,
+               P_SAMPS = 8, P_MESSAGE = 9, P_VS = 10, P_TEXTURES = 11, P_ANONYMOUS = 12, P_GAIN = 13, P_COUNT = 14;
+const uint32_t kFullEffectHandles = 43;
+const uint32_t kFullEffectObjects = 12;
+const uint8_t kShaderBytes[5] = {1, 2, 3, 4, 5};
+const uint8_t kStateShader[8] = {0xFE, 0xFF, 0x00, 0x03, 0xFF, 0xFF, 0x00, 0x00};
+
+inline Bytes BuildFullEffect(FullEffectLayout* layout = nullptr)
+{
+    FullEffectLayout l{};
+    EffectBuilder b;
+    const uint32_t none = b.String(nullptr);
+    auto name = [&](const char* text) { return text ? b.String(text) : none; };
+    auto scalar = [&](uint32_t type, const char* text) {
+        return NumericType(type, D3DXPC_SCALAR, name(text), none, 0, 1, 1);
+    };
+    // The body's records in order. A parameter, annotation or state names its type and
+    // value by offset: typed() writes both and adds their offsets, then the words after.
+    Words body{P_COUNT, 2, 0, kFullEffectObjects};
+    auto add = [&](const Words& words) { body.insert(body.end(), words.begin(), words.end()); };
+    auto typed = [&](const Words& type, const Words& value, const Words& after) {
+        const uint32_t at = b.Put(type);
+        const Words offsets{at, b.Put(value)};
+        add(offsets);
+        add(after);
+        return offsets;
+    };
+
+    // Parameters: flags, annotation count, then the annotations.
+    l.worldName = name("World");
+    typed(NumericType(D3DXPT_FLOAT, D3DXPC_MATRIX_ROWS, l.worldName, name("WORLD"), 0, 4, 4),
+          Floats({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}), {3, 1});
+    typed(ObjectType(D3DXPT_STRING, name("UIName"), none, 0), {0}, {});
+    typed(NumericType(D3DXPT_FLOAT, D3DXPC_VECTOR, name("LightDir"), name("Direction"), 0, 1, 3),
+          Floats({0.5f, -1, 0.25f}), {0, 0});
+    typed(NumericType(D3DXPT_FLOAT, D3DXPC_MATRIX_COLUMNS, name("ViewT"), none, 0, 4, 4),
+          Floats({16, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1}), {0, 0});
+    l.counts = typed(NumericType(D3DXPT_INT, D3DXPC_SCALAR, name("Counts"), none, 3, 1, 1), {7, 8, 9}, {0, 0});
+    typed(StructType(name("Pairs"), none, 3, {scalar(D3DXPT_FLOAT, "a"), scalar(D3DXPT_FLOAT, "b")}),
+          Floats({1.5f, 2.5f, 3.5f, 4.5f, 5.5f, 6.5f}), {0, 0});
+    const Words y = NumericType(D3DXPT_FLOAT, D3DXPC_VECTOR, name("y"), none, 0, 1, 2);
+    const Words inner = StructType(name("inner"), none, 0, {scalar(D3DXPT_FLOAT, "x"), y});
+    typed(StructType(name("Nest"), none, 0, {inner, scalar(D3DXPT_BOOL, "flag")}),
+          {FloatBits(0.125f), FloatBits(0.25f), FloatBits(0.375f), 1}, {0, 0});
+    // A member's name may hold a separator. The texture's object id is the first word of the value.
+    const Words colour = NumericType(D3DXPT_FLOAT, D3DXPC_VECTOR, name("Colour.rgba"), none, 0, 1, 4);
+    typed(StructType(name("Mat"), none, 0, {colour, ObjectType(D3DXPT_TEXTURE, name("Map"), none, 0)}),
+          {1, FloatBits(0.5f), FloatBits(0.75f), FloatBits(1.0f), 0xDEAD}, {0, 0});
+    // A sampler's value: the state count, then operation, index, type and value of each state.
+    const uint32_t stateTexture = b.Put(ObjectType(D3DXPT_TEXTURE, none, none, 0));
+    l.samp = typed(ObjectType(D3DXPT_SAMPLER2D, name("Samp"), none, 0),
+                   {2, 0xA, 0, stateTexture, b.Word(3), 0xB, 1, b.Put(scalar(D3DXPT_INT, nullptr)), b.Word(2)}, {0, 0});
+    typed(ObjectType(D3DXPT_SAMPLER, name("Samps"), none, 2), {1, 0xC, 0, stateTexture, b.Word(11), 0}, {0, 0});
+    typed(ObjectType(D3DXPT_STRING, name("Message"), none, 0), {2}, {0, 0});
+    typed(ObjectType(D3DXPT_VERTEXSHADER, name("vs"), none, 0), {4}, {0, 0});
+    typed(ObjectType(D3DXPT_TEXTURE, name("Textures"), none, 2), {5, 6}, {0, 0});
+    l.anonymous = typed(scalar(D3DXPT_FLOAT, nullptr), Floats({1.5f}), {0, 0});
+    // The semantic without its terminator: the reader keeps one behind every text.
+    typed(NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, name("Gain"), b.Block("GAIN", 4), 0, 1, 1), Floats({0.5f}),
+          {0x10, 2});
+    typed(scalar(D3DXPT_FLOAT, "Min"), Floats({0}), {});
+    typed(StructType(name("Range"), none, 0, {scalar(D3DXPT_FLOAT, "lo"), scalar(D3DXPT_FLOAT, "hi")}), Floats({-1, 1}),
+          {});
+    // Techniques and passes: name, annotation count, pass or state count, the annotations,
+    // then the passes or the states (operation, index, type, value).
+    const Words vsState = ObjectType(D3DXPT_VERTEXSHADER, none, none, 0);
+    add({name("Main"), 1, 2});
+    typed(scalar(D3DXPT_INT, "Quality"), {3}, {});
+    add({name("P0"), 1, 3});
+    typed(scalar(D3DXPT_FLOAT, "Alpha"), Floats({0.25f}), {});
+    add({0x92, 0});
+    l.state = typed(vsState, {7}, {});
+    add({0x10, 0});
+    typed(ObjectType(D3DXPT_STRING, none, none, 0), {8}, {});
+    add({0x93, 0});
+    typed(vsState, {9}, {});
+    add({name("P1"), 0, 1, 0x20, 0});
+    typed(ObjectType(D3DXPT_TEXTURE, none, none, 0), {10}, {});
+    add({name("Fallback"), 0, 1, name("Only"), 0, 0});
+
     b.Body();
-    b.Put({1, 0, 0, objects});
-    b.Put({type, value, 0, 0});
-    b.Put({0, 0});
+    l.body = b.Put(body);
+    // Object data, then resources.
+    b.Put({3, 6});
+    l.objects[0] = b.Word(0);
+    b.String("World matrix");
+    l.objects[1] = b.Word(2);
+    b.String("hello");
+    b.Word(4);
+    b.Block(kShaderBytes, sizeof(kShaderBytes));
+    l.resources[0] = b.Put({0xFFFFFFFF, P_SAMP, 5, 0, 1});
+    b.String("Mat.Map");
+    l.resources[1] = b.Put({0, 0, 0xFFFFFFFF, 0, 0});
+    b.Block(kStateShader, sizeof(kStateShader));
+    l.resources[2] = b.Put({0, 0, 0xFFFFFFFF, 1, 0});
+    b.String("abc");
+    b.Put({0, 0, 0xFFFFFFFF, 2, 2});
+    const uint8_t preshader[13] = {0x34, 0x12, 0, 0, 'L', 'i', 'g', 'h', 't', 'D', 'i', 'r', 0};
+    b.Block(preshader, sizeof(preshader));
+    b.Put({0, 1, 0xFFFFFFFF, 0, 1});
+    b.String("Textures[1]");
+    b.Put({0xFFFFFFFF, P_SAMPS, 0, 0, 1});
+    b.String("Message"); // a whole number of words: the file ends with its last byte
+    if (layout)
+        *layout = l;
     return b.Finish();
 }
 
