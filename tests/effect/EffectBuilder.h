@@ -2,8 +2,9 @@
 // Writes compiled effects word by word for the tests: strings, type definitions
 // and values go into the area behind the head, at offsets counted from byte 8 of
 // the file; the body follows once Body() is called. BuildFullEffect writes the one
-// effect most tests and the fuzzer's seed start from. EffectLogCapture records the
-// reader's messages while it is alive.
+// effect most tests and the fuzzer's seed start from, ExerciseEffect runs every
+// query over what was read, and EffectLogCapture records the reader's messages
+// while it is alive.
 
 #include "D3D9RenderSystem/D3D9ParseEffect.h"
 #include "D3D9RenderSystem/EffectLog.h"
@@ -124,14 +125,6 @@ private:
     uint32_t m_body = 0;
 };
 
-// An effect of one parameter record and nothing else.
-inline Bytes OneParameter(EffectBuilder& b, uint32_t type, uint32_t value)
-{
-    b.Body();
-    b.Put({1, 0, 0, 0, type, value, 0, 0, 0, 0});
-    return b.Finish();
-}
-
 struct CapturedLine
 {
     EffectLogLevel level;
@@ -174,8 +167,8 @@ private:
 struct FullEffectLayout
 {
     uint32_t body, worldName;
-    Words counts, samp, anonymous, state; // of the type definition and the value; pass P0's first state
-    uint32_t objects[2], resources[3];    // the first object and resource records
+    Words counts, pairs, samp, anonymous, state; // of the type definition and the value; pass P0's first state
+    uint32_t objects[2], resources[3];           // the first object and resource records
 };
 
 // Parameter indices of the full effect.
@@ -217,8 +210,8 @@ inline Bytes BuildFullEffect(FullEffectLayout* layout = nullptr)
     typed(NumericType(D3DXPT_FLOAT, D3DXPC_MATRIX_COLUMNS, name("ViewT"), none, 0, 4, 4),
           Floats({16, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1}), {0, 0});
     l.counts = typed(NumericType(D3DXPT_INT, D3DXPC_SCALAR, name("Counts"), none, 3, 1, 1), {7, 8, 9}, {0, 0});
-    typed(StructType(name("Pairs"), none, 3, {scalar(D3DXPT_FLOAT, "a"), scalar(D3DXPT_FLOAT, "b")}),
-          Floats({1.5f, 2.5f, 3.5f, 4.5f, 5.5f, 6.5f}), {0, 0});
+    l.pairs = typed(StructType(name("Pairs"), none, 3, {scalar(D3DXPT_FLOAT, "a"), scalar(D3DXPT_FLOAT, "b")}),
+                    Floats({1.5f, 2.5f, 3.5f, 4.5f, 5.5f, 6.5f}), {0, 0});
     const Words y = NumericType(D3DXPT_FLOAT, D3DXPC_VECTOR, name("y"), none, 0, 1, 2);
     const Words inner = StructType(name("inner"), none, 0, {scalar(D3DXPT_FLOAT, "x"), y});
     typed(StructType(name("Nest"), none, 0, {inner, scalar(D3DXPT_BOOL, "flag")}),
@@ -285,6 +278,79 @@ inline Bytes BuildFullEffect(FullEffectLayout* layout = nullptr)
     if (layout)
         *layout = l;
     return b.Finish();
+}
+
+// ---------------------------------------------------------------- every query
+// Runs every query of a parsed effect over everything it holds, by index, by name, by
+// semantic and by path, one past each count as well. Used by the robustness test and
+// the fuzzer: whatever the file held, nothing here may crash. Answers how many
+// parameters it reached, so the work cannot be dropped; visits bounds them, so that
+// wide arrays of structs of arrays cannot make one run take long.
+inline size_t ExerciseParameter(const CD3D9ParseEffect& fx, EffectHandle handle, const std::string& path,
+                                size_t& visits)
+{
+    D3DXPARAMETER_DESC d, child;
+    if (!handle || visits == 0 || fx.GetParameterDesc(handle, &d) != EFFECT_OK)
+        return 0;
+    --visits;
+    size_t found = 1;
+    const char* text = nullptr;
+    fx.GetString(handle, &text);
+    fx.GetParameterByName(nullptr, path.c_str());
+    fx.GetParameterBySemantic(nullptr, d.Semantic);
+    fx.GetParameterBySemantic(handle, "POSITION");
+    for (uint32_t i = 0; i <= d.Annotations && i < 64; ++i)
+        if (fx.GetParameterDesc(fx.GetAnnotation(handle, i), &child) == EFFECT_OK && child.Name)
+            found += ExerciseParameter(fx, fx.GetAnnotationByName(handle, child.Name), path + "@" + child.Name, visits);
+    for (uint32_t i = 0; i <= d.Elements && i < 64; ++i)
+        found += ExerciseParameter(fx, fx.GetParameterElement(handle, i), path + "[" + std::to_string(i) + "]", visits);
+    for (uint32_t i = 0; i <= d.StructMembers && i < 64; ++i)
+    {
+        const EffectHandle member = fx.GetParameter(handle, i);
+        if (fx.GetParameterDesc(member, &child) == EFFECT_OK && child.Name)
+            found += ExerciseParameter(
+                fx, member, path + "." + (fx.GetParameterByName(handle, child.Name) ? child.Name : ""), visits);
+    }
+    return found;
+}
+
+inline size_t ExerciseEffect(const CD3D9ParseEffect& fx)
+{
+    size_t found = 0, visits = 2000;
+    D3DXEFFECT_DESC effect;
+    if (fx.GetDesc(&effect) != EFFECT_OK)
+        return found;
+    for (uint32_t i = 0; i <= effect.Parameters && i < 4096; ++i)
+    {
+        D3DXPARAMETER_DESC d;
+        const EffectHandle p = fx.GetParameter(nullptr, i);
+        fx.GetParameterElement(nullptr, i);
+        if (fx.GetParameterDesc(p, &d) == EFFECT_OK)
+            found += ExerciseParameter(fx, p, d.Name ? d.Name : "", visits);
+    }
+    for (uint32_t t = 0; t <= effect.Techniques && t < 4096; ++t)
+    {
+        const EffectHandle technique = fx.GetTechnique(t);
+        D3DXTECHNIQUE_DESC td;
+        if (fx.GetTechniqueDesc(technique, &td) != EFFECT_OK)
+            continue;
+        fx.GetTechniqueByName(td.Name);
+        fx.GetAnnotation(technique, 0);
+        fx.GetParameterElement(technique, 0);
+        for (uint32_t p = 0; p <= td.Passes && p < 4096; ++p)
+        {
+            const EffectHandle pass = fx.GetPass(technique, p);
+            D3DXPASS_DESC pd;
+            if (fx.GetPassDesc(pass, &pd) == EFFECT_OK)
+                fx.GetPassByName(technique, pd.Name);
+            fx.GetAnnotationByName(pass, "x.y");
+        }
+    }
+    // Paths of every form, on whatever names the effect has.
+    for (const char* path : {"", "a", "a.b", "a[0]", "a[1].b", "a@b", "a@b.c", "a@b[0]", "a[", "a[]", "[0]", ".", "@",
+                             "a[0]@b", "a[0]x", "a@b@c", "a[-1]", "a[99999999999]"})
+        fx.GetParameterByName(nullptr, path);
+    return found;
 }
 
 } // namespace fxtest

@@ -7,13 +7,11 @@
 #include "D3D9RenderSystem/D3D9ParseEffect.h"
 #include "D3D9RenderSystem/EffectHeap.h"
 #include "EffectBuilder.h"
-#include "ExerciseEffect.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstring>
-#include <memory>
 
 using namespace fxtest;
 
@@ -44,11 +42,6 @@ Bytes Changed(Bytes bytes, const WordChanges& changes)
     return bytes;
 }
 
-bool StartsWith(const std::string& text, const std::string& start)
-{
-    return text.compare(0, start.size(), start) == 0;
-}
-
 // Reads bytes with a fresh reader, expecting ok, and answers what it said.
 Lines Read(const Bytes& bytes, bool ok = false)
 {
@@ -58,14 +51,11 @@ Lines Read(const Bytes& bytes, bool ok = false)
     return log.Texts();
 }
 
-// Parses from a block of exactly size bytes, so any read past it is caught.
-bool ParseExact(const uint8_t* bytes, size_t size, size_t* found)
+// Parses the first size bytes from a copy of just that size, so any read past them is caught.
+bool ParseExact(const Bytes& bytes, size_t size, size_t* found)
 {
-    std::unique_ptr<uint8_t[]> copy(new uint8_t[size ? size : 1]);
-    if (size)
-        std::memcpy(copy.get(), bytes, size);
     CD3D9ParseEffect fx;
-    const bool ok = fx.Parse(copy.get(), static_cast<uint32_t>(size));
+    const bool ok = Parse(fx, Bytes(bytes.begin(), bytes.begin() + size));
     if (ok)
         *found += ExerciseEffect(fx);
     return ok;
@@ -93,9 +83,7 @@ protected:
 
 TEST_F(FullEffectTest, EveryClassWithItsLayoutAndValue)
 {
-    EXPECT_EQ((std::vector<uint32_t>{P_COUNT, 2, kFullEffectObjects, kFullEffectHandles}),
-              (std::vector<uint32_t>{Effect().parameter_count, Effect().technique_count, Effect().object_count,
-                                     Effect().handle_count}));
+    EXPECT_EQ(kFullEffectHandles, Effect().handle_count);
     // A vector stores columns first: 3, 1 in the file are one row of three. A name
     // and semantic of length 0 are null. Annotations carry flags 4.
     const std::pair<EffectHandle, const char*> rows[] = {
@@ -219,10 +207,7 @@ TEST_F(FullEffectTest, LookupsByIndexNamePathAndSemantic)
         {fx.GetParameterBySemantic(ByName("Nest"), nullptr), ByName("Nest.inner")},
     };
     for (const auto& f : found)
-    {
-        EXPECT_NE(nullptr, f.second) << &f - found;
-        EXPECT_EQ(f.second, f.first) << &f - found;
-    }
+        EXPECT_TRUE(f.second != nullptr && f.first == f.second) << &f - found;
     EXPECT_STREQ("Quality", Param(fx.GetAnnotation(technique, 0))->name);
     // Members only below their parent; names are case-sensitive; malformed paths
     // and elements without annotations find nothing, silently.
@@ -230,7 +215,6 @@ TEST_F(FullEffectTest, LookupsByIndexNamePathAndSemantic)
                              "Counts[0]@UIName", "World@Nothing"})
         EXPECT_EQ(nullptr, ByName(path)) << path;
     EXPECT_EQ(nullptr, ByName(nullptr));
-    EXPECT_TRUE(log.lines().empty());
     EXPECT_EQ(Handles(2), (Handles{ByName("Pairs[1]x"), ByName("Gain@Min@x")}));
     EXPECT_EQ((Lines{"Unhandled case \"x\"\n", "Unhandled case \"@\"\n"}), log.Texts());
     log.Clear();
@@ -274,7 +258,6 @@ TEST_F(FullEffectTest, TechniquesPassesDescriptionsAndStrings)
                                      pd.Annotations}));
     EXPECT_EQ("Main Fallback P0", std::string(first.Name) + " " + fallback.Name + " " + pd.Name);
     EXPECT_TRUE(pd.pVertexShaderFunction == nullptr && pd.pPixelShaderFunction == nullptr);
-    EXPECT_TRUE(log.lines().empty());
 
     EXPECT_EQ(Handles(7), (Handles{fx.GetTechnique(2), fx.GetTechniqueByName("main"), fx.GetTechniqueByName(nullptr),
                                    fx.GetPass(main, 2), fx.GetPass(p1, 0), fx.GetPassByName(main, "p1"),
@@ -310,22 +293,31 @@ TEST_F(FullEffectTest, TechniquesPassesDescriptionsAndStrings)
     EXPECT_EQ(Lines(4, "Parameter not found.\n"), log.Texts());
 }
 
-TEST(EffectReader, EmptyEffectsAndReparsing)
+TEST(EffectReader, TheHeadEmptyEffectsAndReparsing)
 {
     EffectLogCapture log;
-    EffectBuilder e;
-    e.Body();
-    e.Put(Words(6, 0));
-    const Bytes empty = e.Finish(), full = BuildFullEffect();
     ref_ptr<CD3D9ParseEffect> fx = new CD3D9ParseEffect;
+    Bytes full = BuildFullEffect();
+    // No effect, or one that ends inside its head: nothing else is read.
+    EXPECT_FALSE(fx->Parse(full.data(), 7));
+    full[0] ^= 1;
+    EXPECT_FALSE(Parse(*fx, full) || fx->Parse(full.data(), 3) || fx->Parse(nullptr, 100));
+    full[0] ^= 1;
+    EXPECT_EQ((Lines{"Effect data of 7 bytes ends inside its head\n", "Failed to parse effect.\n",
+                     "parseEffect_notAnEffectsFile", "parseEffect_notAnEffectsFile", "parseEffect_notAnEffectsFile"}),
+              log.Texts());
+    EXPECT_EQ("D3D9ParseEffect", log.lines()[2].file);
+    log.Clear();
+
+    // The magic, then a body at offset 0 of six zero words: no technique, so null asks
+    // for a first one that is not there.
+    Bytes empty{0x01, 0x09, 0xFF, 0xFE};
+    empty.resize(32);
     ASSERT_TRUE(Parse(*fx, empty));
-    EXPECT_TRUE(log.lines().empty());
     EXPECT_TRUE(fx->GetParsedEffect().parameters == nullptr && fx->GetParsedEffect().techniques == nullptr);
-    // No technique: null asks for the first one, which is not there.
     D3DXTECHNIQUE_DESC technique;
     EXPECT_EQ(EFFECT_E_INVALIDCALL, fx->GetTechniqueDesc(nullptr, &technique));
     EXPECT_EQ(Lines{"Invalid argument specified.\n"}, log.Texts());
-
     // Reading again replaces the tree; the last reference takes it along (the leak
     // checker sees the rest).
     ASSERT_TRUE(Parse(*fx, full));
@@ -334,21 +326,6 @@ TEST(EffectReader, EmptyEffectsAndReparsing)
     EXPECT_EQ(nullptr, fx->GetParameterByName(nullptr, "World"));
     ASSERT_TRUE(Parse(*fx, full));
     EXPECT_NE(nullptr, fx->GetParameterByName(nullptr, "World"));
-}
-
-TEST(EffectFailures, NoEffectOrOneThatEndsInItsHead)
-{
-    EffectLogCapture log;
-    CD3D9ParseEffect fx;
-    Bytes bytes = BuildFullEffect();
-    EXPECT_FALSE(fx.Parse(bytes.data(), 7));
-    bytes[0] ^= 1;
-    EXPECT_FALSE(Parse(fx, bytes) || fx.Parse(bytes.data(), 3) || fx.Parse(nullptr, 100));
-    EXPECT_EQ((Lines{"Effect data of 7 bytes ends inside its head\n", "Failed to parse effect.\n",
-                     "parseEffect_notAnEffectsFile", "parseEffect_notAnEffectsFile", "parseEffect_notAnEffectsFile"}),
-              log.Texts());
-    EXPECT_EQ("D3D9ParseEffect", log.lines()[2].file);
-    EXPECT_EQ(0u, fx.GetParsedEffect().parameter_count); // nothing else was read
 }
 
 // Each changed file fails with one error, then warnings up the path to the effect, and
@@ -455,24 +432,22 @@ TEST(EffectFailures, DepthAndSizeOfWhatAFileDescribesAreBounded)
         Words type = NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, name, none, 0, 1, 1);
         for (int i = 0; i < depth; ++i)
             type = StructType(name, none, 0, {type});
-        const uint32_t t = b.Put(type);
-        return OneParameter(b, t, b.Put(Floats({1})));
+        const uint32_t t = b.Put(type), value = b.Word(0);
+        b.Body();
+        b.Put({1, 0, 0, 0, t, value, 0, 0, 0, 0});
+        return b.Finish();
     };
     EXPECT_EQ(Read(nested(63), true), Lines{}); // the deepest a file may go
-    // A sampler whose state's value is the sampler record itself.
     FullEffectLayout l;
     const Bytes full = BuildFullEffect(&l);
-    const Bytes self = Changed(full, {{l.samp[1] + 12, l.samp[0]}, {l.samp[1] + 16, l.samp[1]}});
-    // Arrays of structs of arrays where each level alone is small: together 200 x 2 x 200 x 3 x 200.
-    EffectBuilder deep;
-    const uint32_t n = deep.String("n");
-    const Words leaf = NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, n, n, 200, 0, 0);
-    const Words mid = StructType(n, n, 200, {leaf, leaf, leaf});
-    const uint32_t levels = deep.Put(StructType(n, n, 200, {mid, mid}));
-    const std::pair<Bytes, const char*> rows[] = {
+    const std::pair<Bytes, std::string> rows[] = {
         {nested(64), "Effect nests deeper than 64 levels\n"},
-        {self, "Effect nests deeper than 64 levels\n"},
-        {OneParameter(deep, levels, 0), "Effect asks for more memory than a file of"},
+        // A sampler whose state's value is the sampler record itself.
+        {Changed(full, {{l.samp[1] + 12, l.samp[0]}, {l.samp[1] + 16, l.samp[1]}}),
+         "Effect nests deeper than 64 levels\n"},
+        // Pairs of 200 elements whose member a is 200 elements of no bytes: each array alone is small.
+        {Changed(full, {{l.pairs[0] + 16, 200}, {l.pairs[0] + 40, 200}, {l.pairs[0] + 44, 0}}),
+         "Effect asks for more memory than a file of " + std::to_string(full.size()) + " bytes may use\n"},
     };
     for (const auto& r : rows)
     {
@@ -480,7 +455,7 @@ TEST(EffectFailures, DepthAndSizeOfWhatAFileDescribesAreBounded)
         const Lines texts = Read(r.first);
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
         ASSERT_FALSE(texts.empty());
-        EXPECT_TRUE(StartsWith(texts[0], r.second)) << texts[0];
+        EXPECT_EQ(r.second, texts[0]);
         EXPECT_EQ("Failed to parse effect.\n", texts.back());
     }
 }
@@ -494,13 +469,10 @@ TEST(EffectFailures, EveryAllocationFailureFailsCleanly)
     {
         log.Clear();
         SetEffectHeapFailAfter(n);
-        bool ok = false;
-        {
-            CD3D9ParseEffect fx;
-            ok = Parse(fx, full);
-            if (ok)
-                (void)fx.GetParameterByName(nullptr, "Pairs[2].b");
-        }
+        CD3D9ParseEffect fx;
+        const bool ok = Parse(fx, full);
+        if (ok)
+            (void)fx.GetParameterByName(nullptr, "Pairs[2].b");
         SetEffectHeapFailAfter(-1);
         const Lines texts = log.Texts();
         auto said = [&](const char* text) { return std::find(texts.begin(), texts.end(), text) != texts.end(); };
@@ -526,23 +498,18 @@ TEST(EffectFailures, NameLookupsOfResourceRecordsAreBounded)
     // its last character, and thousands of resource records that each look for
     // that last one: without a bound, reading this file would compare billions
     // of characters.
-    const std::string name(200, 'a');
-    const std::string last = std::string(199, 'a') + "b";
+    const std::string name(200, 'a'), last = std::string(199, 'a') + "b";
     const uint32_t count = 3000;
     EffectBuilder b;
-    const uint32_t none = b.String(nullptr);
+    const uint32_t none = b.String(nullptr), value = b.Word(0), tech = b.String("T");
     const uint32_t type = b.Put(NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, b.String(name.c_str()), none, 0, 1, 1));
     const uint32_t lastType = b.Put(NumericType(D3DXPT_FLOAT, D3DXPC_SCALAR, b.String(last.c_str()), none, 0, 1, 1));
     const uint32_t stateType = b.Put(ObjectType(D3DXPT_TEXTURE, none, none, 0));
-    const uint32_t value = b.Word(0);
-    const uint32_t tech = b.String("T");
     b.Body();
     b.Put({count, 1, 0, 1});
-    for (uint32_t i = 0; i + 1 < count; ++i)
-        b.Put({type, value, 0, 0});
-    b.Put({lastType, value, 0, 0});
-    b.Put({tech, 0, 1, tech, 0, 1, 0, 0, stateType, value});
-    b.Put({0, count});
+    for (uint32_t i = 0; i < count; ++i)
+        b.Put({i + 1 < count ? type : lastType, value, 0, 0});
+    b.Put({tech, 0, 1, tech, 0, 1, 0, 0, stateType, value, 0, count});
     for (uint32_t i = 0; i < count; ++i)
     {
         b.Put({0, 0, 0xFFFFFFFF, 0, 1});
@@ -556,7 +523,6 @@ TEST(EffectFailures, NameLookupsOfResourceRecordsAreBounded)
     ASSERT_GE(texts.size(), 3u);
     EXPECT_EQ(texts[texts.size() - 3],
               "Effect asks for more name lookups than a file of " + std::to_string(bytes.size()) + " bytes may\n");
-    EXPECT_TRUE(StartsWith(texts[texts.size() - 2], "Failed to parse resource "));
     // The first records were found before the bound was reached; each one
     // replaced the data of the one state they all name.
     EXPECT_EQ(texts[0], "Object already initialized!\n");
@@ -568,26 +534,22 @@ TEST(EffectRobustness, TruncationsFailAndChangedBytesNeverCrash)
     EffectLogCapture log;
     const Bytes full = BuildFullEffect();
     size_t found = 0, parsed[2] = {0, 0}, failed[2] = {0, 0};
-    ASSERT_TRUE(ParseExact(full.data(), full.size(), &found));
+    ASSERT_TRUE(ParseExact(full, full.size(), &found));
     // Every handle but the technique's and the pass's annotation, each once.
     EXPECT_EQ(kFullEffectHandles - 2, found);
-    for (size_t size = 0; size < full.size(); ++size)
-    {
-        log.Clear();
-        EXPECT_FALSE(ParseExact(full.data(), size, &found)) << size;
-        const std::string last = log.lines().empty() ? "" : log.lines().back().text;
-        EXPECT_TRUE(last == "Failed to parse effect.\n" || last == "parseEffect_notAnEffectsFile") << size << last;
-    }
     auto tryChange = [&](int kind, size_t at, const void* value, size_t size) {
         Bytes changed = full;
         std::memcpy(&changed[at], value, size);
         if (changed != full)
-            (ParseExact(changed.data(), changed.size(), &found) ? parsed : failed)[kind]++;
+            (ParseExact(changed, changed.size(), &found) ? parsed : failed)[kind]++;
     };
     for (size_t at = 0; at < full.size(); ++at)
+    {
+        EXPECT_FALSE(ParseExact(full, at, &found)) << at;
         for (uint8_t value :
              {uint8_t(0), uint8_t(0xFF), uint8_t(0x80), uint8_t(full[at] + 1), uint8_t(full[at] ^ 0x10)})
             tryChange(0, at, &value, 1);
+    }
     for (size_t at = 0; at + 4 <= full.size(); at += 4)
     {
         const uint32_t old = At(full.data(), at);

@@ -5,7 +5,6 @@
 #include "D3D9RenderSystem/D3D9ParseEffect.h"
 #include "D3D9RenderSystem/EffectLog.h"
 #include "EffectBuilder.h"
-#include "ExerciseEffect.h"
 
 #include <cstdio>
 #include <cstring>
