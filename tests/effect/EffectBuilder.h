@@ -80,8 +80,6 @@ inline Words StructType(uint32_t name, uint32_t semantic, uint32_t elements, con
 class EffectBuilder
 {
 public:
-    EffectBuilder() : m_data(8, 0) {}
-
     // Offset of the next word.
     uint32_t Here() const { return static_cast<uint32_t>(m_data.size() - 8); }
 
@@ -121,7 +119,7 @@ public:
     }
 
 private:
-    Bytes m_data;
+    Bytes m_data = Bytes(8, 0); // the head, written by Finish()
     uint32_t m_body = 0;
 };
 
@@ -175,8 +173,6 @@ struct FullEffectLayout
 const uint32_t P_WORLD = 0, P_LIGHTDIR = 1, P_VIEWT = 2, P_COUNTS = 3, P_PAIRS = 4, P_NEST = 5, P_MAT = 6, P_SAMP = 7,
                P_SAMPS = 8, P_MESSAGE = 9, P_VS = 10, P_TEXTURES = 11, P_ANONYMOUS = 12, P_GAIN = 13, P_COUNT = 14;
 const uint32_t kFullEffectHandles = 43;
-const uint32_t kFullEffectObjects = 12;
-const uint8_t kShaderBytes[5] = {1, 2, 3, 4, 5};
 const uint8_t kStateShader[8] = {0xFE, 0xFF, 0x00, 0x03, 0xFF, 0xFF, 0x00, 0x00};
 
 inline Bytes BuildFullEffect(FullEffectLayout* layout = nullptr)
@@ -190,7 +186,7 @@ inline Bytes BuildFullEffect(FullEffectLayout* layout = nullptr)
     };
     // The body's records in order. A parameter, annotation or state names its type and
     // value by offset: typed() writes both and adds their offsets, then the words after.
-    Words body{P_COUNT, 2, 0, kFullEffectObjects};
+    Words body{P_COUNT, 2, 0, 12}; // parameters, techniques, a reserved word, objects
     auto add = [&](const Words& words) { body.insert(body.end(), words.begin(), words.end()); };
     auto typed = [&](const Words& type, const Words& value, const Words& after) {
         const uint32_t at = b.Put(type);
@@ -261,7 +257,7 @@ inline Bytes BuildFullEffect(FullEffectLayout* layout = nullptr)
     l.objects[1] = b.Word(2);
     b.String("hello");
     b.Word(4);
-    b.Block(kShaderBytes, sizeof(kShaderBytes));
+    b.Block("\1\2\3\4\5", 5);
     l.resources[0] = b.Put({0xFFFFFFFF, P_SAMP, 5, 0, 1});
     b.String("Mat.Map");
     l.resources[1] = b.Put({0, 0, 0xFFFFFFFF, 0, 0});

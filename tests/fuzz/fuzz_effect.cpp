@@ -2,25 +2,16 @@
 // over whatever was read. The seeds are in tests/fuzz/fuzz_effect/; run with
 // -kv_seed_dir=DIR to write the full effect of the suites there afresh.
 
-#include "D3D9RenderSystem/D3D9ParseEffect.h"
-#include "D3D9RenderSystem/EffectLog.h"
 #include "EffectBuilder.h"
 
 #include <cstdio>
 #include <cstring>
 #include <string>
 
-namespace
-{
-
-// Messages are formatted (names from the file go through %s) and dropped.
-void QuietSink(EffectLogLevel, const char*, int, const char*) {}
-
-} // namespace
-
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
-    SetEffectLogSink(QuietSink);
+    // Messages are formatted (names from the file go through %s) and dropped.
+    SetEffectLogSink([](EffectLogLevel, const char*, int, const char*) {});
     const char flag[] = "-kv_seed_dir=";
     for (int i = 1; i < *argc; ++i)
         if (std::strncmp((*argv)[i], flag, sizeof(flag) - 1) == 0)
