@@ -1,10 +1,8 @@
 #pragma once
-// Writes compiled effects word by word for the tests: strings, type definitions
-// and values go into the area behind the head, at offsets counted from byte 8 of
-// the file; the body follows once Body() is called. BuildFullEffect writes the one
-// effect most tests and the fuzzer's seed start from, ExerciseEffect runs every
-// query over what was read, and EffectLogCapture records the reader's messages
-// while it is alive.
+// Writes compiled effects word by word for the tests: strings, type definitions and values go into the area behind the
+// head, at offsets counted from byte 8 of the file; the body follows once Body() is called. BuildFullEffect writes the
+// one effect most tests and the fuzzer's seed start from, ExerciseEffect runs every query over what was read, and
+// EffectLogCapture records the reader's messages while it is alive.
 
 #include "D3D9RenderSystem/D3D9ParseEffect.h"
 #include "D3D9RenderSystem/EffectLog.h"
@@ -93,8 +91,8 @@ public:
     }
     uint32_t Word(uint32_t w) { return Put({w}); }
 
-    // Size (a string's length with the terminator), bytes, padding to a word: a data
-    // block, or a string; a null string has length 0.
+    // Size (a string's length with the terminator), bytes, padding to a word: a data block, or a string; a null string
+    // has length 0.
     uint32_t Block(const void* bytes, uint32_t size)
     {
         const uint32_t at = Word(size);
@@ -156,10 +154,9 @@ private:
 };
 
 // ---------------------------------------------------------------- the full effect
-// A bit of everything the format has: every class, numeric and object types, arrays,
-// structs in structs, samplers with states, a sampler array, strings, shaders as
-// object data, annotations on parameters, techniques and passes, and resource records
-// of each usage.
+// A bit of everything the format has: every class, numeric and object types, arrays, structs in structs, samplers with
+// states, a sampler array, strings, shaders as object data, annotations on parameters, techniques and passes, and
+// resource records of each usage.
 
 // Offsets from byte 8 of the parts of the full effect that tests change.
 struct FullEffectLayout
@@ -184,8 +181,8 @@ inline Bytes BuildFullEffect(FullEffectLayout* layout = nullptr)
     auto scalar = [&](uint32_t type, const char* text) {
         return NumericType(type, D3DXPC_SCALAR, name(text), none, 0, 1, 1);
     };
-    // The body's records in order. A parameter, annotation or state names its type and
-    // value by offset: typed() writes both and adds their offsets, then the words after.
+    // The body's records in order. A parameter, annotation or state names its type and value by offset: typed() writes
+    // both and adds their offsets, then the words after.
     Words body{P_COUNT, 2, 0, 12}; // parameters, techniques, a reserved word, objects
     auto add = [&](const Words& words) { body.insert(body.end(), words.begin(), words.end()); };
     auto typed = [&](const Words& type, const Words& value, const Words& after) {
@@ -231,8 +228,8 @@ inline Bytes BuildFullEffect(FullEffectLayout* layout = nullptr)
     typed(scalar(D3DXPT_FLOAT, "Min"), Floats({0}), {});
     typed(StructType(name("Range"), none, 0, {scalar(D3DXPT_FLOAT, "lo"), scalar(D3DXPT_FLOAT, "hi")}), Floats({-1, 1}),
           {});
-    // Techniques and passes: name, annotation count, pass or state count, the annotations,
-    // then the passes or the states (operation, index, type, value).
+    // Techniques and passes: name, annotation count, pass or state count, the annotations, then the passes or the
+    // states (operation, index, type, value).
     const Words vsState = ObjectType(D3DXPT_VERTEXSHADER, none, none, 0);
     add({name("Main"), 1, 2});
     typed(scalar(D3DXPT_INT, "Quality"), {3}, {});
@@ -277,11 +274,10 @@ inline Bytes BuildFullEffect(FullEffectLayout* layout = nullptr)
 }
 
 // ---------------------------------------------------------------- every query
-// Runs every query of a parsed effect over everything it holds, by index, by name, by
-// semantic and by path, one past each count as well. Used by the robustness test and
-// the fuzzer: whatever the file held, nothing here may crash. Answers how many
-// parameters it reached, so the work cannot be dropped; visits bounds them, so that
-// wide arrays of structs of arrays cannot make one run take long.
+// Runs every query of a parsed effect over everything it holds, by index, by name, by semantic and by path, one past
+// each count as well. Used by the robustness test and the fuzzer: whatever the file held, nothing here may crash.
+// Answers how many parameters it reached, so the work cannot be dropped; visits bounds them, so that wide arrays of
+// structs of arrays cannot make one run take long.
 inline size_t ExerciseParameter(const CD3D9ParseEffect& fx, EffectHandle handle, const std::string& path,
                                 size_t& visits)
 {

@@ -1,5 +1,5 @@
-// In the plug-in the reader's messages reach the engine's log: errors with the
-// reader's source position, warnings as warnings.
+// In the plug-in the reader's messages reach the engine's log: errors with the reader's source position, warnings as
+// warnings.
 
 #include "D3D9RenderSystem/EffectEngineLog.h"
 #include "D3D9RenderSystem/D3D9ParseEffect.h"

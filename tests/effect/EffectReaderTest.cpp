@@ -1,9 +1,8 @@
-// The tree the reader builds from the full effect and every query over it; what it says,
-// and leaves behind, when a word of that effect is wrong: the path of messages up to the
-// effect; the bounds that keep untrusted files from hanging or bloating it; and bytes from
-// anywhere: every truncation of the full effect fails cleanly, and single-byte and
-// single-word changes never crash it (the native build runs these under AddressSanitizer
-// and UndefinedBehaviorSanitizer).
+// The tree the reader builds from the full effect and every query over it; what it says, and leaves behind, when a word
+// of that effect is wrong: the path of messages up to the effect; the bounds that keep untrusted files from hanging or
+// bloating it; and bytes from anywhere: every truncation of the full effect fails cleanly, and single-byte and
+// single-word changes never crash it (the native build runs these under AddressSanitizer and
+// UndefinedBehaviorSanitizer).
 #include "D3D9RenderSystem/D3D9ParseEffect.h"
 #include "D3D9RenderSystem/EffectHeap.h"
 #include "EffectBuilder.h"
@@ -18,8 +17,8 @@ using namespace fxtest;
 namespace
 {
 
-// A parameter's description in one line: name/semantic, class, type, rows x
-// columns, elements, annotations, members, flags, bytes.
+// A parameter's description in one line: name/semantic, class, type, rows x columns, elements, annotations, members,
+// flags, bytes.
 std::string Describe(const CD3D9ParseEffect& fx, EffectHandle handle)
 {
     D3DXPARAMETER_DESC d;
@@ -84,8 +83,8 @@ protected:
 TEST_F(FullEffectTest, TheTreeOfEveryClassWithItsValuesStatesAndObjects)
 {
     EXPECT_EQ(kFullEffectHandles, Effect().handle_count);
-    // A vector stores columns first: 3, 1 in the file are one row of three. A name
-    // and semantic of length 0 are null. Annotations carry flags 4.
+    // A vector stores columns first: 3, 1 in the file are one row of three. A name and semantic of length 0 are null.
+    // Annotations carry flags 4.
     const std::pair<EffectHandle, const char*> rows[] = {
         {Top(P_WORLD), "World/WORLD D3DXPC_MATRIX_ROWS D3DXPT_FLOAT 4x4 e0 a1 m0 f3 64B"},
         {Top(P_LIGHTDIR), "LightDir/Direction D3DXPC_VECTOR D3DXPT_FLOAT 1x3 e0 a0 m0 f0 12B"},
@@ -114,8 +113,8 @@ TEST_F(FullEffectTest, TheTreeOfEveryClassWithItsValuesStatesAndObjects)
     EXPECT_EQ((Results{1, 0xDEAD, 1, 7, 8, 9}),
               (Results{At(Named("Mat")->data), At(Named("Mat")->data, 16), At(Named("Nest.flag")->data),
                        At(Named("Counts[0]")->data), At(Named("Counts[1]")->data), At(Named("Counts[2]")->data)}));
-    // Elements and members point into the block of the outermost parameter. Handles
-    // follow the order of reading: Pairs, then each element followed by its members.
+    // Elements and members point into the block of the outermost parameter. Handles follow the order of reading: Pairs,
+    // then each element followed by its members.
     const EffectParameter* pairs = Named("Pairs");
     EXPECT_EQ(static_cast<uint8_t*>(pairs->data) + 12, Named("Pairs[1].b")->data);
     EXPECT_EQ((std::vector<const void*>{&pairs->members[0], &pairs->members[0].members[0], Named("Nest")}),
@@ -137,9 +136,8 @@ TEST_F(FullEffectTest, TheTreeOfEveryClassWithItsValuesStatesAndObjects)
     const EffectSampler* second = static_cast<const EffectSampler*>(samps->members[1].data);
     ASSERT_TRUE(first && second && first != second && first->state_count == 1);
     EXPECT_EQ(0u, second->state_count);
-    // Pass states by usage: 0 with a shader a constant (its code in the object), 0
-    // with a string data, 2 a preshader that reads LightDir (its block unparsed), 1
-    // a parameter by path.
+    // Pass states by usage: 0 with a shader a constant (its code in the object), 0 with a string data, 2 a preshader
+    // that reads LightDir (its block unparsed), 1 a parameter by path.
     const EffectTechnique& main = Effect().techniques[0];
     const EffectState* p0 = main.passes[0].states;
     EXPECT_EQ((std::vector<uint32_t>{2, 3, 0x92, STATE_CONSTANT, 8, STATE_DATA, STATE_PRESHADER, 13, STATE_PARAMETER}),
@@ -165,8 +163,8 @@ TEST_F(FullEffectTest, TheTreeOfEveryClassWithItsValuesStatesAndObjects)
 
 TEST_F(FullEffectTest, QueriesByIndexNamePathAndSemanticAndWhatTheyRefuse)
 {
-    // Members through GetParameter, elements only through GetParameterElement; a
-    // handle that is no parameter takes the top level there.
+    // Members through GetParameter, elements only through GetParameterElement; a handle that is no parameter takes the
+    // top level there.
     const EffectHandle main = fx.GetTechniqueByName("Main"), p1 = fx.GetPassByName(main, "P1");
     const std::pair<EffectHandle, EffectHandle> found[] = {
         {fx.GetTechnique(0), main},
@@ -208,8 +206,8 @@ TEST_F(FullEffectTest, QueriesByIndexNamePathAndSemanticAndWhatTheyRefuse)
     EXPECT_EQ("Main Fallback P0", std::string(first.Name) + " " + fallback.Name + " " + pd.Name);
     EXPECT_TRUE(pd.pVertexShaderFunction == nullptr && pd.pPixelShaderFunction == nullptr);
 
-    // Members only below their parent; names are case-sensitive; malformed paths
-    // and elements without annotations find nothing, silently.
+    // Members only below their parent; names are case-sensitive; malformed paths and elements without annotations find
+    // nothing, silently.
     for (const char* path : {"flag", "", "world", "Nes.flag", "Pairs[1", "Pairs[]", "Pairs[3]", "Pairs[-1]",
                              "Pairs[1].c", "Counts[0]@UIName", "World@Nothing"})
         EXPECT_EQ(nullptr, ByName(path)) << path;
@@ -242,8 +240,8 @@ TEST_F(FullEffectTest, QueriesByIndexNamePathAndSemanticAndWhatTheyRefuse)
                      "Pass not found.\n", "Pass not found.\n", "Pass not found.\n", "Pass not found.\n"}),
               log.Texts());
     log.Clear();
-    // A parameter handle is a slot of the table: neither between two slots nor
-    // behind the last one, nor a technique's or pass's address.
+    // A parameter handle is a slot of the table: neither between two slots nor behind the last one, nor a technique's
+    // or pass's address.
     const uintptr_t slot = reinterpret_cast<uintptr_t>(Effect().handles);
     D3DXPARAMETER_DESC d;
     EXPECT_EQ(Results(9, EFFECT_E_INVALIDCALL),
@@ -284,8 +282,8 @@ TEST(EffectReader, TheHeadEmptyEffectsAndReparsing)
     EXPECT_EQ("D3D9ParseEffect", log.lines()[2].file);
     log.Clear();
 
-    // The magic, then a body at offset 0 of six zero words: no technique, so null asks
-    // for a first one that is not there.
+    // The magic, then a body at offset 0 of six zero words: no technique, so null asks for a first one that is not
+    // there.
     Bytes empty{0x01, 0x09, 0xFF, 0xFE};
     empty.resize(32);
     ASSERT_TRUE(Parse(*fx, empty));
@@ -293,8 +291,7 @@ TEST(EffectReader, TheHeadEmptyEffectsAndReparsing)
     D3DXTECHNIQUE_DESC technique;
     EXPECT_EQ(EFFECT_E_INVALIDCALL, fx->GetTechniqueDesc(nullptr, &technique));
     EXPECT_EQ(Lines{"Invalid argument specified.\n"}, log.Texts());
-    // Reading again replaces the tree; the last reference takes it along (the leak
-    // checker sees the rest).
+    // Reading again replaces the tree; the last reference takes it along (the leak checker sees the rest).
     ASSERT_TRUE(Parse(*fx, full));
     ASSERT_TRUE(Parse(*fx, empty));
     EXPECT_EQ(0u, fx->GetParsedEffect().handle_count);
@@ -303,8 +300,8 @@ TEST(EffectReader, TheHeadEmptyEffectsAndReparsing)
     EXPECT_NE(nullptr, fx->GetParameterByName(nullptr, "World"));
 }
 
-// Each changed file fails with one error, then warnings up the path to the effect, and
-// leaves no tree behind; or the reader passes over what it cannot use.
+// Each changed file fails with one error, then warnings up the path to the effect, and leaves no tree behind; or the
+// reader passes over what it cannot use.
 TEST(EffectFailures, ChangedWordsFailWithTheirPathOfMessagesOrArePassedOver)
 {
     FullEffectLayout l;
@@ -375,8 +372,8 @@ TEST(EffectFailures, ChangedWordsFailWithTheirPathOfMessagesOrArePassedOver)
         EXPECT_TRUE(e.handle_count == 0 && !e.parameters && !e.techniques && !e.objects) << expected[0];
     }
 
-    // The nameless parameter of an unknown class, read as one of no bytes, and the
-    // text of object 2 given to object 0 again, which replaces the first.
+    // The nameless parameter of an unknown class, read as one of no bytes, and the text of object 2 given to object 0
+    // again, which replaces the first.
     EffectLogCapture log;
     CD3D9ParseEffect fx;
     ASSERT_TRUE(Parse(fx, Changed(full, {{l.anonymous[0] + 4, 7}, {l.objects[1], 0}})));
@@ -460,10 +457,9 @@ TEST(EffectFailures, EveryAllocationFailureFailsCleanly)
 
 TEST(EffectFailures, NameLookupsOfResourceRecordsAreBounded)
 {
-    // Thousands of parameters of one long name, then one whose name differs in
-    // its last character, and thousands of resource records that each look for
-    // that last one: without a bound, reading this file would compare billions
-    // of characters.
+    // Thousands of parameters of one long name, then one whose name differs in its last character, and thousands of
+    // resource records that each look for that last one: without a bound, reading this file would compare billions of
+    // characters.
     const std::string name(200, 'a'), last = std::string(199, 'a') + "b";
     const uint32_t count = 3000;
     EffectBuilder b;
@@ -489,8 +485,8 @@ TEST(EffectFailures, NameLookupsOfResourceRecordsAreBounded)
     ASSERT_GE(texts.size(), 3u);
     EXPECT_EQ(texts[texts.size() - 3],
               "Effect asks for more name lookups than a file of " + std::to_string(bytes.size()) + " bytes may\n");
-    // The first records were found before the bound was reached; each one
-    // replaced the data of the one state they all name.
+    // The first records were found before the bound was reached; each one replaced the data of the one state they all
+    // name.
     EXPECT_EQ(texts[0], "Object already initialized!\n");
     EXPECT_GT(texts.size(), 100u);
 }

@@ -1,6 +1,5 @@
-// libFuzzer target: any bytes through CD3D9ParseEffect::Parse, then every query
-// over whatever was read. The seeds are in tests/fuzz/fuzz_effect/; run with
-// -kv_seed_dir=DIR to write the full effect of the suites there afresh.
+// libFuzzer target: any bytes through CD3D9ParseEffect::Parse, then every query over whatever was read. The seeds are
+// in tests/fuzz/fuzz_effect/; run with -kv_seed_dir=DIR to write the full effect of the suites there afresh.
 
 #include "EffectBuilder.h"
 
