@@ -78,12 +78,10 @@ inline Words StructType(uint32_t name, uint32_t semantic, uint32_t elements, con
 class EffectBuilder
 {
 public:
-    // Offset of the next word.
-    uint32_t Here() const { return static_cast<uint32_t>(m_data.size() - 8); }
-
+    // Each answers the offset of what it wrote.
     uint32_t Put(const Words& words)
     {
-        const uint32_t at = Here();
+        const uint32_t at = static_cast<uint32_t>(m_data.size() - 8);
         for (uint32_t w : words)
             for (int i = 0; i < 4; ++i)
                 m_data.push_back(static_cast<uint8_t>(w >> (8 * i)));
@@ -106,7 +104,7 @@ public:
     }
 
     // Where the body starts: the head's second word.
-    void Body() { m_body = Here(); }
+    void Body() { m_body = static_cast<uint32_t>(m_data.size() - 8); }
 
     Bytes Finish() const
     {
@@ -237,12 +235,9 @@ inline Bytes BuildFullEffect(FullEffectLayout* layout = nullptr)
     typed(scalar(D3DXPT_FLOAT, "Alpha"), Floats({0.25f}), {});
     add({0x92, 0});
     l.state = typed(vsState, {7}, {});
-    add({0x10, 0});
-    typed(ObjectType(D3DXPT_STRING, none, none, 0), {8}, {});
-    add({0x93, 0});
-    typed(vsState, {9}, {});
-    add({name("P1"), 0, 1, 0x20, 0});
-    typed(ObjectType(D3DXPT_TEXTURE, none, none, 0), {10}, {});
+    add({0x10, 0, b.Put(ObjectType(D3DXPT_STRING, none, none, 0)), b.Word(8)});
+    add({0x93, 0, b.Put(vsState), b.Word(9)});
+    add({name("P1"), 0, 1, 0x20, 0, b.Put(ObjectType(D3DXPT_TEXTURE, none, none, 0)), b.Word(10)});
     add({name("Fallback"), 0, 1, name("Only"), 0, 0});
 
     b.Body();
@@ -327,8 +322,6 @@ inline size_t ExerciseEffect(const CD3D9ParseEffect& fx)
         if (fx.GetTechniqueDesc(technique, &td) != EFFECT_OK)
             continue;
         fx.GetTechniqueByName(td.Name);
-        fx.GetAnnotation(technique, 0);
-        fx.GetParameterElement(technique, 0);
         for (uint32_t p = 0; p <= td.Passes && p < 4096; ++p)
         {
             const EffectHandle pass = fx.GetPass(technique, p);
