@@ -98,25 +98,19 @@ public:
         m_data.resize((m_data.size() + 3) & ~size_t(3));
         return at;
     }
-    uint32_t String(const char* text)
+    uint32_t String(const char* text) { return text ? Block(text, uint32_t(std::strlen(text) + 1)) : Word(0); }
+
+    // The head: the magic, then where the body starts, which is here.
+    void Body()
     {
-        return text ? Block(text, static_cast<uint32_t>(std::strlen(text) + 1)) : Word(0);
+        const uint32_t head[2] = {EFFECT_FILE_MAGIC, static_cast<uint32_t>(m_data.size() - 8)};
+        std::memcpy(m_data.data(), head, 8); // little-endian, as the platform
     }
 
-    // Where the body starts: the head's second word.
-    void Body() { m_body = static_cast<uint32_t>(m_data.size() - 8); }
-
-    Bytes Finish() const
-    {
-        Bytes file = m_data;
-        const uint32_t head[2] = {EFFECT_FILE_MAGIC, m_body};
-        std::memcpy(file.data(), head, 8); // little-endian, as the platform
-        return file;
-    }
+    Bytes Finish() const { return m_data; }
 
 private:
-    Bytes m_data = Bytes(8, 0); // the head, written by Finish()
-    uint32_t m_body = 0;
+    Bytes m_data = Bytes(8, 0); // the head, written by Body()
 };
 
 struct CapturedLine
