@@ -1,16 +1,10 @@
 // Render textures, multiple render targets, screenshots and read-back: pixels, the calls made, and the log lines of bad
 // input.
-#include "KvDeviceTest.h"
+#include "TexturesFixture.h"
 
-#include "D3D9HardwarePixelBuffer.h"
 #include "D3D9RenderTexture.h"
 
 #include "engine/MultiRenderTarget.h"
-#include "engine/Texture.h"
-
-#include "DxRecorder.h"
-
-#include <d3dx9.h>
 
 #include <cstdlib>
 
@@ -24,35 +18,22 @@ namespace
 const auto P = [](const void* p) { return kvproxy::PtrArg(p); };
 
 // Pixels of a picture `width` wide, in columns [from, to), whose colour is not rgb.
-size_t CountNot(const uint32_t* pixels, size_t count, unsigned width, unsigned from, unsigned to, uint32_t rgb)
+size_t CountNot(const std::vector<uint32_t>& pixels, unsigned width, unsigned from, unsigned to, uint32_t rgb)
 {
     size_t n = 0;
-    for (size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < pixels.size(); ++i)
         n += i % width >= from && i % width < to && (pixels[i] & 0xFFFFFFu) != rgb;
     return n;
-}
-size_t CountNot(const std::vector<uint32_t>& v, unsigned width, unsigned from, unsigned to, uint32_t rgb)
-{
-    return CountNot(v.data(), v.size(), width, from, to, rgb);
 }
 
 } // namespace
 
-struct RenderTargetsTest : KvDeviceTest
+// The textures' start (both recorders, a folder for files), with square render target textures.
+struct RenderTargetsTest : TexturesTest
 {
-    void SetUp() override
+    ref_ptr<CTexture> Target(unsigned size, PixelFormat format = PF_A8R8G8B8)
     {
-        KvDeviceTest::SetUp();
-        ASSERT_TRUE(kvdx::Available()) << "this suite must run with the recording d3dx9_43.dll";
-        kvdx::Reset();
-    }
-    ref_ptr<CTexture> Target(unsigned size, unsigned char fsaa = 0, PixelFormat format = PF_A8R8G8B8)
-    {
-        return rs->CreateTextureManual(TEX_TYPE_2D, size, size, 1, 0, format, TU_RENDERTARGET, fsaa, false);
-    }
-    static CD3D9HardwarePixelBuffer* Buffer(CTexture* t)
-    {
-        return static_cast<CD3D9HardwarePixelBuffer*>(t->getBuffer(0, 0));
+        return Make(size, size, TU_RENDERTARGET, format);
     }
     static CD3D9RenderTexture* RenderTexture(CTexture* t)
     {
@@ -110,23 +91,19 @@ TEST_F(RenderTargetsTest, SceneDrawnIntoATextureReachesTheWindow)
     EXPECT_EQ(0u, CountNot(pixels, kWidth, kWidth / 4, kWidth / 2, 0x00FF00));
     EXPECT_EQ(0u, CountNot(pixels, kWidth, kWidth / 2, kWidth, 0x0000FF));
 
-    // A depth texture stands as the depth surface.
-    ref_ptr<CTexture> depth =
-        rs->CreateTextureManual(TEX_TYPE_2D, kWidth, kWidth, 1, 0, PF_INTZ, TU_DEPTHSTENCIL, 0, false);
+    // A depth texture stands as the depth surface, and no depth buffer is active.
+    ref_ptr<CTexture> depth = Make(kWidth, kWidth, TU_DEPTHSTENCIL, PF_INTZ);
     target->SetDepthTexture(depth.get());
     mark = kvproxy::Here();
     rs->_setRenderTarget(target);
     EXPECT_EQ((ArgList{{P(Buffer(depth.get())->getSurface())}}), ArgsOf(mark, Method::SetDepthStencilSurface, 1));
-
-    // The buffer keeps its target across a reset: the engine may hold it.
-    ASSERT_TRUE(rs->Reset(hWnd, kWidth, kHeight, false, false, 0));
-    EXPECT_EQ(target, RenderTexture(texture.get()));
+    EXPECT_EQ(nullptr, d3d->m_pActiveDepthBuffer.get());
 }
 
 TEST_F(RenderTargetsTest, MultipleTargetsTakeTwoColoursFromOneDraw)
 {
     ref_ptr<CTexture> a = Target(16), b = Target(16);
-    ref_ptr<CTexture> small = rs->CreateTextureManual(TEX_TYPE_2D, 16, 8, 1, 0, PF_R5G6B5, TU_RENDERTARGET, 0, false);
+    ref_ptr<CTexture> small = Make(16, 8, TU_RENDERTARGET, PF_R5G6B5);
     ref_ptr<CMultiRenderTarget> mrt = rs->CreateMultiRenderTarget();
     CRenderTexture* const targets[] = {RenderTexture(a.get()), RenderTexture(b.get())};
     mrt->bindSurface(targets, 2);
@@ -172,7 +149,8 @@ TEST_F(RenderTargetsTest, MultisampledTextureFallsBackToFourSamplesAndResolves)
 {
     // Wine takes 4 samples and refuses 8 to 5: the request steps down.
     mark = kvproxy::Here();
-    ref_ptr<CTexture> texture = Target(16, 8);
+    ref_ptr<CTexture> texture =
+        rs->CreateTextureManual(TEX_TYPE_2D, 16, 16, 1, 0, PF_A8R8G8B8, TU_RENDERTARGET, 8, false);
     std::string asked;
     for (const std::vector<uint64_t>& a : ArgsOf(mark, Method::D3D9_CheckDeviceMultiSampleType, 5))
         asked += std::to_string(a[4]);
@@ -199,7 +177,8 @@ TEST_F(RenderTargetsTest, MultisampledTextureFallsBackToFourSamplesAndResolves)
     unsigned size = 0, pitch = 0;
     ASSERT_TRUE(rs->ScreenShotToMemory(&pixels, &size, &pitch));
     EXPECT_EQ(16u * 16 * 4, size);
-    EXPECT_EQ(0u, CountNot(static_cast<uint32_t*>(pixels), 256, 16, 0, 16, 0x00FFFF));
+    const uint32_t* shot = static_cast<uint32_t*>(pixels);
+    EXPECT_EQ(0u, CountNot(std::vector<uint32_t>(shot, shot + 256), 16, 0, 16, 0x00FFFF));
     std::free(pixels);
     EXPECT_TRUE(
         kvproxy::CalledInOrder(mark, {Method::GetRenderTarget, Method::CreateOffscreenPlainSurface,
@@ -224,9 +203,6 @@ TEST_F(RenderTargetsTest, ScreenShotPicksFormatScaleAndRectangle)
 {
     Clear(rs->m_pMainWindow.get(), 0x00FF00);
     Clear(rs->m_pMainWindow.get(), 0xFF0000, kWidth / 2);
-    char temp[MAX_PATH];
-    GetTempPathA(MAX_PATH, temp);
-    const std::string dir = std::string(temp) + "kv_rendertargets_";
     const RECT outside = {0, 0, 128, 128}, middle = {24, 0, 40, 4};
     // A rectangle cuts the saved picture, the scaled one when there is one. Failures are silent. Pictures are read back
     // from PNG files.
@@ -253,7 +229,7 @@ TEST_F(RenderTargetsTest, ScreenShotPicksFormatScaleAndRectangle)
     {
         SCOPED_TRACE(r.file);
         kvdx::Reset();
-        const std::string path = dir + r.file;
+        const std::string path = dir + "\\" + r.file;
         EXPECT_EQ(r.saved, rs->ScreenShot(path.c_str(), r.scale, r.rect));
         EXPECT_TRUE(Errors().empty());
         const std::vector<KvDxCall> made = kvdx::Calls(kvdx::Fn::CreateTexture),
@@ -277,7 +253,7 @@ TEST_F(RenderTargetsTest, ScreenShotPicksFormatScaleAndRectangle)
 
 TEST_F(RenderTargetsTest, ReadBackKeepsOneSurfaceASizeAndClosesWhatItOpened)
 {
-    ref_ptr<CTexture> texture = Target(16), other = Target(16, 0, PF_R5G6B5);
+    ref_ptr<CTexture> texture = Target(16), other = Target(16, PF_R5G6B5);
     Clear(RenderTexture(texture.get()), 0xFF00FF);
     mark = kvproxy::Here();
     void* bits = nullptr;
@@ -285,13 +261,13 @@ TEST_F(RenderTargetsTest, ReadBackKeepsOneSurfaceASizeAndClosesWhatItOpened)
     for (CTexture* t : {texture.get(), texture.get(), other.get()})
     {
         ASSERT_TRUE(rs->BeginGetRenderTargetData(Buffer(t), &bits, &pitch));
-        EXPECT_EQ(0u, t == texture.get() ? CountNot(static_cast<uint32_t*>(bits), 256, 16, 0, 16, 0xFF00FF) : 0u);
+        const uint32_t* read = static_cast<uint32_t*>(bits);
+        EXPECT_EQ(0u, t == texture.get() ? CountNot(std::vector<uint32_t>(read, read + 256), 16, 0, 16, 0xFF00FF) : 0u);
         rs->EndGetRenderTargetData();
     }
     EXPECT_EQ(32, pitch);
     EXPECT_EQ((ArgList{{16, 16, D3DFMT_A8R8G8B8}, {16, 16, D3DFMT_R5G6B5}}),
               ArgsOf(mark, Method::CreateOffscreenPlainSurface, 3));
-    EXPECT_TRUE(Errors().empty());
 
     // Begun twice, the second finds its surface locked, and the end closes the first: the next begin works. An end
     // without a begin is told.
@@ -307,7 +283,7 @@ TEST_F(RenderTargetsTest, ReadBackKeepsOneSurfaceASizeAndClosesWhatItOpened)
 
     // A texture that is no render target reads back nothing, silently.
     ClearLog();
-    ref_ptr<CTexture> plain = rs->CreateTextureManual(TEX_TYPE_2D, 16, 16, 1, 0, PF_A8R8G8B8, 0, 0, false);
+    ref_ptr<CTexture> plain = Make(16, 16);
     EXPECT_FALSE(rs->BeginGetRenderTargetData(Buffer(plain.get()), &bits, &pitch));
     EXPECT_EQ(nullptr, d3d->m_pLockedReadbackSurface);
     EXPECT_TRUE(Errors().empty());
