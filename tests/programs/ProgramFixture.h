@@ -26,9 +26,8 @@ struct ProgramTest : KvDeviceTest
     // A file of the data folder ("shader/x.fx"), written or read whole.
     void Write(const std::string& relative, const std::string& text);
     std::string Read(const std::string& relative);
-    // What the compile thread compiled, and what it read from the cache.
+    // What the compile thread compiled.
     unsigned Compiles() const { return kv::g_pCompileThread->GetCompileCount(); }
-    unsigned Hits() const { return kv::g_pCompileThread->GetCacheHitCount(); }
     // The cache's entry files, as "c/lit_<digest>.bin".
     std::vector<std::string> Entries();
 
