@@ -39,22 +39,6 @@ struct RenderTargetsTest : TexturesTest
     {
         return static_cast<CD3D9RenderTexture*>(Buffer(t)->getRenderTarget(0));
     }
-    // A file's picture, through D3DX into a lockable render target.
-    std::vector<uint32_t> ReadImage(const std::string& path, unsigned* width)
-    {
-        D3DXIMAGE_INFO info = {};
-        IDirect3DSurface9* s = nullptr;
-        std::vector<uint32_t> pixels;
-        if (SUCCEEDED(D3DXGetImageInfoFromFileA(path.c_str(), &info)) &&
-            SUCCEEDED(device->CreateRenderTarget(info.Width, info.Height, D3DFMT_X8R8G8B8, D3DMULTISAMPLE_NONE, 0, TRUE,
-                                                 &s, nullptr)) &&
-            SUCCEEDED(
-                D3DXLoadSurfaceFromFileA(s, nullptr, nullptr, path.c_str(), nullptr, D3DX_FILTER_NONE, 0, nullptr)))
-            pixels = ReadPixels(s, width);
-        if (s)
-            s->Release();
-        return pixels;
-    }
     // The target bound through a viewport over its left `columns` (all: 0), which are cleared to rgb (each channel 0 or
     // 0xFF).
     void Clear(CRenderTarget* target, uint32_t rgb, int columns = 0)
@@ -100,32 +84,20 @@ TEST_F(RenderTargetsTest, SceneDrawnIntoATextureReachesTheWindow)
     EXPECT_EQ(nullptr, d3d->m_pActiveDepthBuffer.get());
 }
 
-TEST_F(RenderTargetsTest, MultipleTargetsTakeTwoColoursFromOneDraw)
+// Each texture's surface is bound at its place: the colour targets one draw writes to.
+TEST_F(RenderTargetsTest, MultipleTargetsBindEachTextureAtItsPlaceAndTellWhatDoesNotMatch)
 {
     ref_ptr<CTexture> a = Target(16), b = Target(16);
     ref_ptr<CTexture> small = Make(16, 8, TU_RENDERTARGET, PF_R5G6B5);
     ref_ptr<CMultiRenderTarget> mrt = rs->CreateMultiRenderTarget();
     CRenderTexture* const targets[] = {RenderTexture(a.get()), RenderTexture(b.get())};
     mrt->bindSurface(targets, 2);
-    Clear(mrt.get(), 0);
-    const char source[] = "ps_2_0\ndef c0, 1, 0, 0, 1\ndef c1, 0, 1, 0, 1\nmov oC0, c0\nmov oC1, c1\n";
-    ID3DXBuffer* code = nullptr;
-    IDirect3DPixelShader9* shader = nullptr;
-    ASSERT_EQ(D3D_OK, D3DXAssembleShader(source, sizeof source - 1, nullptr, nullptr, 0, &code, nullptr));
-    ASSERT_EQ(D3D_OK, device->CreatePixelShader(static_cast<const DWORD*>(code->GetBufferPointer()), &shader));
-    code->Release();
-    FixedFunctionColour();
-    d3d->SetPixelShader(shader);
-    ref_ptr<CVertexDeclaration> declaration = ColourDeclaration();
-    const std::vector<ColourVertex> quad = Quad(-1, -1, 1, 1, 0);
-    ASSERT_TRUE(rs->_beginFrame());
-    rs->DrawIndexedPrimitiveUP(PT_TRIANGLE_LIST, 4, 6, kQuadIndices.data(), CHardwareIndexBuffer::IT_16BIT, quad.data(),
-                               sizeof(ColourVertex), declaration.get(), 1);
-    rs->_endFrame();
-    d3d->SetPixelShader(nullptr);
-    shader->Release();
-    EXPECT_EQ(0u, CountNot(ReadPixels(Buffer(a.get())->getSurface()), 16, 0, 16, 0xFF0000));
-    EXPECT_EQ(0u, CountNot(ReadPixels(Buffer(b.get())->getSurface()), 16, 0, 16, 0x00FF00));
+    rs->_setRenderTarget(rs->m_pMainWindow.get());
+    mark = kvproxy::Here();
+    rs->_setRenderTarget(mrt.get());
+    EXPECT_EQ(Join(Call("SetRenderTarget", 0, P(Buffer(a.get())->getSurface())),
+                   Call("SetRenderTarget", 1, P(Buffer(b.get())->getSurface()))),
+              Trace(mark, {Method::SetRenderTarget}));
 
     // A position past the last is refused; another size and, where the device needs them equal, another bit depth
     // are told and bound all the same; position 0 alone gives the size.
@@ -205,7 +177,7 @@ TEST_F(RenderTargetsTest, ScreenShotPicksFormatScaleAndRectangle)
     Clear(rs->m_pMainWindow.get(), 0xFF0000, kWidth / 2);
     const RECT outside = {0, 0, 128, 128}, middle = {24, 0, 40, 4};
     // A rectangle cuts the saved picture, the scaled one when there is one. Failures are silent. Pictures are read back
-    // from PNG files.
+    // from PNG files, as textures.
     struct Row
     {
         const char* file;
@@ -242,8 +214,10 @@ TEST_F(RenderTargetsTest, ScreenShotPicksFormatScaleAndRectangle)
         EXPECT_EQ(static_cast<uint64_t>(r.format), saves[0].args[0]);
         if (r.format != D3DXIFF_PNG || !r.saved)
             continue;
-        unsigned width = 0;
-        const std::vector<uint32_t> image = ReadImage(path, &width);
+        ref_ptr<CTexture> saved = rs->CreateTexture(path.c_str(), TEX_TYPE_2D, 0, false);
+        ASSERT_TRUE(saved);
+        const unsigned width = saved->getBuffer(0, 0)->getWidth();
+        const std::vector<uint32_t> image = Read(saved->getBuffer(0, 0));
         EXPECT_EQ(r.width * (r.rect ? 4 : r.width), image.size());
         // The edge between the halves may blend when scaled.
         EXPECT_EQ(0u, CountNot(image, width, 0, width / 2 - 1, 0xFF0000));
