@@ -13,6 +13,8 @@ namespace
 
 typedef KvDeviceTest Buffers;
 
+const auto P = [](const void* p) { return kvproxy::PtrArg(p); };
+
 const CHardwareBuffer::Usage kStreaming = static_cast<CHardwareBuffer::Usage>(
     CHardwareBuffer::USAGE_DYNAMIC | CHardwareBuffer::USAGE_WRITE_ONLY | CHardwareBuffer::USAGE_DISCARDABLE);
 
@@ -153,9 +155,8 @@ TEST_F(Buffers, RefusedBuffersAreLoggedOnlyTheDefaultPoolIsMadeAtTheNextResetAnd
     ref_ptr<CHardwareIndexBuffer> refused = Indices(rs, 4, CHardwareBuffer::USAGE_STATIC);
     ASSERT_TRUE(deflt && managed && refused);
     EXPECT_EQ(Call("", 0, 0, 0, D3DPOOL_DEFAULT, D3DPOOL_MANAGED),
-              Call("", kvproxy::PtrArg(D3D(deflt.get())->m_pD3D9VertexBuffer),
-                   kvproxy::PtrArg(D3D(managed.get())->m_pD3D9VertexBuffer),
-                   kvproxy::PtrArg(D3D(refused.get())->m_pD3D9IndexBuffer), D3D(deflt.get())->m_d3dDesc.Pool,
+              Call("", P(D3D(deflt.get())->m_pD3D9VertexBuffer), P(D3D(managed.get())->m_pD3D9VertexBuffer),
+                   P(D3D(refused.get())->m_pD3D9IndexBuffer), D3D(deflt.get())->m_d3dDesc.Pool,
                    D3D(managed.get())->m_d3dDesc.Pool));
     const std::string verify = VerifyLine(E_OUTOFMEMORY, "Failed to CreateVertexBuffer");
     EXPECT_EQ((std::vector<std::string>{verify, "Failed to CD3D9HardwareVertexBuffer::CreateBuffer", verify,
@@ -210,9 +211,9 @@ struct Draws : KvDeviceTest
         buffer = VertexBuffer(std::vector<ColourVertex>(8));
         indices = IndexBuffer16({0, 1, 2, 2, 1, 3, 4, 5, 6});
         data = VertexData(declaration.get(), buffer.get(), 2, 4);
-        vb = kvproxy::PtrArg(D3D(buffer.get())->m_pD3D9VertexBuffer);
-        ib = kvproxy::PtrArg(D3D(indices.get())->m_pD3D9IndexBuffer);
-        decl = kvproxy::PtrArg(Native(declaration.get()));
+        vb = P(D3D(buffer.get())->m_pD3D9VertexBuffer);
+        ib = P(D3D(indices.get())->m_pD3D9IndexBuffer);
+        decl = P(Native(declaration.get()));
         mark = kvproxy::Here();
     }
     // The frame statistics: primitives, vertices, draw calls; GUI primitives, vertices, draw calls; extra instances;
@@ -284,7 +285,7 @@ TEST_F(Draws, StreamsAndIndicesBindThroughTheirShadows)
     rs->SetVertexBuffer(rs->CreateVertexData().get());
     rs->SetVertexBuffer(nullptr);
     rs->SetIndexBuffer(nullptr);
-    EXPECT_EQ(Join(Call("SetIndices", ib), Call("SetIndices", kvproxy::PtrArg(D3D(other.get())->m_pD3D9IndexBuffer)),
+    EXPECT_EQ(Join(Call("SetIndices", ib), Call("SetIndices", P(D3D(other.get())->m_pD3D9IndexBuffer)),
                    Call("SetVertexDeclaration", 0), Call("SetStreamSource", 0, 0, 0, 0), Call("SetIndices", 0)),
               Step());
     EXPECT_EQ(Call("", 0, 0, 0, 0, 0, 0, 0, 1, 0, 3, 18 + 6), Counts());
@@ -315,9 +316,8 @@ TEST_F(Draws, EachFormTakesItsCountFromIndicesOrVertices)
     Step();
     DrawUP(PT_TRIANGLE_FAN, 5, 3);
     DrawUP(PT_LINE_LIST, 4);
-    EXPECT_EQ(Join(Call("SetStreamSourceFreq", 0, 1),
-                   Call("DrawPrimitiveUP", D3DPT_TRIANGLEFAN, 3, kvproxy::PtrArg(user), kStride),
-                   Call("DrawPrimitiveUP", D3DPT_LINELIST, 2, kvproxy::PtrArg(user), kStride)),
+    EXPECT_EQ(Join(Call("SetStreamSourceFreq", 0, 1), Call("DrawPrimitiveUP", D3DPT_TRIANGLEFAN, 3, P(user), kStride),
+                   Call("DrawPrimitiveUP", D3DPT_LINELIST, 2, P(user), kStride)),
               Step());
     EXPECT_EQ(Call("", 9 + 2, 9, 2, 0, 0, 0, 0, 2, 9 * kStride, 0, 0), Counts());
     rs->SetVertexBuffer(data.get());
@@ -329,13 +329,12 @@ TEST_F(Draws, EachFormTakesItsCountFromIndicesOrVertices)
     DrawIndexedUP(PT_TRIANGLE_LIST, 4, 6, wide, CHardwareIndexBuffer::IT_32BIT);
     DrawIndexedUP(PT_TRIANGLE_LIST, 4, 6);
     DrawIndexedUP(PT_LINE_LIST, 4, 4);
-    EXPECT_EQ(Join(Call("DrawIndexedPrimitiveUP", D3DPT_TRIANGLELIST, 0, 4, 2, kvproxy::PtrArg(wide), D3DFMT_INDEX32,
-                        kvproxy::PtrArg(user), kStride),
-                   Call("DrawIndexedPrimitiveUP", D3DPT_TRIANGLELIST, 0, 4, 2, kvproxy::PtrArg(userIndices),
-                        D3DFMT_INDEX16, kvproxy::PtrArg(user), kStride),
-                   Call("DrawIndexedPrimitiveUP", D3DPT_LINELIST, 0, 4, 2, kvproxy::PtrArg(userIndices), D3DFMT_INDEX16,
-                        kvproxy::PtrArg(user), kStride)),
-              Step());
+    EXPECT_EQ(
+        Join(Call("DrawIndexedPrimitiveUP", D3DPT_TRIANGLELIST, 0, 4, 2, P(wide), D3DFMT_INDEX32, P(user), kStride),
+             Call("DrawIndexedPrimitiveUP", D3DPT_TRIANGLELIST, 0, 4, 2, P(userIndices), D3DFMT_INDEX16, P(user),
+                  kStride),
+             Call("DrawIndexedPrimitiveUP", D3DPT_LINELIST, 0, 4, 2, P(userIndices), D3DFMT_INDEX16, P(user), kStride)),
+        Step());
     EXPECT_EQ(Call("", 4, 8, 2, 0, 0, 0, 0, 2, 8 * kStride, 2, 24 + 12), Counts());
     rs->SetIndexBuffer(indices.get());
     rs->SetVertexBuffer(data.get());
