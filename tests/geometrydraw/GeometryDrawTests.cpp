@@ -11,6 +11,8 @@ using kvproxy::Method;
 namespace
 {
 
+typedef std::vector<std::string> Lines;
+
 typedef KvDeviceTest Buffers;
 
 const auto P = [](const void* p) { return kvproxy::PtrArg(p); };
@@ -135,12 +137,11 @@ TEST_F(Buffers, DataGoesInAndOutWithinTheBufferOnly)
     EXPECT_EQ(Bytes(16, 100), Read(*target, 0, 16));
     EXPECT_EQ(nullptr, vb->Lock(1, 16, CHardwareBuffer::LOCK_NORMAL));
     EXPECT_FALSE(vb->IsLocked());
-    EXPECT_EQ((std::vector<std::string>{
-                  "(length:16 + offset:8) > mSizeInBytes:16", "Failed to CD3D9HardwareVertexBuffer::WriteData",
-                  "(length:16 + offset:4) > mSizeInBytes:16", "Failed to CD3D9HardwareVertexBuffer::ReadData",
-                  "(length:4 + offset:2) > mSizeInBytes:4", "Failed to CD3D9HardwareIndexBuffer::ReadData",
-                  "(length:1 + offset:4) > mSizeInBytes:4", "Failed to CD3D9HardwareIndexBuffer::WriteData",
-                  "(length:8 + offset:12) > mSizeInBytes:16", "(length:16 + offset:1) > mSizeInBytes:16"}),
+    EXPECT_EQ((Lines{"(length:16 + offset:8) > mSizeInBytes:16", "Failed to CD3D9HardwareVertexBuffer::WriteData",
+                     "(length:16 + offset:4) > mSizeInBytes:16", "Failed to CD3D9HardwareVertexBuffer::ReadData",
+                     "(length:4 + offset:2) > mSizeInBytes:4", "Failed to CD3D9HardwareIndexBuffer::ReadData",
+                     "(length:1 + offset:4) > mSizeInBytes:4", "Failed to CD3D9HardwareIndexBuffer::WriteData",
+                     "(length:8 + offset:12) > mSizeInBytes:16", "(length:16 + offset:1) > mSizeInBytes:16"}),
               Errors());
 }
 
@@ -159,10 +160,10 @@ TEST_F(Buffers, RefusedBuffersAreLoggedOnlyTheDefaultPoolIsMadeAtTheNextResetAnd
                    P(D3D(refused.get())->m_pD3D9IndexBuffer), D3D(deflt.get())->m_d3dDesc.Pool,
                    D3D(managed.get())->m_d3dDesc.Pool));
     const std::string verify = VerifyLine(E_OUTOFMEMORY, "Failed to CreateVertexBuffer");
-    EXPECT_EQ((std::vector<std::string>{verify, "Failed to CD3D9HardwareVertexBuffer::CreateBuffer", verify,
-                                        "Failed to CD3D9HardwareVertexBuffer::CreateBuffer",
-                                        VerifyLine(D3DERR_OUTOFVIDEOMEMORY, "Failed to CreateIndexBuffer"),
-                                        "Failed to CD3D9HardwareIndexBuffer::CreateBuffer"}),
+    EXPECT_EQ((Lines{verify, "Failed to CD3D9HardwareVertexBuffer::CreateBuffer", verify,
+                     "Failed to CD3D9HardwareVertexBuffer::CreateBuffer",
+                     VerifyLine(D3DERR_OUTOFVIDEOMEMORY, "Failed to CreateIndexBuffer"),
+                     "Failed to CD3D9HardwareIndexBuffer::CreateBuffer"}),
               Errors());
     d3d->GetResourceManager()->notifyOnDeviceLost();
     d3d->GetResourceManager()->notifyOnDeviceReset();
@@ -170,7 +171,6 @@ TEST_F(Buffers, RefusedBuffersAreLoggedOnlyTheDefaultPoolIsMadeAtTheNextResetAnd
     EXPECT_TRUE(D3D(managed.get())->m_pD3D9VertexBuffer == nullptr &&
                 D3D(refused.get())->m_pD3D9IndexBuffer == nullptr);
 
-    // Vertex declarations.
     ClearLog();
     const VertexElement elements[] = {
         VertexElement(0, 0, VET_FLOAT3, VES_POSITION), VertexElement(0, 12, VET_FLOAT3, VES_NORMAL),
@@ -269,10 +269,9 @@ TEST_F(Draws, StreamsAndIndicesBindThroughTheirShadows)
                    Call("SetStreamSource", 0, vb, 16, kStride)),
               Step());
     EXPECT_EQ(Call("", 0, 0, 0, 0, 0, 0, 0, 2, 16 * kStride, 0, 0), Counts());
-    EXPECT_EQ(
-        (std::vector<std::string>{"Failed to CD3D9RenderSystem::SetVertexBuffers, Too many vertex buffers:2 > 2",
-                                  "Failed to CD3D9RenderSystem::SetVertexBuffers, Too many vertex buffers:7 > 2"}),
-        Errors());
+    EXPECT_EQ((Lines{"Failed to CD3D9RenderSystem::SetVertexBuffers, Too many vertex buffers:2 > 2",
+                     "Failed to CD3D9RenderSystem::SetVertexBuffers, Too many vertex buffers:7 > 2"}),
+              Errors());
     ClearLog();
 
     // Indices likewise, counted; data without buffer or declaration unbinds, and so does null.
@@ -374,11 +373,10 @@ TEST_F(Draws, ProfilerTextsGoAlongAndNothingToDrawMakesNoDrawCallAndCountsNothin
     rs->DrawPrimitiveUP(PT_TRIANGLE_LIST, 3, nullptr, kStride, declaration.get(), 1);
     rs->DrawIndexedPrimitiveUP(PT_TRIANGLE_LIST, 4, 6, nullptr, CHardwareIndexBuffer::IT_16BIT, user, kStride,
                                declaration.get(), 1);
-    EXPECT_EQ(
-        (std::vector<std::string>{"Failed to CD3D9RenderSystem::DrawPrimitive, no vertex data",
-                                  "Failed to CD3D9RenderSystem::DrawPrimitiveUP, no vertex data",
-                                  "Failed to CD3D9RenderSystem::DrawIndexedPrimitiveUP, no vertex or index data"}),
-        Errors());
+    EXPECT_EQ((Lines{"Failed to CD3D9RenderSystem::DrawPrimitive, no vertex data",
+                     "Failed to CD3D9RenderSystem::DrawPrimitiveUP, no vertex data",
+                     "Failed to CD3D9RenderSystem::DrawIndexedPrimitiveUP, no vertex or index data"}),
+              Errors());
 }
 
 TEST_F(Draws, InstancingSetsAndRestoresTheFrequenciesAndOnlySolidSceneDrawsCount)
@@ -435,10 +433,10 @@ TEST_F(Draws, InstancingSetsAndRestoresTheFrequenciesAndOnlySolidSceneDrawsCount
     rs->DrawPrimitive(PT_TRIANGLE_LIST, data.get(), nullptr, 1, false);
     DrawUP(PT_TRIANGLE_LIST, 3);
     DrawIndexedUP(PT_TRIANGLE_LIST, 4, 6);
-    EXPECT_EQ((std::vector<std::string>{VerifyLine(D3DERR_INVALIDCALL, "Failed to DrawIndexedPrimitive"),
-                                        VerifyLine(D3DERR_INVALIDCALL, "Failed to DrawPrimitive"),
-                                        VerifyLine(D3DERR_INVALIDCALL, "Failed to DrawPrimitiveUP"),
-                                        VerifyLine(D3DERR_INVALIDCALL, "Failed to DrawIndexedPrimitiveUp")}),
+    EXPECT_EQ((Lines{VerifyLine(D3DERR_INVALIDCALL, "Failed to DrawIndexedPrimitive"),
+                     VerifyLine(D3DERR_INVALIDCALL, "Failed to DrawPrimitive"),
+                     VerifyLine(D3DERR_INVALIDCALL, "Failed to DrawPrimitiveUP"),
+                     VerifyLine(D3DERR_INVALIDCALL, "Failed to DrawIndexedPrimitiveUp")}),
               Errors());
     EXPECT_EQ(4u, Timer().m_nDrawCallCount);
     EXPECT_EQ(1u + 1u + 1u + 2u, Timer().m_nPrimitiveCount);

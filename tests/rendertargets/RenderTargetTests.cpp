@@ -107,12 +107,11 @@ TEST_F(RenderTargetsTest, MultipleTargetsBindEachTextureAtItsPlaceAndTellWhatDoe
     mrt->unbindSurface(0);
     IDirect3DSurface9* surfaces[8] = {};
     mrt->GetAttribute("DDBACKBUFFER", surfaces);
-    EXPECT_EQ(
-        (std::vector<std::string>{"Failed to bind a MultiRenderTarget surface at 8: a render texture of this render "
-                                  "system at 0 to 7 is needed",
-                                  "MultiRenderTarget surfaces are not of same size",
-                                  "MultiRenderTarget surfaces are not of same bit depth and hardware requires it"}),
-        Errors());
+    EXPECT_EQ((kvtex::Lines{"Failed to bind a MultiRenderTarget surface at 8: a render texture of this render "
+                            "system at 0 to 7 is needed",
+                            "MultiRenderTarget surfaces are not of same size",
+                            "MultiRenderTarget surfaces are not of same bit depth and hardware requires it"}),
+              Errors());
     EXPECT_EQ(Buffer(small.get())->getSurface(), surfaces[2]);
     EXPECT_EQ(0u, mrt->getWidth());
 }
@@ -140,8 +139,7 @@ TEST_F(RenderTargetsTest, MultisampledTextureFallsBackToFourSamplesAndResolves)
     EXPECT_EQ(0u, CountNot(ReadPixels(surface), 16, 0, 16, 0x00FFFF));
     kvproxy::FailMethod(Method::StretchRect, D3DERR_INVALIDCALL);
     target->swapBuffers();
-    EXPECT_EQ((std::vector<std::string>{"Unable to copy AA buffer to final buffer: D3D9RenderTexture::swapBuffers"}),
-              Errors());
+    EXPECT_EQ((kvtex::Lines{"Unable to copy AA buffer to final buffer: D3D9RenderTexture::swapBuffers"}), Errors());
 
     // A capture resolves it too, and each failing step is named.
     mark = kvproxy::Here();
@@ -165,8 +163,8 @@ TEST_F(RenderTargetsTest, MultisampledTextureFallsBackToFourSamplesAndResolves)
         kvproxy::FailMethod(step.first, D3DERR_INVALIDCALL, 2);
         EXPECT_FALSE(rs->ScreenShot("x.png", 0.5f, nullptr));
         EXPECT_FALSE(rs->ScreenShotToMemory(&pixels, &size, &pitch));
-        EXPECT_EQ((std::vector<std::string>{std::string("Failed to ScreenShot:x.png, 0.500000, ") + step.second,
-                                            std::string("Failed to ScreenShot: ") + step.second}),
+        EXPECT_EQ((kvtex::Lines{std::string("Failed to ScreenShot:x.png, 0.500000, ") + step.second,
+                                std::string("Failed to ScreenShot: ") + step.second}),
                   Errors());
     }
 }
@@ -251,8 +249,8 @@ TEST_F(RenderTargetsTest, ReadBackKeepsOneSurfaceASizeAndClosesWhatItOpened)
     rs->EndGetRenderTargetData();
     EXPECT_TRUE(rs->BeginGetRenderTargetData(Buffer(texture.get()), &bits, &pitch));
     rs->EndGetRenderTargetData();
-    EXPECT_EQ((std::vector<std::string>{"Failed to BeginGetRenderTargetData, GetRenderTargetData",
-                                        "EndGetRenderTargetData without an open BeginGetRenderTargetData"}),
+    EXPECT_EQ((kvtex::Lines{"Failed to BeginGetRenderTargetData, GetRenderTargetData",
+                            "EndGetRenderTargetData without an open BeginGetRenderTargetData"}),
               Errors());
 
     // A texture that is no render target reads back nothing, silently.
