@@ -161,15 +161,12 @@ TEST_F(TargetsTest, ViewportBindsOnceSetsViewportAndScissorEveryTimeAndClearFlag
 
 TEST_F(TargetsTest, ColourSurfacesMoveDownAndTheShadowsSpareTheRest)
 {
-    IDirect3DSurface9* p = MakeSurface(64, 64);
-    IDirect3DSurface9* q = MakeSurface(64, 64);
-    IDirect3DSurface9* r = MakeSurface(64, 64);
+    IDirect3DSurface9 *p = MakeSurface(64, 64), *q = MakeSurface(64, 64), *r = MakeSurface(64, 64);
     q->AddRef(); // both targets hold it
     ref_ptr<SurfaceTarget> first(new SurfaceTarget({p, q}, 64, 64)), second(new SurfaceTarget({q, r}, 64, 64));
     rs->_setRenderTarget(first.get());
     const int queries = first->m_nAttributeQueries;
-    // A surface that moves down leaves its higher slot first; the same target again spares the device and asks for no
-    // surfaces.
+    // A surface moving down leaves its higher slot first; the same target again spares the device and its surfaces.
     mark = kvproxy::Here();
     rs->_setRenderTarget(first.get());
     rs->_setRenderTarget(second.get());
@@ -244,10 +241,7 @@ struct ScriptedSwapChain : IDirect3DSwapChain9
         return ++presents, presentResult;
     }
     STDMETHOD(GetFrontBufferData)(IDirect3DSurface9*) override { return E_NOTIMPL; }
-    STDMETHOD(GetBackBuffer)(UINT, D3DBACKBUFFER_TYPE, IDirect3DSurface9** out) override
-    {
-        return *out = nullptr, E_NOTIMPL;
-    }
+    STDMETHOD(GetBackBuffer)(UINT, D3DBACKBUFFER_TYPE, IDirect3DSurface9**) override { return E_NOTIMPL; }
     STDMETHOD(GetRasterStatus)(D3DRASTER_STATUS*) override { return E_NOTIMPL; }
     STDMETHOD(GetDisplayMode)(D3DDISPLAYMODE*) override { return E_NOTIMPL; }
     STDMETHOD(GetDevice)(IDirect3DDevice9** out) override { return *out = nullptr, E_NOTIMPL; }
