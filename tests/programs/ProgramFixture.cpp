@@ -38,12 +38,6 @@ void ProgramTest::TearDown()
     fs::remove_all(root, ignored);
 }
 
-ref_ptr<CD3D9HLSLProgram> ProgramTest::Make(const std::string& name)
-{
-    ref_ptr<CGpuProgram> program = rs->CreateGpuProgram(name.c_str());
-    return ref_ptr<CD3D9HLSLProgram>(static_cast<CD3D9HLSLProgram*>(program.get()));
-}
-
 bool ProgramTest::WaitReady(CD3D9HLSLProgram* program)
 {
     // Up to 40 s; a failed variant ends the wait at once.

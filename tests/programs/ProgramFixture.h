@@ -15,7 +15,11 @@ struct ProgramTest : KvDeviceTest
     void SetUp() override;
     void TearDown() override;
 
-    ref_ptr<kv::CD3D9HLSLProgram> Make(const std::string& name);
+    ref_ptr<kv::CD3D9HLSLProgram> Make(const std::string& name)
+    {
+        return ref_ptr<kv::CD3D9HLSLProgram>(
+            static_cast<kv::CD3D9HLSLProgram*>(rs->CreateGpuProgram(name.c_str()).get()));
+    }
     // Selects the current keys until the variant is ready (true) or failed.
     bool WaitReady(kv::CD3D9HLSLProgram* program);
     void Keys(uint64_t runtime, uint64_t lighting)
@@ -26,9 +30,7 @@ struct ProgramTest : KvDeviceTest
     // A file of the data folder ("shader/x.fx"), written or read whole.
     void Write(const std::string& relative, const std::string& text);
     std::string Read(const std::string& relative);
-    // What the compile thread compiled, and what it read from the cache.
     unsigned Compiles() const { return kv::g_pCompileThread->GetCompileCount(); }
-    unsigned Hits() const { return kv::g_pCompileThread->GetCacheHitCount(); }
     // The cache's entry files, as "c/lit_<digest>.bin".
     std::vector<std::string> Entries();
 

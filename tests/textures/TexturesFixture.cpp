@@ -15,17 +15,6 @@ Pixels Pattern(unsigned width, unsigned height, unsigned cell)
     return pixels;
 }
 
-namespace
-{
-
-void Put32(Bytes& b, uint32_t v)
-{
-    for (int i = 0; i < 4; ++i)
-        b.push_back(static_cast<uint8_t>(v >> (8 * i)));
-}
-
-} // namespace
-
 Bytes WriteDds(unsigned width, unsigned height, unsigned depth, bool cube, const std::vector<Pixels>& levels)
 {
     const unsigned mips = static_cast<unsigned>(levels.size()) / (cube ? 6 : 1);
@@ -41,11 +30,15 @@ Bytes WriteDds(unsigned width, unsigned height, unsigned depth, bool cube, const
                                  caps, caps2, 0, 0, 0};
     // clang-format on
     Bytes b;
+    const auto put = [&b](uint32_t v) {
+        for (int i = 0; i < 4; ++i)
+            b.push_back(static_cast<uint8_t>(v >> (8 * i)));
+    };
     for (uint32_t word : header)
-        Put32(b, word);
+        put(word);
     for (const Pixels& level : levels)
         for (uint32_t p : level)
-            Put32(b, p);
+            put(p);
     return b;
 }
 
@@ -53,20 +46,16 @@ Bytes WriteDds(unsigned width, unsigned height, unsigned depth, bool cube, const
 
 void TexturesTest::SetUp()
 {
-    KvDeviceTest::SetUp();
+    // Reset before the render system starts too: nothing an earlier test made fail may reach it.
     ASSERT_TRUE(kvdx::Available()) << "this suite must run with the recording d3dx9_43.dll";
+    kvdx::Reset();
+    KvDeviceTest::SetUp();
     kvdx::Reset();
     g_nTextureResSizeInBytes = g_nTextureManualSizeInBytes = 0;
     char temp[MAX_PATH];
     GetTempPathA(MAX_PATH, temp);
     dir = std::string(temp) + "kv_textures_" + ::testing::UnitTest::GetInstance()->current_test_info()->name();
     CreateDirectoryA(dir.c_str(), nullptr);
-}
-
-void TexturesTest::TearDown()
-{
-    KvDeviceTest::TearDown();
-    kvdx::Reset();
 }
 
 kvtex::Pixels TexturesTest::Read(CHardwarePixelBuffer* buffer)

@@ -25,10 +25,6 @@ typedef std::vector<std::string> Lines;
 
 // A deterministic picture: opaque colours that change by cell of `cell` pixels.
 Pixels Pattern(unsigned width, unsigned height, unsigned cell = 1);
-inline Pixels Fill(unsigned count, uint32_t colour)
-{
-    return Pixels(count, colour);
-}
 // A DDS file made without the plug-in: A8R8G8B8, each face or slice with its levels, every level in `levels`.
 Bytes WriteDds(unsigned width, unsigned height, unsigned depth, bool cube, const std::vector<Pixels>& levels);
 
@@ -37,7 +33,6 @@ Bytes WriteDds(unsigned width, unsigned height, unsigned depth, bool cube, const
 struct TexturesTest : KvDeviceTest
 {
     void SetUp() override;
-    void TearDown() override;
 
     static kv::CD3D9Texture* D3D(kv::CTexture* t) { return static_cast<kv::CD3D9Texture*>(t); }
     static kv::CD3D9HardwarePixelBuffer* Buffer(kv::CTexture* t, unsigned face = 0, unsigned level = 0)
