@@ -40,16 +40,6 @@ struct Probe : public CD3D9Resource
     std::function<void()> m_hook;
 };
 
-// The registry's own error lines.
-Names RegistryErrors()
-{
-    Names out;
-    for (const LogLine& l : GetLogLines())
-        if (l.level == LOG_ERROR && l.file == "D3D9RenderSystem/D3D9ResourceManager")
-            out.push_back(l.text);
-    return out;
-}
-
 class Registry : public ::testing::Test
 {
 protected:
@@ -183,7 +173,7 @@ TEST_F(Registry, LeakReportListsTheEngineCountersAndTheClosingLine)
                      "DX\xC9\xE8\xB1\xB8\xCA\xCD\xB7\xC5\xC7\xB0\xB6\xD4\xD3\xA6\xB5\xC4"
                      "DX\xD7\xCA\xD4\xB4\xD3\xA6"
                      "\xB8\xC3\xD2\xAA\xC8\xAB\xB2\xBF\xCA\xCD\xB7\xC5\xB5\xF4\xA3\xA1\xA3\xA1\xA3\xA1"}),
-              RegistryErrors());
+              GetLogTexts(LOG_ERROR));
     EXPECT_EQ(2u, GetLogLineCount());
     // The member was not touched: alive, untold, its index as it was.
     EXPECT_EQ(0, a->m_nResourceIndex);
@@ -215,7 +205,7 @@ TEST_F(Registry, InTheRenderSystemMembersJoinAndLeaveAndHearOfTheEndBeforeTheRun
     delete rs;
     EXPECT_EQ((Names{"b destroy"}), journal);
     EXPECT_TRUE(runtimeAlive);
-    const Names errors = RegistryErrors();
+    const Names errors = GetLogTexts(LOG_ERROR);
     ASSERT_EQ(2u, errors.size());
     EXPECT_EQ(0u, errors[0].find("g_nNodeAmount:")) << errors[0];
     EXPECT_EQ(nullptr, GetRenderSystem());
