@@ -1,6 +1,5 @@
-// Making the device on the main window (present parameters, vertex processing,
-// multisampling, failures, the frame bracket) and the capability record with the
-// shader gate and vertex texture fallback that choose DX9C or DX9A.
+// Making the device on the main window (present parameters, vertex processing, multisampling, failures, the
+// frame bracket) and the capability record with the shader gate and vertex texture fallback that choose DX9C or DX9A.
 #include "KvDeviceTest.h"
 
 #include <tuple>
@@ -48,8 +47,7 @@ struct DeviceTest : KvDeviceTest
             s = Join(s, Call("D3D9_CheckDeviceMultiSampleType", 0, D3DDEVTYPE_HAL, D3DFMT_X8R8G8B8, 1, n));
         return s;
     }
-    // The mode chosen: the global, the record's name, and the info lines after
-    // the six of the adapter report.
+    // The mode chosen: the global, the record's name, and the info lines after the six of the adapter report.
     std::string Mode()
     {
         std::vector<std::string> info = Texts(LOG_INFO);
@@ -77,7 +75,7 @@ void SetShaderVersions(uint32_t vs, uint32_t ps)
     ASSERT_TRUE(kvproxy::SetCap(KV_PROXY_CAP(PixelShaderVersion), ps));
 }
 
-TEST_F(DeviceTest, InitMakesTheDeviceOnTheWindowAndReportsTheAdapter)
+TEST_F(DeviceTest, InitMakesTheDeviceOnTheWindowReportsTheAdapterAndChoosesTheSamples)
 {
     ASSERT_TRUE(Init());
     EXPECT_EQ("AdapterCount:1", Texts(LOG_INFO).at(0));
@@ -106,16 +104,8 @@ TEST_F(DeviceTest, InitMakesTheDeviceOnTheWindowAndReportsTheAdapter)
     EXPECT_EQ(Call("D3D9_CreateDevice", 0, D3DDEVTYPE_HAL, kvproxy::PtrArg(hWnd), D3DCREATE_SOFTWARE_VERTEXPROCESSING),
               Trace(mark, {Method::D3D9_CreateDevice}, 4));
 
-    // The destructor releases the device for good, then the runtime, which the device held.
-    mark = kvproxy::Here();
-    delete rs;
-    rs = nullptr;
-    EXPECT_TRUE(kvproxy::ResultsAre(mark, Method::Release, {0}) &&
-                kvproxy::ResultsAre(mark, Method::D3D9_Release, {0}));
-}
-
-TEST_F(DeviceTest, MultisamplingFallsToTheHighestCountTheDeviceTakes)
-{
+    // Multisampling falls to the highest count the device takes.
+    Again();
     kvproxy::FailMultiSampleAbove(4);
     ASSERT_TRUE(Init(false, 8));
     EXPECT_EQ(Trace(mark, {Method::D3D9_CheckDeviceMultiSampleType}, 5), SamplesAsked({8, 7, 6, 5, 4}));
@@ -138,6 +128,13 @@ TEST_F(DeviceTest, MultisamplingFallsToTheHighestCountTheDeviceTakes)
               Errors());
     EXPECT_TRUE(Calls(Method::D3D9_CheckDeviceMultiSampleType).empty());
     EXPECT_EQ("(320,240,22,1,0,0,1,1,1,75,0,0,2147483648,1)", PresentedBy(Method::D3D9_CreateDevice));
+
+    // The destructor releases the device for good, then the runtime, which the device held.
+    mark = kvproxy::Here();
+    delete rs;
+    rs = nullptr;
+    EXPECT_TRUE(kvproxy::ResultsAre(mark, Method::Release, {0}) &&
+                kvproxy::ResultsAre(mark, Method::D3D9_Release, {0}));
 }
 
 TEST_F(DeviceTest, CreateDeviceHasASecondChanceAFailedInitNamesItsStepAndFramesNest)
@@ -196,8 +193,6 @@ TEST_F(DeviceTest, CreateDeviceHasASecondChanceAFailedInitNamesItsStepAndFramesN
     rs->_endFrame();
 }
 
-// ---- the capability record
-
 TEST_F(DeviceTest, TheRecordOfACapableCardAndItsTimerQuery)
 {
     D3DADAPTER_IDENTIFIER9 id = {};
@@ -214,8 +209,7 @@ TEST_F(DeviceTest, TheRecordOfACapableCardAndItsTimerQuery)
     ASSERT_TRUE(Init());
 
     const CDeviceCapabilities& c = Caps();
-    // Wine's own vendor id is 0x10DE; Wine answers every format question with
-    // D3D_OK; every x86-64 processor has SSE2.
+    // Wine's own vendor id is 0x10DE; Wine answers every format question with D3D_OK; x86-64 has SSE2.
     EXPECT_EQ(Call("", GPU_NVIDIA, 8, 0x11, 0xC, 0x1234, 4, 64, 0x2000, 0x2000, 0x2000, PF_D24S8, PF_NULL),
               Call("", c.m_eVendor, c.m_nDriverProduct, c.m_nDriverVersion, c.m_nDriverSubVersion, c.m_nDriverBuild,
                    c.m_nNumMultiRenderTargets, c.m_fMaxPointSize, c.m_nMaxTextureSize[0], c.m_nMaxTextureSize[1],
@@ -282,8 +276,7 @@ TEST_F(DeviceTest, TheShaderGateAndTheVertexTexturesChooseTheMode)
         EXPECT_TRUE(Errors().empty() && Caps().m_bVertexTextureFetch);
     }
 
-    // Below shader model two the system refuses to start; nothing behind the
-    // gate ran, and the device stays for the destructor.
+    // Below shader model two the system refuses to start; nothing behind the gate ran; the device stays.
     for (const uint32_t vs : {D3DVS_VERSION(2, 0), D3DVS_VERSION(1, 1)})
     {
         Again();

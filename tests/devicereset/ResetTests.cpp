@@ -1,6 +1,5 @@
-// When a lost device is reset or waits, the order of a reset's steps as a probe
-// resource sees them, the pixels of both buffer pools after it, and the
-// explanations of a refused switch to full screen.
+// When a lost device is reset or waits, the order of a reset's steps as a probe resource sees them,
+// the pixels of both buffer pools after it, and the explanations of a refused switch to full screen.
 #include "KvDeviceTest.h"
 
 #include "D3D9Resource.h"
@@ -14,8 +13,8 @@ using kvproxy::Method;
 namespace
 {
 
-// Counts the registry's notifications and notes, at each, how far the device's
-// trace and the log had got: that tells the order of a reset's steps.
+// Counts the registry's notifications and notes, at each, how far the device's trace and the log had got:
+// that tells the order of a reset's steps.
 struct ProbeResource : CD3D9Resource
 {
     void notifyOnDeviceLost() override
@@ -81,9 +80,8 @@ struct ResetTest : KvDeviceTest
     // The default-pool buffer of the scene.
     IDirect3DVertexBuffer9* DynamicNative() { return D3D(dynamic.get())->m_pD3D9VertexBuffer; }
 
-    // The quads: red on the left from a managed buffer, green on the right from
-    // a dynamic, discardable one in the default pool; the indices of both in
-    // the default pool too.
+    // The quads: red on the left from a managed buffer, green on the right from a dynamic, discardable
+    // one in the default pool; the indices of both in the default pool too.
     void MakeScene()
     {
         const unsigned streaming =
@@ -94,14 +92,13 @@ struct ResetTest : KvDeviceTest
         dynamic = VertexBuffer(greenQuad, streaming);
         indices = IndexBuffer16(kQuadIndices, streaming);
         ASSERT_TRUE(declaration && managed && dynamic && indices);
-        ASSERT_EQ(D3DPOOL_MANAGED, D3D(managed.get())->m_d3dDesc.Pool);
-        ASSERT_EQ(D3DPOOL_DEFAULT, D3D(dynamic.get())->m_d3dDesc.Pool);
-        ASSERT_EQ(D3DPOOL_DEFAULT, D3D(indices.get())->m_d3dDesc.Pool);
+        ASSERT_EQ(Call("", D3DPOOL_MANAGED, D3DPOOL_DEFAULT, D3DPOOL_DEFAULT),
+                  Call("", D3D(managed.get())->m_d3dDesc.Pool, D3D(dynamic.get())->m_d3dDesc.Pool,
+                       D3D(indices.get())->m_d3dDesc.Pool));
     }
 
-    // The default-pool buffers' content does not outlive a reset: their owner
-    // writes it again; then both quads are drawn and checked on a back buffer
-    // of this size: red left, green right, the clear colour between.
+    // The default-pool buffers' content does not outlive a reset: their owner writes it again; then both
+    // quads are drawn and checked on a back buffer of this size: red left, green right, the clear colour between.
     void RefillDrawAndCheckScene(unsigned width, unsigned height)
     {
         dynamic->WriteData(0, dynamic->mSizeInBytes, greenQuad.data(), true);
@@ -122,9 +119,8 @@ struct ResetTest : KvDeviceTest
         std::vector<uint32_t> pixels = ReadBackBuffer(&w);
         ASSERT_EQ(Call("", width, width * height), Call("", w, pixels.size()));
         auto at = [&](double fx, double fy) { return pixels[unsigned(fy * height) * w + unsigned(fx * w)]; };
-        // Clip x -0.75..-0.25 is an eighth to three eighths across, 0.25..0.75
-        // five to seven eighths; y -0.5..0.5 the middle half. Red from the
-        // managed buffer, green from the default pool.
+        // Clip x -0.75..-0.25 is an eighth to three eighths across, 0.25..0.75 five to seven eighths;
+        // y -0.5..0.5 the middle half. Red from the managed buffer, green from the default pool.
         EXPECT_EQ((std::vector<uint32_t>{kRed, kRed, kGreen, kGreen, kClear, kClear, kClear}),
                   (std::vector<uint32_t>{at(0.25, 0.5), at(0.17, 0.3), at(0.75, 0.5), at(0.82, 0.7), at(0.5, 0.5),
                                          at(0.25, 0.1), at(0.75, 0.9)}));
@@ -175,8 +171,7 @@ TEST_F(ResetTest, ALostDeviceWaitsForTheFrameToEndARefusedResetIsTriedAgainAndSt
     EXPECT_EQ("(0,0,0)", Told());
     rs->_endFrame();
 
-    // A refused reset leaves every default-pool object released, and a windowed one
-    // explains nothing beyond its warning.
+    // A refused reset leaves every default-pool object released; a windowed one explains nothing beyond its warning.
     kvproxy::FailMethod(Method::Reset, D3DERR_DEVICELOST, 2);
     EXPECT_FALSE(rs->IsDeviceAvailable() || rs->IsDeviceAvailable());
     EXPECT_EQ("(2,0,0)", Told());
@@ -267,8 +262,7 @@ TEST_F(ResetTest, PresentParametersOfEachReset)
     EXPECT_EQ(0u, kvproxy::CountSince(from, Method::Reset));
 }
 
-// The switches to full screen are refused through the recording d3d9, so the
-// real device never takes the shared display.
+// The switches to full screen are refused through the recording d3d9: the real device never takes the display.
 TEST_F(ResetTest, FullScreenNeedsATopmostTopLevelWindow)
 {
     kvproxy::FailMethod(Method::Reset, D3DERR_INVALIDCALL, 2);

@@ -1,9 +1,7 @@
-// The translations between the engine's enumerations and Direct3D's. Every
-// expected Direct3D value is written as the number Direct3D documents, not as
-// the header's named constant, so a wrong constant in the header fails as
-// surely as a wrong row. Each row lists the answers for a run of engine values,
-// one past the last known value and -1 included, which shows the fallbacks. The
-// capability rules take caps of every bit set but the one under test; the
+// The translations between the engine's enumerations and Direct3D's. Every expected Direct3D value is written as
+// the number Direct3D documents, not as the header's named constant, so a wrong constant in the header fails as surely
+// as a wrong row. Each row lists the answers for a run of engine values, one past the last known value and -1
+// included, which shows the fallbacks. The capability rules take caps of every bit set but the one under test; the
 // capability bits are numbers here for the same reason.
 #include "D3D9Mappings.h"
 

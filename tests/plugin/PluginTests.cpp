@@ -1,8 +1,6 @@
-// The render system object before a device (the entry point, the state cache
-// reset, the format questions, the error reports) and the engine stand-in's own
-// members that the plug-in builds on: the log capture, the window registry behind
-// CRenderSystem::Reset, Destroy, and the compile thread with its queue, shader
-// cache and cache files.
+// The render system object before a device (the entry point, the state cache reset, the format questions, the
+// error reports) and the engine stand-in's own members that the plug-in builds on: the log capture, the window
+// registry behind CRenderSystem::Reset, Destroy, and the compile thread with its queue, shader cache and cache files.
 #include "D3D9RenderSystem.h"
 #include "D3D9ShaderConstants.h"
 #include "StandInTarget.h"
@@ -18,9 +16,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 using namespace kv;
@@ -210,25 +208,16 @@ TEST(EngineRenderSystem, WindowsResetDestroyAndBoundTargets)
     EXPECT_EQ(nullptr, rs->_getViewport().getTarget());
 }
 
-// Compiles by rule: a record whose macro text is "fail" fails.
-class RuleCompileThread : public CGpuProgramCompileThread
+// Compiles by rule: a record whose macro text is "fail" fails. The order is read
+// once the thread has ended.
+struct RuleCompileThread : CGpuProgramCompileThread
 {
-public:
     bool CompileShader(ShaderAsyncInfo* info) override
     {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_order.push_back(info);
+        order.push_back(info);
         return info->m_strMacro != "fail";
     }
-    std::vector<ShaderAsyncInfo*> Order()
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_order;
-    }
-
-private:
-    std::mutex m_mutex;
-    std::vector<ShaderAsyncInfo*> m_order;
+    std::vector<ShaderAsyncInfo*> order;
 };
 
 TEST(CompileThread, CompilesInQueueOrderAndShutdownFailsTheRest)
@@ -250,18 +239,18 @@ TEST(CompileThread, CompilesInQueueOrderAndShutdownFailsTheRest)
     const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (infos[4]->m_nState.load() == VARIANT_QUEUED && std::chrono::steady_clock::now() < until)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    thread.Shutdown();
+    EXPECT_FALSE(thread.IsRunning());
     std::vector<int> states;
     for (const auto& info : infos)
-        states.push_back(info->m_nState.load(std::memory_order_acquire));
+        states.push_back(info->m_nState.load());
     EXPECT_EQ(
         (std::vector<int>{VARIANT_COMPILED, VARIANT_COMPILED, VARIANT_FAILED, VARIANT_COMPILED, VARIANT_COMPILED}),
         states);
     std::vector<ShaderAsyncInfo*> expected;
     for (const auto& info : infos)
         expected.push_back(info.get());
-    EXPECT_EQ(expected, thread.Order());
-    thread.Shutdown();
-    EXPECT_FALSE(thread.IsRunning());
+    EXPECT_EQ(expected, thread.order);
 
     RuleCompileThread idle; // never started: nothing will compile
     ShaderAsyncInfo a(nullptr), b(nullptr);
@@ -273,7 +262,7 @@ TEST(CompileThread, CompilesInQueueOrderAndShutdownFailsTheRest)
     idle.Shutdown();
     EXPECT_EQ((std::vector<int>{VARIANT_FAILED, VARIANT_FAILED}), (std::vector<int>{a.m_nState, b.m_nState}));
     EXPECT_EQ(0u, idle.GetQueueLength());
-    EXPECT_TRUE(idle.Order().empty());
+    EXPECT_TRUE(idle.order.empty());
 }
 
 TEST(ArchiveManager, CacheFilesGoIntoNewFolders)
@@ -285,12 +274,8 @@ TEST(ArchiveManager, CacheFilesGoIntoNewFolders)
     const char text[] = "error X3000";
     EXPECT_TRUE(GetArchiveMananger()->WriteCacheFile("dumps/water_vs.txt", text, sizeof(text) - 1));
     EXPECT_EQ("dumps/water_vs.txt", GetArchiveMananger()->GetLastWrittenName());
-    FILE* f = std::fopen((root + "/dumps/water_vs.txt").c_str(), "rb");
-    ASSERT_NE(nullptr, f);
-    char back[32] = {};
-    EXPECT_EQ(sizeof(text) - 1, std::fread(back, 1, sizeof(back), f));
-    std::fclose(f);
-    EXPECT_STREQ(text, back);
+    std::ifstream written(root + "/dumps/water_vs.txt", std::ios::binary);
+    EXPECT_EQ(text, std::string(std::istreambuf_iterator<char>(written), {}));
     EXPECT_FALSE(GetArchiveMananger()->WriteCacheFile("", text, 1));
     EXPECT_FALSE(GetArchiveMananger()->WriteCacheFile("x.txt", nullptr, 4));
     GetArchiveMananger()->SetCacheRoot("cache");

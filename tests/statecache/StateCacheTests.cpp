@@ -1,6 +1,5 @@
-// The render system's state shadows on Wine's Direct3D 9 through the recording
-// d3d9.dll: which calls reach the device with which values, and which are
-// spared.
+// The render system's state shadows on Wine's Direct3D 9 through the recording d3d9.dll: which calls reach the
+// device with which values, and which are spared.
 #include "KvDeviceTest.h"
 
 #include "D3D9Texture.h"
@@ -33,9 +32,8 @@ std::string Samplers(V... parts)
     return s;
 }
 
-// The device as Init leaves it, its shadows unknown, with the capabilities that
-// hold states back granted. Restart makes the device again, after the test has
-// changed the capabilities the proxy reports.
+// The device as Init leaves it, its shadows unknown, with the capabilities that hold states back granted.
+// Restart makes the device again, after the test has changed the capabilities the proxy reports.
 struct StateCache : KvDeviceTest
 {
     void SetUp() override
@@ -66,7 +64,7 @@ struct StateCache : KvDeviceTest
     }
 };
 
-TEST_F(StateCache, FirstSetsReachTheDeviceAndRepeatsMakeNoCallTillAReset)
+TEST_F(StateCache, FirstSetsReachTheDeviceRepeatsMakeNoCallTillAResetAndStencilSidesTakeOppositeIncrements)
 {
     const CColour colour(1.0f, 0.5f, 0.0f, 1.0f);
     auto setAll = [&] {
@@ -112,11 +110,8 @@ TEST_F(StateCache, FirstSetsReachTheDeviceAndRepeatsMakeNoCallTillAReset)
     rs->SetStencilEnabled(true);
     rs->SetStencilEnabled(false);
     EXPECT_EQ(States(D3DRS_STENCILENABLE, 0), Sent());
-}
 
-TEST_F(StateCache, StencilSidesTakeOppositeIncrementsAndWindingReversesCulling)
-{
-    // One-sided: the winding flag changes nothing.
+    // One-sided stencil: the winding flag changes nothing.
     rs->SetInvertVertexWinding(true);
     rs->SetStencilState(CMPF_EQUAL, 7, 0xF0, 0x0F, SOP_INCREMENT, SOP_DECREMENT_WRAP, SOP_REPLACE, false);
     EXPECT_EQ(States(D3DRS_TWOSIDEDSTENCILMODE, 0, D3DRS_STENCILFUNC, D3DCMP_EQUAL, D3DRS_STENCILREF, 7,
@@ -143,7 +138,7 @@ TEST_F(StateCache, StencilSidesTakeOppositeIncrementsAndWindingReversesCulling)
     EXPECT_EQ(CD3D9RenderSystem::kUnknownState, d3d->m_renderStates[D3DRS_CCW_STENCILFUNC]);
 }
 
-TEST_F(StateCache, ViewingModesOverrideBlendingAndDepthWrites)
+TEST_F(StateCache, ViewingModesOverrideBlendingAndDepthWritesClipPlanesNullTexturesAndRefusedSets)
 {
     // Solid: replacing is no blend whatever the operation; colour replace with an
     // alpha blend is still a blend.
@@ -190,6 +185,54 @@ TEST_F(StateCache, ViewingModesOverrideBlendingAndDepthWrites)
         EXPECT_EQ(States(D3DRS_ALPHABLENDENABLE, 0, D3DRS_ZWRITEENABLE, 1), Sent()) << mode;
         EXPECT_FALSE(rs->_isDepthBufferCleared()) << mode;
     }
+
+    // The enable bits are read from the device: other planes' bits may have been
+    // set behind the cache. The plane itself goes out every time.
+    ASSERT_EQ(D3D_OK, device->SetRenderState(D3DRS_CLIPPLANEENABLE, 1));
+    mark = kvproxy::Here();
+    rs->EnableClipPlane(1, true);
+    rs->EnableClipPlane(0, false);
+    rs->SetClipPlane(1, 0.0f, 1.0f, 0.0f, -2.0f);
+    rs->SetClipPlane(1, 0.0f, 1.0f, 0.0f, -2.0f);
+    EXPECT_EQ(Join(Call("GetRenderState", D3DRS_CLIPPLANEENABLE), Call("SetRenderState", D3DRS_CLIPPLANEENABLE),
+                   Call("GetRenderState", D3DRS_CLIPPLANEENABLE), Call("SetRenderState", D3DRS_CLIPPLANEENABLE),
+                   Call("SetClipPlane", 1), Call("SetClipPlane", 1)),
+              Trace(mark, {}, 1));
+    EXPECT_EQ(States(D3DRS_CLIPPLANEENABLE, 3, D3DRS_CLIPPLANEENABLE, 2), Sent({Method::SetRenderState}));
+    // A plane index beyond the 32 bits of the state is refused before the device.
+    rs->EnableClipPlane(32, true);
+    EXPECT_EQ("", Sent());
+    EXPECT_EQ(std::vector<std::string>{"EnableClipPlane: clip plane 32 does not exist"}, Errors());
+    ClearLog();
+
+    // Null textures bind once and touch no sampler; units 0 to 15 in rising
+    // order, where unit 2 already holds null; a unit past the shadow is refused.
+    rs->SetTexture(2, nullptr, SamplerState::S_2LINEAR_2CLAMP);
+    rs->SetTexture(2, nullptr, SamplerState::S_2LINEAR_2CLAMP);
+    EXPECT_EQ(Call("SetTexture", 2, 0), Sent());
+    rs->_disableTextureUnits();
+    std::string units;
+    for (unsigned u = 0; u < 16; ++u)
+        units = u == 2 ? units : Join(units, Call("SetTexture", u, 0));
+    EXPECT_EQ(units, Sent());
+    rs->SetTexture(261, nullptr, SamplerState::S_2LINEAR_2CLAMP);
+    EXPECT_EQ("", Sent());
+    EXPECT_EQ(std::vector<std::string>{"SetTexture: sampler 261 does not exist"}, Errors());
+    ClearLog();
+
+    // A refused set is logged; the shadow took the value, so it is not retried.
+    kvproxy::FailMethod(Method::SetRenderState, D3DERR_INVALIDCALL, 1);
+    kvproxy::FailMethod(Method::SetSamplerState, D3DERR_INVALIDCALL, 1);
+    rs->SetDepthCheckEnabled(true);
+    rs->_setTextureLayerAnisotropy(0, 1);
+    EXPECT_EQ((std::vector<std::string>{VerifyLine(D3DERR_INVALIDCALL, "Failed to SetRenderState"),
+                                        VerifyLine(D3DERR_INVALIDCALL, "Failed to SetSamplerState")}),
+              Errors());
+    EXPECT_TRUE(rs->GetDepthCheckEnabled());
+    mark = kvproxy::Here();
+    rs->SetDepthCheckEnabled(true);
+    rs->_setTextureLayerAnisotropy(0, 1);
+    EXPECT_EQ("", Sent());
 }
 
 TEST_F(StateCache, CapabilitiesHoldStatesBack)
@@ -292,57 +335,6 @@ TEST_F(StateCache, CapabilitiesHoldStatesBack)
     rs->GetScissorRect(&got);
     EXPECT_EQ((std::vector<LONG>{1, 2, 30, 40}), (std::vector<LONG>{got.left, got.top, got.right, got.bottom}));
     rs->SetScissorRect(&scissor);
-    EXPECT_EQ("", Sent());
-}
-
-TEST_F(StateCache, ClipPlanesTexturesAndFailures)
-{
-    // The enable bits are read from the device: other planes' bits may have been
-    // set behind the cache. The plane itself goes out every time.
-    ASSERT_EQ(D3D_OK, device->SetRenderState(D3DRS_CLIPPLANEENABLE, 1));
-    mark = kvproxy::Here();
-    rs->EnableClipPlane(1, true);
-    rs->EnableClipPlane(0, false);
-    rs->SetClipPlane(1, 0.0f, 1.0f, 0.0f, -2.0f);
-    rs->SetClipPlane(1, 0.0f, 1.0f, 0.0f, -2.0f);
-    EXPECT_EQ(Join(Call("GetRenderState", D3DRS_CLIPPLANEENABLE), Call("SetRenderState", D3DRS_CLIPPLANEENABLE),
-                   Call("GetRenderState", D3DRS_CLIPPLANEENABLE), Call("SetRenderState", D3DRS_CLIPPLANEENABLE),
-                   Call("SetClipPlane", 1), Call("SetClipPlane", 1)),
-              Trace(mark, {}, 1));
-    EXPECT_EQ(States(D3DRS_CLIPPLANEENABLE, 3, D3DRS_CLIPPLANEENABLE, 2), Sent({Method::SetRenderState}));
-    // A plane index beyond the 32 bits of the state is refused before the device.
-    rs->EnableClipPlane(32, true);
-    EXPECT_EQ("", Sent());
-    EXPECT_EQ(std::vector<std::string>{"EnableClipPlane: clip plane 32 does not exist"}, Errors());
-    ClearLog();
-
-    // Null textures bind once and touch no sampler; units 0 to 15 in rising
-    // order, where unit 2 already holds null; a unit past the shadow is refused.
-    rs->SetTexture(2, nullptr, SamplerState::S_2LINEAR_2CLAMP);
-    rs->SetTexture(2, nullptr, SamplerState::S_2LINEAR_2CLAMP);
-    EXPECT_EQ(Call("SetTexture", 2, 0), Sent());
-    rs->_disableTextureUnits();
-    std::string units;
-    for (unsigned u = 0; u < 16; ++u)
-        units = u == 2 ? units : Join(units, Call("SetTexture", u, 0));
-    EXPECT_EQ(units, Sent());
-    rs->SetTexture(261, nullptr, SamplerState::S_2LINEAR_2CLAMP);
-    EXPECT_EQ("", Sent());
-    EXPECT_EQ(std::vector<std::string>{"SetTexture: sampler 261 does not exist"}, Errors());
-    ClearLog();
-
-    // A refused set is logged; the shadow took the value, so it is not retried.
-    kvproxy::FailMethod(Method::SetRenderState, D3DERR_INVALIDCALL, 1);
-    kvproxy::FailMethod(Method::SetSamplerState, D3DERR_INVALIDCALL, 1);
-    rs->SetDepthCheckEnabled(true);
-    rs->_setTextureLayerAnisotropy(0, 1);
-    EXPECT_EQ((std::vector<std::string>{VerifyLine(D3DERR_INVALIDCALL, "Failed to SetRenderState"),
-                                        VerifyLine(D3DERR_INVALIDCALL, "Failed to SetSamplerState")}),
-              Errors());
-    EXPECT_TRUE(rs->GetDepthCheckEnabled());
-    mark = kvproxy::Here();
-    rs->SetDepthCheckEnabled(true);
-    rs->_setTextureLayerAnisotropy(0, 1);
     EXPECT_EQ("", Sent());
 }
 

@@ -149,11 +149,6 @@ HWND KvDeviceTest::MakeWindow(unsigned width, unsigned height, DWORD style, HWND
     return w;
 }
 
-CD3D9RenderWindow* KvDeviceTest::MainWindow() const
-{
-    return dynamic_cast<CD3D9RenderWindow*>(rs->m_pMainWindow.get());
-}
-
 std::string KvDeviceTest::Describe(const D3DPRESENT_PARAMETERS& pp) const
 {
     return Call("", pp.BackBufferWidth, pp.BackBufferHeight, pp.BackBufferFormat, pp.BackBufferCount,

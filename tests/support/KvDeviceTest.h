@@ -1,6 +1,5 @@
-// The start every device suite shares (the recording d3d9.dll, the engine's log
-// and globals as a process starts them, a window and a render system on it, Init
-// run by SetUp unless a suite starts it itself) and what a test reads back.
+// The start every device suite shares (the recording d3d9.dll, the engine's log and globals as a process starts
+// them, a window and a render system on it, Init run by SetUp unless a suite starts it itself) and what a test reads.
 #pragma once
 
 #include "D3D9HardwareIndexBuffer.h"
@@ -106,7 +105,7 @@ protected:
     // A top-level window of this client size, destroyed by TearDown.
     HWND MakeWindow(unsigned width, unsigned height, DWORD style = WS_OVERLAPPEDWINDOW, HWND parent = nullptr,
                     DWORD exStyle = 0);
-    kv::CD3D9RenderWindow* MainWindow() const;
+    kv::CD3D9RenderWindow* MainWindow() const { return dynamic_cast<kv::CD3D9RenderWindow*>(rs->m_pMainWindow.get()); }
     // The calls of one method since the mark.
     std::vector<KvProxyCall> Calls(kvproxy::Method m) const { return kvproxy::CallsSince(mark, m); }
     // Present parameters as one word: size, format, buffers, samples and quality, swap, windowed, auto depth
@@ -132,14 +131,8 @@ protected:
     // A frame begun on a back buffer cleared to kClear.
     void BeginClearedFrame();
 
-    static kv::CD3D9HardwareVertexBuffer* D3D(kv::CHardwareVertexBuffer* b)
-    {
-        return static_cast<kv::CD3D9HardwareVertexBuffer*>(b);
-    }
-    static kv::CD3D9HardwareIndexBuffer* D3D(kv::CHardwareIndexBuffer* b)
-    {
-        return static_cast<kv::CD3D9HardwareIndexBuffer*>(b);
-    }
+    static auto* D3D(kv::CHardwareVertexBuffer* b) { return static_cast<kv::CD3D9HardwareVertexBuffer*>(b); }
+    static auto* D3D(kv::CHardwareIndexBuffer* b) { return static_cast<kv::CD3D9HardwareIndexBuffer*>(b); }
     static IDirect3DVertexDeclaration9* Native(kv::CVertexDeclaration* d)
     {
         return static_cast<kv::CD3D9VertexDeclaration*>(d)->m_pD3D9VertexDeclaration;
