@@ -11,11 +11,9 @@ using namespace kvtest;
 namespace
 {
 
-const uint32_t kNull = MAKEFOURCC('N', 'U', 'L', 'L');
 const char kDX9AShader[] = "Change into D3D9A as shader version < 3.0";
 const char kDX9AVertexTexture[] = "Change into D3D9A as VS Texture PF_FLOAT32_R && PF_FLOAT32_RGBA not supported";
 const char kDX9C[] = "D3D9RenderSystem(DX9C)";
-const char kDX9A[] = "D3D9RenderSystem(DX9A)";
 
 struct DeviceTest : KvDeviceTest
 {
@@ -244,7 +242,7 @@ TEST_F(DeviceTest, TheRecordOfAPoorCard)
     kvproxy::ClearCapBits(KV_PROXY_CAP(RasterCaps), D3DPRASTERCAPS_MIPMAPLODBIAS);
     kvproxy::SetCap(KV_PROXY_CAP(MaxTextureWidth), 2048);
     kvproxy::FailCheckDeviceFormat(D3DFMT_D24S8, D3DUSAGE_DEPTHSTENCIL);
-    kvproxy::FailCheckDeviceFormat(static_cast<D3DFORMAT>(kNull), D3DUSAGE_RENDERTARGET);
+    kvproxy::FailCheckDeviceFormat(static_cast<D3DFORMAT>(MAKEFOURCC('N', 'U', 'L', 'L')), D3DUSAGE_RENDERTARGET);
     kvproxy::FailCheckDeviceFormat(D3DFMT_A8R8G8B8, D3DUSAGE_QUERY_SRGBWRITE);
     kvproxy::FailCreateQuery(D3DQUERYTYPE_TIMESTAMP);
     const float defaultPointSize = Caps().m_fMaxPointSize; // only ever lowered
@@ -261,7 +259,7 @@ TEST_F(DeviceTest, TheRecordOfAPoorCard)
 
 TEST_F(DeviceTest, TheShaderGateAndTheVertexTexturesChooseTheMode)
 {
-    const std::string dx9a = std::string("DX9A ") + kDX9A + " | ";
+    const std::string dx9a = "DX9A D3D9RenderSystem(DX9A) | ";
     const std::tuple<uint32_t, uint32_t, std::string> cases[] = {
         {D3DVS_VERSION(3, 0), D3DPS_VERSION(3, 0), std::string("DX9C ") + kDX9C},
         {D3DVS_VERSION(3, 0), D3DPS_VERSION(2, 0), dx9a + kDX9AShader},

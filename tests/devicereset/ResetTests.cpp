@@ -13,8 +13,7 @@ using kvproxy::Method;
 namespace
 {
 
-// Counts the registry's notifications and notes, at each, how far the device's trace and the log had got:
-// that tells the order of a reset's steps.
+// Counts the registry's notifications and notes at each how far the trace and the log had got: the steps' order.
 struct ProbeResource : CD3D9Resource
 {
     void notifyOnDeviceLost() override
