@@ -18,7 +18,7 @@ std::string States(V... parts)
 {
     const uint64_t v[] = {static_cast<uint64_t>(parts)...};
     std::string s;
-    for (size_t i = 0; i < sizeof...(parts); i += 2)
+    for (size_t i = 0; i + 1 < sizeof...(parts); i += 2)
         s = Join(s, Call("SetRenderState", v[i], v[i + 1]));
     return s;
 }
@@ -27,7 +27,7 @@ std::string Samplers(V... parts)
 {
     const uint64_t v[] = {static_cast<uint64_t>(parts)...};
     std::string s;
-    for (size_t i = 0; i < sizeof...(parts); i += 3)
+    for (size_t i = 0; i + 2 < sizeof...(parts); i += 3)
         s = Join(s, Call("SetSamplerState", v[i], v[i + 1], v[i + 2]));
     return s;
 }
