@@ -1,9 +1,8 @@
-// Making the device on the main window (present parameters, vertex processing,
-// multisampling, failures, the frame bracket) and the capability record with the
-// shader gate and vertex texture fallback that choose DX9C or DX9A.
+// Making the device on the main window (present parameters, vertex processing, multisampling, failures, the
+// frame bracket) and the capability record with the shader gate and vertex texture fallback that choose DX9C or DX9A.
 #include "KvDeviceTest.h"
 
-#include <algorithm>
+#include <tuple>
 
 using kvproxy::Method;
 using namespace kv;
@@ -12,11 +11,9 @@ using namespace kvtest;
 namespace
 {
 
-const uint32_t kNull = MAKEFOURCC('N', 'U', 'L', 'L');
 const char kDX9AShader[] = "Change into D3D9A as shader version < 3.0";
 const char kDX9AVertexTexture[] = "Change into D3D9A as VS Texture PF_FLOAT32_R && PF_FLOAT32_RGBA not supported";
 const char kDX9C[] = "D3D9RenderSystem(DX9C)";
-const char kDX9A[] = "D3D9RenderSystem(DX9A)";
 
 struct DeviceTest : KvDeviceTest
 {
@@ -33,23 +30,6 @@ struct DeviceTest : KvDeviceTest
     }
     CDeviceCapabilities& Caps() { return *rs->m_pCapabilities; }
 
-    // The fields of present parameters a test compares: size, format, buffers, samples and quality, swap,
-    // windowed, auto depth and its format, flags, rate, interval, and whether on the main window.
-    std::string Describe(const D3DPRESENT_PARAMETERS& pp) const
-    {
-        return Call("", pp.BackBufferWidth, pp.BackBufferHeight, pp.BackBufferFormat, pp.BackBufferCount,
-                    pp.MultiSampleType, pp.MultiSampleQuality, pp.SwapEffect, pp.Windowed, pp.EnableAutoDepthStencil,
-                    pp.AutoDepthStencilFormat, pp.Flags, pp.FullScreen_RefreshRateInHz, pp.PresentationInterval,
-                    pp.hDeviceWindow == hWnd);
-    }
-    // Those of the last CreateDevice since Init began.
-    std::string CreatedWith() const
-    {
-        D3DPRESENT_PARAMETERS pp = {};
-        std::vector<KvProxyCall> creates = Calls(Method::D3D9_CreateDevice);
-        EXPECT_TRUE(!creates.empty() && kvproxy::PresentParametersOf(creates.back(), &pp)) << "no CreateDevice";
-        return Describe(pp);
-    }
     // The calls of `m` before the first CreateDevice since Init began, as Trace writes them.
     std::string BeforeCreate(Method m, unsigned args) const
     {
@@ -65,8 +45,7 @@ struct DeviceTest : KvDeviceTest
             s = Join(s, Call("D3D9_CheckDeviceMultiSampleType", 0, D3DDEVTYPE_HAL, D3DFMT_X8R8G8B8, 1, n));
         return s;
     }
-    // The mode chosen: the global, the record's name, and the info lines after
-    // the six of the adapter report.
+    // The mode chosen: the global, the record's name, and the info lines after the six of the adapter report.
     std::string Mode()
     {
         std::vector<std::string> info = Texts(LOG_INFO);
@@ -94,7 +73,7 @@ void SetShaderVersions(uint32_t vs, uint32_t ps)
     ASSERT_TRUE(kvproxy::SetCap(KV_PROXY_CAP(PixelShaderVersion), ps));
 }
 
-TEST_F(DeviceTest, InitMakesTheDeviceOnTheWindowAndReportsTheAdapter)
+TEST_F(DeviceTest, InitMakesTheDeviceOnTheWindowReportsTheAdapterAndChoosesTheSamples)
 {
     ASSERT_TRUE(Init());
     EXPECT_EQ("AdapterCount:1", Texts(LOG_INFO).at(0));
@@ -105,15 +84,15 @@ TEST_F(DeviceTest, InitMakesTheDeviceOnTheWindowAndReportsTheAdapter)
         BeforeCreate(Method::D3D9_CheckDepthStencilMatch, 5));
     EXPECT_EQ(Call("D3D9_CreateDevice", 0, D3DDEVTYPE_HAL, kvproxy::PtrArg(hWnd), D3DCREATE_HARDWARE_VERTEXPROCESSING),
               Trace(mark, {Method::D3D9_CreateDevice}, 4));
-    EXPECT_EQ("(320,240,22,1,0,0,1,1,1,75,0,0,2147483648,1)", CreatedWith());
+    EXPECT_EQ("(320,240,22,1,0,0,1,1,1,75,0,0,2147483648,1)", PresentedBy(Method::D3D9_CreateDevice));
 
     // The window keeps its own record.
-    EXPECT_EQ(CreatedWith(), Describe(MainWindow()->m_d3dpp));
+    EXPECT_EQ(PresentedBy(Method::D3D9_CreateDevice), Describe(MainWindow()->m_d3dpp));
 
     // Vsync doubles the back buffers of a windowed device.
     Again();
     ASSERT_TRUE(Init(true, 0));
-    EXPECT_EQ("(320,240,22,2,0,0,1,1,1,75,0,0,1,1)", CreatedWith());
+    EXPECT_EQ("(320,240,22,2,0,0,1,1,1,75,0,0,1,1)", PresentedBy(Method::D3D9_CreateDevice));
 
     // Without hardware transform the device processes vertices in software.
     Again();
@@ -123,25 +102,12 @@ TEST_F(DeviceTest, InitMakesTheDeviceOnTheWindowAndReportsTheAdapter)
     EXPECT_EQ(Call("D3D9_CreateDevice", 0, D3DDEVTYPE_HAL, kvproxy::PtrArg(hWnd), D3DCREATE_SOFTWARE_VERTEXPROCESSING),
               Trace(mark, {Method::D3D9_CreateDevice}, 4));
 
-    // The destructor releases the device and the runtime.
-    IDirect3D9* runtime = d3d->m_pD3D9;
-    IDirect3DDevice9* made = device;
-    runtime->AddRef();
-    made->AddRef();
-    delete rs;
-    rs = nullptr;
-    EXPECT_EQ(nullptr, GetRenderSystem());
-    // The device holds its runtime: it goes first.
-    const ULONG deviceLeft = made->Release();
-    EXPECT_EQ(Call("", 0, 0), Call("", deviceLeft, runtime->Release()));
-}
-
-TEST_F(DeviceTest, MultisamplingFallsToTheHighestCountTheDeviceTakes)
-{
+    // Multisampling falls to the highest count the device takes.
+    Again();
     kvproxy::FailMultiSampleAbove(4);
     ASSERT_TRUE(Init(false, 8));
     EXPECT_EQ(Trace(mark, {Method::D3D9_CheckDeviceMultiSampleType}, 5), SamplesAsked({8, 7, 6, 5, 4}));
-    EXPECT_EQ("(320,240,22,1,4,0,1,1,1,75,0,0,2147483648,1)", CreatedWith());
+    EXPECT_EQ("(320,240,22,1,4,0,1,1,1,75,0,0,2147483648,1)", PresentedBy(Method::D3D9_CreateDevice));
     EXPECT_TRUE(Errors().empty());
 
     // A refused single sample gives none, without asking for zero.
@@ -149,7 +115,7 @@ TEST_F(DeviceTest, MultisamplingFallsToTheHighestCountTheDeviceTakes)
     kvproxy::FailMultiSampleAbove(0);
     ASSERT_TRUE(Init(false, 1));
     EXPECT_EQ(Trace(mark, {Method::D3D9_CheckDeviceMultiSampleType}, 5), SamplesAsked({1}));
-    EXPECT_EQ("(320,240,22,1,0,0,1,1,1,75,0,0,2147483648,1)", CreatedWith());
+    EXPECT_EQ("(320,240,22,1,0,0,1,1,1,75,0,0,2147483648,1)", PresentedBy(Method::D3D9_CreateDevice));
 
     // Multisampling needs filtered stretches from textures, linear in both directions.
     Again();
@@ -159,16 +125,23 @@ TEST_F(DeviceTest, MultisamplingFallsToTheHighestCountTheDeviceTakes)
     EXPECT_EQ((std::vector<std::string>{"m_d3dcaps.Caps2 Cannot support D3DDEVCAPS2_CAN_STRETCHRECT_FROM_TEXTURES!!!"}),
               Errors());
     EXPECT_TRUE(Calls(Method::D3D9_CheckDeviceMultiSampleType).empty());
-    EXPECT_EQ("(320,240,22,1,0,0,1,1,1,75,0,0,2147483648,1)", CreatedWith());
+    EXPECT_EQ("(320,240,22,1,0,0,1,1,1,75,0,0,2147483648,1)", PresentedBy(Method::D3D9_CreateDevice));
+
+    // The destructor releases the device for good, then the runtime, which the device held.
+    mark = kvproxy::Here();
+    delete rs;
+    rs = nullptr;
+    EXPECT_TRUE(kvproxy::ResultsAre(mark, Method::Release, {0}) &&
+                kvproxy::ResultsAre(mark, Method::D3D9_Release, {0}));
 }
 
 TEST_F(DeviceTest, CreateDeviceHasASecondChanceAFailedInitNamesItsStepAndFramesNest)
 {
     kvproxy::FailMethod(Method::D3D9_CreateDevice, D3DERR_NOTAVAILABLE, 1);
     ASSERT_TRUE(Init());
-    std::vector<KvProxyCall> creates = Calls(Method::D3D9_CreateDevice);
-    ASSERT_EQ(2u, creates.size());
-    EXPECT_TRUE(std::equal(creates[0].args, creates[0].args + 4, creates[1].args)) << "the same call again";
+    const std::string create =
+        Call("D3D9_CreateDevice", 0, D3DDEVTYPE_HAL, kvproxy::PtrArg(hWnd), D3DCREATE_HARDWARE_VERTEXPROCESSING);
+    EXPECT_EQ(Join(create, create), Trace(mark, {Method::D3D9_CreateDevice}, 4)) << "the same call again";
     EXPECT_TRUE(kvproxy::ResultsAre(mark, Method::D3D9_CreateDevice, {D3DERR_NOTAVAILABLE, D3D_OK}));
     EXPECT_TRUE(Errors().empty());
     EXPECT_NE(nullptr, device);
@@ -218,8 +191,6 @@ TEST_F(DeviceTest, CreateDeviceHasASecondChanceAFailedInitNamesItsStepAndFramesN
     rs->_endFrame();
 }
 
-// ---- the capability record
-
 TEST_F(DeviceTest, TheRecordOfACapableCardAndItsTimerQuery)
 {
     D3DADAPTER_IDENTIFIER9 id = {};
@@ -236,8 +207,7 @@ TEST_F(DeviceTest, TheRecordOfACapableCardAndItsTimerQuery)
     ASSERT_TRUE(Init());
 
     const CDeviceCapabilities& c = Caps();
-    // Wine's own vendor id is 0x10DE; Wine answers every format question with
-    // D3D_OK; every x86-64 processor has SSE2.
+    // Wine's own vendor id is 0x10DE; Wine answers every format question with D3D_OK; x86-64 has SSE2.
     EXPECT_EQ(Call("", GPU_NVIDIA, 8, 0x11, 0xC, 0x1234, 4, 64, 0x2000, 0x2000, 0x2000, PF_D24S8, PF_NULL),
               Call("", c.m_eVendor, c.m_nDriverProduct, c.m_nDriverVersion, c.m_nDriverSubVersion, c.m_nDriverBuild,
                    c.m_nNumMultiRenderTargets, c.m_fMaxPointSize, c.m_nMaxTextureSize[0], c.m_nMaxTextureSize[1],
@@ -247,26 +217,19 @@ TEST_F(DeviceTest, TheRecordOfACapableCardAndItsTimerQuery)
     EXPECT_TRUE(Errors().empty());
 
     // Only "not available" counts the timer query as missing.
-    const struct
-    {
-        D3DQUERYTYPE type;
-        HRESULT hr;
-        bool available;
-    } cases[] = {
-        {D3DQUERYTYPE_TIMESTAMPFREQ, D3DERR_NOTAVAILABLE, false},
-        {D3DQUERYTYPE_TIMESTAMP, D3DERR_NOTAVAILABLE, false},
-        {D3DQUERYTYPE_TIMESTAMPFREQ, E_FAIL, true},
-        {D3DQUERYTYPE_TIMESTAMP, D3DERR_INVALIDCALL, true},
-    };
-    for (const auto& c : cases)
+    const std::tuple<D3DQUERYTYPE, HRESULT, bool> cases[] = {{D3DQUERYTYPE_TIMESTAMPFREQ, D3DERR_NOTAVAILABLE, false},
+                                                             {D3DQUERYTYPE_TIMESTAMP, D3DERR_NOTAVAILABLE, false},
+                                                             {D3DQUERYTYPE_TIMESTAMPFREQ, E_FAIL, true},
+                                                             {D3DQUERYTYPE_TIMESTAMP, D3DERR_INVALIDCALL, true}};
+    for (const auto& [type, hr, available] : cases)
     {
         kvproxy::ClearFaults();
-        kvproxy::FailCreateQuery(c.type, c.hr);
+        kvproxy::FailCreateQuery(type, hr);
         kvproxy::Mark from = kvproxy::Here();
         ASSERT_TRUE(d3d->BuildDeviceCapabilities());
-        EXPECT_EQ(Call("", c.available, 2),
+        EXPECT_EQ(Call("", available, 2),
                   Call("", Caps().m_bTimerQuery, kvproxy::CountSince(from, Method::CreateQuery)))
-            << c.type << " " << std::hex << c.hr;
+            << type << " " << std::hex << hr;
     }
 }
 
@@ -279,7 +242,7 @@ TEST_F(DeviceTest, TheRecordOfAPoorCard)
     kvproxy::ClearCapBits(KV_PROXY_CAP(RasterCaps), D3DPRASTERCAPS_MIPMAPLODBIAS);
     kvproxy::SetCap(KV_PROXY_CAP(MaxTextureWidth), 2048);
     kvproxy::FailCheckDeviceFormat(D3DFMT_D24S8, D3DUSAGE_DEPTHSTENCIL);
-    kvproxy::FailCheckDeviceFormat(static_cast<D3DFORMAT>(kNull), D3DUSAGE_RENDERTARGET);
+    kvproxy::FailCheckDeviceFormat(static_cast<D3DFORMAT>(MAKEFOURCC('N', 'U', 'L', 'L')), D3DUSAGE_RENDERTARGET);
     kvproxy::FailCheckDeviceFormat(D3DFMT_A8R8G8B8, D3DUSAGE_QUERY_SRGBWRITE);
     kvproxy::FailCreateQuery(D3DQUERYTYPE_TIMESTAMP);
     const float defaultPointSize = Caps().m_fMaxPointSize; // only ever lowered
@@ -296,28 +259,22 @@ TEST_F(DeviceTest, TheRecordOfAPoorCard)
 
 TEST_F(DeviceTest, TheShaderGateAndTheVertexTexturesChooseTheMode)
 {
-    const std::string dx9a = std::string("DX9A ") + kDX9A + " | ";
-    const struct
-    {
-        uint32_t vs, ps;
-        std::string mode;
-    } cases[] = {
+    const std::string dx9a = "DX9A D3D9RenderSystem(DX9A) | ";
+    const std::tuple<uint32_t, uint32_t, std::string> cases[] = {
         {D3DVS_VERSION(3, 0), D3DPS_VERSION(3, 0), std::string("DX9C ") + kDX9C},
         {D3DVS_VERSION(3, 0), D3DPS_VERSION(2, 0), dx9a + kDX9AShader},
-        {D3DVS_VERSION(2, 0), D3DPS_VERSION(3, 0), dx9a + kDX9AShader},
-    };
-    for (const auto& c : cases)
+        {D3DVS_VERSION(2, 0), D3DPS_VERSION(3, 0), dx9a + kDX9AShader}};
+    for (const auto& [vs, ps, mode] : cases)
     {
-        SCOPED_TRACE(c.mode);
+        SCOPED_TRACE(mode);
         Again();
-        SetShaderVersions(c.vs, c.ps);
+        SetShaderVersions(vs, ps);
         ASSERT_TRUE(Init());
-        EXPECT_EQ(c.mode, Mode());
+        EXPECT_EQ(mode, Mode());
         EXPECT_TRUE(Errors().empty() && Caps().m_bVertexTextureFetch);
     }
 
-    // Below shader model two the system refuses to start; nothing behind the
-    // gate ran, and the device stays for the destructor.
+    // Below shader model two the system refuses to start; nothing behind the gate ran; the device stays.
     for (const uint32_t vs : {D3DVS_VERSION(2, 0), D3DVS_VERSION(1, 1)})
     {
         Again();

@@ -1,9 +1,7 @@
-// The translations between the engine's enumerations and Direct3D's. Every
-// expected Direct3D value is written as the number Direct3D documents, not as
-// the header's named constant, so a wrong constant in the header fails as
-// surely as a wrong row. Each row lists the answers for a run of engine values,
-// one past the last known value and -1 included, which shows the fallbacks. The
-// capability rules take caps of every bit set but the one under test; the
+// The translations between the engine's enumerations and Direct3D's. Every expected Direct3D value is written as
+// the number Direct3D documents, not as the header's named constant, so a wrong constant in the header fails as surely
+// as a wrong row. Each row lists the answers for a run of engine values, one past the last known value and -1
+// included, which shows the fallbacks. The capability rules take caps of every bit set but the one under test; the
 // capability bits are numbers here for the same reason.
 #include "D3D9Mappings.h"
 
@@ -15,6 +13,7 @@
 #include <cstring>
 #include <functional>
 #include <set>
+#include <tuple>
 #include <vector>
 
 using namespace kv;
@@ -124,15 +123,10 @@ TEST(Enumerations, StatesDeclarationsBuffersAndMatrices)
     EXPECT_EQ((Numbers{0, 1, 2, 3, 4, 6, 7, 5, 8, 9, 10, 15, 16}), Answers(Of(&toD3DDeclType), 0, 12));
     EXPECT_EQ(0u, GetLogLineCount()) << "known types are not reported";
     for (int v : {13, -1, 1000})
-    {
-        ClearLog();
-        EXPECT_EQ(2u, static_cast<unsigned>(toD3DDeclType(static_cast<VertexElementType>(v))));
-        const std::vector<LogLine> lines = GetLogLines();
-        ASSERT_EQ(1u, lines.size());
-        EXPECT_EQ("D3D9RenderSystem/D3D9Mappings: Unknow VertexElementType:" + std::to_string(v),
-                  lines[0].file + ": " + lines[0].text);
-        EXPECT_EQ(LOG_ERROR, lines[0].level);
-    }
+        EXPECT_EQ(2u, static_cast<unsigned>(toD3DDeclType(static_cast<VertexElementType>(v)))) << v;
+    EXPECT_EQ((std::vector<std::string>{"Unknow VertexElementType:13", "Unknow VertexElementType:-1",
+                                        "Unknow VertexElementType:1000"}),
+              GetLogTexts(LOG_ERROR));
     // Semantics agree both ways and fall back to the position, silently.
     ClearLog();
     const Numbers usages{0, 3, 7, 6, 5, 10, 1, 2};
@@ -192,17 +186,13 @@ TEST(CapabilityRules, AnisotropyBorderAndSphereMapsFollowTheCaps)
             EXPECT_EQ(0u, filter(4));
         }
     // Anisotropic (3) where the filter type's bit is set, otherwise linear (2); never for mips.
-    const struct
-    {
-        int type;
-        DWORD caps;
-        unsigned expected;
-    } aniso[] = {{1, 0, 2},   {1, mag, 3},          {1, min, 2},       {1, ~(mag | min), 2}, {0, mag, 2},
-                 {0, min, 3}, {0, ~(mag | min), 2}, {2, mag | min, 2}, {3, 0xFFFFFFFF, 2},   {-1, 0xFFFFFFFF, 2}};
-    for (const auto& r : aniso)
-        EXPECT_EQ(r.expected, unsigned(toD3DTextureFilter(static_cast<FilterType>(r.type), FO_ANISOTROPIC,
-                                                          AllCapsBut(&D3DCAPS9::TextureFilterCaps, r.caps))))
-            << "type " << r.type << " caps " << std::hex << r.caps;
+    const std::tuple<int, DWORD, unsigned> aniso[] = {
+        {1, 0, 2},   {1, mag, 3},          {1, min, 2},       {1, ~(mag | min), 2}, {0, mag, 2},
+        {0, min, 3}, {0, ~(mag | min), 2}, {2, mag | min, 2}, {3, 0xFFFFFFFF, 2},   {-1, 0xFFFFFFFF, 2}};
+    for (const auto& [type, caps, expected] : aniso)
+        EXPECT_EQ(expected, unsigned(toD3DTextureFilter(static_cast<FilterType>(type), FO_ANISOTROPIC,
+                                                        AllCapsBut(&D3DCAPS9::TextureFilterCaps, caps))))
+            << "type " << type << " caps " << std::hex << caps;
 
     // Wrap 1, mirror 2, clamp 3; border 4 only with the bit (8), else clamp.
     for (DWORD caps : {DWORD(0), DWORD(8), ~DWORD(8)})

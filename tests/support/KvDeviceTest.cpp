@@ -57,22 +57,6 @@ std::string Trace(kvproxy::Mark from, std::initializer_list<kvproxy::Method> onl
     return s;
 }
 
-std::string RenderStates(kvproxy::Mark from)
-{
-    std::string s;
-    for (const KvProxyCall& c : kvproxy::CallsSince(from, kvproxy::Method::SetRenderState))
-        s = Join(s, States(c.args[0], c.args[1]));
-    return s;
-}
-
-std::string SamplerStates(kvproxy::Mark from)
-{
-    std::string s;
-    for (const KvProxyCall& c : kvproxy::CallsSince(from, kvproxy::Method::SetSamplerState))
-        s = Join(s, Samplers(c.args[0], c.args[1], c.args[2]));
-    return s;
-}
-
 uint32_t Bits(float f)
 {
     uint32_t b;
@@ -165,12 +149,23 @@ HWND KvDeviceTest::MakeWindow(unsigned width, unsigned height, DWORD style, HWND
     return w;
 }
 
-CD3D9RenderWindow* KvDeviceTest::MainWindow() const
+std::string KvDeviceTest::Describe(const D3DPRESENT_PARAMETERS& pp) const
 {
-    return dynamic_cast<CD3D9RenderWindow*>(rs->m_pMainWindow.get());
+    return Call("", pp.BackBufferWidth, pp.BackBufferHeight, pp.BackBufferFormat, pp.BackBufferCount,
+                pp.MultiSampleType, pp.MultiSampleQuality, pp.SwapEffect, pp.Windowed, pp.EnableAutoDepthStencil,
+                pp.AutoDepthStencilFormat, pp.Flags, pp.FullScreen_RefreshRateInHz, pp.PresentationInterval,
+                pp.hDeviceWindow == hWnd);
 }
 
-std::vector<uint32_t> KvDeviceTest::ReadPixels(IDirect3DSurface9* surface, unsigned* width, unsigned* height)
+std::string KvDeviceTest::PresentedBy(kvproxy::Method m) const
+{
+    D3DPRESENT_PARAMETERS pp = {};
+    const std::vector<KvProxyCall> calls = Calls(m);
+    EXPECT_TRUE(!calls.empty() && kvproxy::PresentParametersOf(calls.back(), &pp)) << "no " << kvproxy::MethodName(m);
+    return Describe(pp);
+}
+
+std::vector<uint32_t> KvDeviceTest::ReadPixels(IDirect3DSurface9* surface, unsigned* width)
 {
     std::vector<uint32_t> pixels;
     D3DSURFACE_DESC desc = {};
@@ -192,16 +187,14 @@ std::vector<uint32_t> KvDeviceTest::ReadPixels(IDirect3DSurface9* surface, unsig
     EXPECT_FALSE(pixels.empty()) << "the surface could not be read";
     if (width)
         *width = desc.Width;
-    if (height)
-        *height = desc.Height;
     return pixels;
 }
 
-std::vector<uint32_t> KvDeviceTest::ReadBackBuffer(unsigned* width, unsigned* height)
+std::vector<uint32_t> KvDeviceTest::ReadBackBuffer(unsigned* width)
 {
     IDirect3DSurface9* target = nullptr;
     EXPECT_EQ(D3D_OK, device->GetBackBuffer(0, 0, D3DBACKBUFFER_TYPE_MONO, &target));
-    std::vector<uint32_t> pixels = ReadPixels(target, width, height);
+    std::vector<uint32_t> pixels = ReadPixels(target, width);
     if (target)
         target->Release();
     return pixels;

@@ -1,6 +1,5 @@
-// The start every device suite shares (the recording d3d9.dll, the engine's log
-// and globals as a process starts them, a window and a render system on it, Init
-// run by SetUp unless a suite starts it itself) and what a test reads back.
+// The start every device suite shares (the recording d3d9.dll, the engine's log and globals as a process starts
+// them, a window and a render system on it, Init run by SetUp unless a suite starts it itself) and what a test reads.
 #pragma once
 
 #include "D3D9HardwareIndexBuffer.h"
@@ -76,28 +75,6 @@ std::string Join(const S&... words)
     ((s += (s.empty() || std::string(words).empty() ? "" : " ") + std::string(words)), ...);
     return s;
 }
-// The render states set since `from` as "state=value" words, the sampler states as
-// "sampler:type=value"; States and Samplers write them from their parts in turn.
-std::string RenderStates(kvproxy::Mark from);
-std::string SamplerStates(kvproxy::Mark from);
-template <class... V>
-std::string States(V... parts)
-{
-    const uint64_t v[] = {static_cast<uint64_t>(parts)..., 0};
-    std::string s;
-    for (size_t i = 0; i + 1 < sizeof...(parts); i += 2)
-        s = Join(s, std::to_string(v[i]) + "=" + std::to_string(v[i + 1]));
-    return s;
-}
-template <class... V>
-std::string Samplers(V... parts)
-{
-    const uint64_t v[] = {static_cast<uint64_t>(parts)..., 0};
-    std::string s;
-    for (size_t i = 0; i + 2 < sizeof...(parts); i += 3)
-        s = Join(s, std::to_string(v[i]) + ":" + States(v[i + 1], v[i + 2]));
-    return s;
-}
 // A float's bit pattern, as Direct3D takes float states.
 uint32_t Bits(float f);
 
@@ -128,13 +105,18 @@ protected:
     // A top-level window of this client size, destroyed by TearDown.
     HWND MakeWindow(unsigned width, unsigned height, DWORD style = WS_OVERLAPPEDWINDOW, HWND parent = nullptr,
                     DWORD exStyle = 0);
-    kv::CD3D9RenderWindow* MainWindow() const;
+    kv::CD3D9RenderWindow* MainWindow() const { return dynamic_cast<kv::CD3D9RenderWindow*>(rs->m_pMainWindow.get()); }
     // The calls of one method since the mark.
     std::vector<KvProxyCall> Calls(kvproxy::Method m) const { return kvproxy::CallsSince(mark, m); }
+    // Present parameters as one word: size, format, buffers, samples and quality, swap, windowed, auto depth
+    // and its format, flags, rate, interval, and whether on the main window.
+    std::string Describe(const D3DPRESENT_PARAMETERS& pp) const;
+    // Those of the last call of `m` (D3D9_CreateDevice or Reset) since the mark.
+    std::string PresentedBy(kvproxy::Method m) const;
 
-    // A render target's pixels through a system-memory copy, the top byte set.
-    std::vector<uint32_t> ReadPixels(IDirect3DSurface9* surface, unsigned* width = nullptr, unsigned* height = nullptr);
-    std::vector<uint32_t> ReadBackBuffer(unsigned* width = nullptr, unsigned* height = nullptr);
+    // A render target's pixels, row by row, through a system-memory copy, the top byte set.
+    std::vector<uint32_t> ReadPixels(IDirect3DSurface9* surface, unsigned* width = nullptr);
+    std::vector<uint32_t> ReadBackBuffer(unsigned* width = nullptr);
 
     ref_ptr<kv::CVertexDeclaration> ColourDeclaration();
     ref_ptr<kv::CHardwareVertexBuffer> VertexBuffer(const std::vector<kvtest::ColourVertex>& vertices,
@@ -149,14 +131,8 @@ protected:
     // A frame begun on a back buffer cleared to kClear.
     void BeginClearedFrame();
 
-    static kv::CD3D9HardwareVertexBuffer* D3D(kv::CHardwareVertexBuffer* b)
-    {
-        return static_cast<kv::CD3D9HardwareVertexBuffer*>(b);
-    }
-    static kv::CD3D9HardwareIndexBuffer* D3D(kv::CHardwareIndexBuffer* b)
-    {
-        return static_cast<kv::CD3D9HardwareIndexBuffer*>(b);
-    }
+    static auto* D3D(kv::CHardwareVertexBuffer* b) { return static_cast<kv::CD3D9HardwareVertexBuffer*>(b); }
+    static auto* D3D(kv::CHardwareIndexBuffer* b) { return static_cast<kv::CD3D9HardwareIndexBuffer*>(b); }
     static IDirect3DVertexDeclaration9* Native(kv::CVertexDeclaration* d)
     {
         return static_cast<kv::CD3D9VertexDeclaration*>(d)->m_pD3D9VertexDeclaration;
