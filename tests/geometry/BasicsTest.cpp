@@ -232,25 +232,10 @@ TEST(Colour, PackingOrdersTruncateAndWrapAndUnpackingReversesThem)
 
 TEST(Colour, HueSaturationBrightness)
 {
-    const struct
-    {
-        CColour c;
-        float h, s, v;
-    } toRows[] = {
-        {CColour(0, 0, 0, 0.3f), 0, 0, 0},
-        {CColour(1, 0, 0), 0, 1, 1},
-        {CColour(0, 0.5f, 0), 1.0f / 3, 1, 0.5f},
-        {CColour(0.25f, 0.5f, 1.0f), 220.0f / 360, 0.75f, 1},
-        {CColour(1.0f, 0.0f, 0.5f), 330.0f / 360, 1, 1}, // the magenta side wraps
-    };
-    for (const auto& r : toRows)
-    {
-        float h = -1, s = -1, v = -1;
-        r.c.toHueSaturationBrightness(h, s, v);
-        EXPECT_NEAR(r.h, h, 1e-6f) << &r - toRows;
-        EXPECT_EQ(r.s, s) << &r - toRows;
-        EXPECT_EQ(r.v, v) << &r - toRows;
-    }
+    // Black has neither hue nor saturation; every other colour is in the round trip below.
+    float h = -1, s = -1, v = -1;
+    CColour(0, 0, 0, 0.3f).toHueSaturationBrightness(h, s, v);
+    EXPECT_EQ((Floats{0, 0, 0}), (Floats{h, s, v}));
     const struct
     {
         float h, s, v;
@@ -276,7 +261,6 @@ TEST(Colour, HueSaturationBrightness)
         const float hue = (i + 0.5f) / 36.0f;
         CColour c;
         c.fromHueSaturationBrightness(hue, 0.6f, 0.8f);
-        float h, s, v;
         c.toHueSaturationBrightness(h, s, v);
         EXPECT_NEAR(hue, h, 1e-5f) << i;
         EXPECT_NEAR(0.6f, s, 1e-5f) << i;

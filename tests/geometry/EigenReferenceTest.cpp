@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <random>
+#include <vector>
 
 #include "GeometryTestUtil.h"
 
@@ -153,6 +154,7 @@ TEST(EigenReference, ProductsRotationsAndSlerp)
 {
     std::mt19937 rng(14);
     std::uniform_real_distribution<float> u(-1.0f, 1.0f);
+    const Vector3 v(0.3f, -1.7f, 2.9f);
     double product = 0, rotation = 0, slerp = 0;
     int slerps = 0;
     for (int n = 0; n < kCount; ++n)
@@ -167,6 +169,15 @@ TEST(EigenReference, ProductsRotationsAndSlerp)
         Matrix3 m;
         p.ToRotationMatrix(m);
         rotation = std::max(rotation, (ToEigen<3>(m) - ep.toRotationMatrix()).cwiseAbs().maxCoeff());
+        // Back from the matrix to the quaternion (or its negation, the same rotation); a
+        // vector turned by either, and the axes, agree.
+        Quaternion back;
+        back.FromRotationMatrix(m);
+        ASSERT_LE(MaxAbsDiff(p, back * (Quaternion::Dot(back, p) < 0.0f ? -1.0f : 1.0f)), 2e-6f) << n;
+        ASSERT_LE(MaxAbsDiff(m * v, p.Rotate(v)), 1e-5f) << n;
+        Vector3 axes[3];
+        p.ToAxes(axes);
+        ASSERT_EQ((std::vector<Vector3>{p.XAxis(), p.YAxis(), p.ZAxis()}), std::vector<Vector3>(axes, axes + 3));
 
         // Near equal rotations take the linear road, which Eigen does not; t reaches past
         // both ends, where the sines' arguments pass pi/2 and pi.

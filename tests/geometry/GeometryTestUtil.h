@@ -11,22 +11,15 @@
 namespace geomtest
 {
 
-// The largest difference of any element.
-template <int N, class M>
-float MaxElementDiff(const M& a, const M& b)
+// The largest difference of any element of two matrices of one kind.
+template <class M>
+float MaxAbsDiff(const M& a, const M& b)
 {
+    constexpr int N = sizeof(a.m[0]) / sizeof(a.m[0][0]);
     float e = 0.0f;
     for (int i = 0; i < N * N; ++i)
         e = std::max(e, std::fabs(a.m[i / N][i % N] - b.m[i / N][i % N]));
     return e;
-}
-inline float MaxAbsDiff(const kv::Matrix3& a, const kv::Matrix3& b)
-{
-    return MaxElementDiff<3>(a, b);
-}
-inline float MaxAbsDiff(const kv::Matrix4& a, const kv::Matrix4& b)
-{
-    return MaxElementDiff<4>(a, b);
 }
 inline float MaxAbsDiff(const kv::Vector3& a, const kv::Vector3& b)
 {

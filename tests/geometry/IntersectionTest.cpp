@@ -49,11 +49,6 @@ TEST(Intersection, RaysAndBoxes)
     const Ray above(Vector3(-5, 2, 0), kX), away(Vector3(-5, 0, 0), -kX);
     const float nan = std::numeric_limits<float>::quiet_NaN();
     ExpectHits({
-        {IntersectRayBox(inside, kUnitBox), true, 0.0f},
-        {IntersectRayBox(outside, kUnitBox), true, 2.0f}, // in units of |direction|
-        {IntersectRayBox(diagonal, kUnitBox), true, 2.0f},
-        {IntersectRayBox(above, kUnitBox), false, 0.0f},
-        {IntersectRayBox(away, kUnitBox), false, 0.0f},
         {IntersectRayBox(Ray(Vector3(-1, 0, 0), -kX), kUnitBox), false, 0.0f}, // on a face, pointing out
         {IntersectRayBox(Ray(Vector3(-1, 0, 0), kX), kUnitBox), true, 0.0f},   // on a face, pointing in
         {IntersectRayBox(outside, BoundingBox()), false, 0.0f},
