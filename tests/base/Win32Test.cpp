@@ -28,16 +28,11 @@ TEST(Win32Helpers, SettingsFiles)
                  std::string(400, 'L').c_str());
     std::fclose(f);
     const char* file = path.c_str();
-    const int ints[] = {S::GetIniInt(file, "Render", "Width"),
-                        S::GetIniInt(file, "Other", "Width"),
-                        S::GetIniInt(file, "Render", "Height"),
-                        S::GetIniInt(file, "Render", "Missing"),
-                        S::GetIniInt(file, "Nowhere", "Width"),
-                        S::GetIniInt(file, "Render", "Bad"),
-                        S::GetIniInt(file, nullptr, "Width"),
-                        S::GetIniInt(nullptr, "Render", "Width"),
-                        S::GetIniInt("C:\\no_such_dir\\none.ini", "Render", "Width")};
-    EXPECT_EQ((std::vector<int>{1280, 7, -720, 0, 0, 0, 0, 0, 0}), std::vector<int>(ints, ints + 9));
+    EXPECT_EQ((std::vector<int>{1280, 7, -720, 0, 0, 0, 0}),
+              (std::vector<int>{S::GetIniInt(file, "Render", "Width"), S::GetIniInt(file, "Other", "Width"),
+                                S::GetIniInt(file, "Render", "Height"), S::GetIniInt(file, "Render", "Missing"),
+                                S::GetIniInt(file, "Nowhere", "Width"), S::GetIniInt(file, "Render", "Bad"),
+                                S::GetIniInt("C:\\no_such_dir\\none.ini", "Render", "Width")}));
     EXPECT_EQ("Korvo Engine", S::GetIniString(file, "Render", "Name"));
     EXPECT_EQ("", S::GetIniString(file, "Render", "Missing"));
     // The 256-byte buffer keeps 255 characters; a null key would list the section's keys.
