@@ -282,23 +282,39 @@ bool Quaternion::EqualsWithin(const Quaternion& other, float tolerance) const
 namespace
 {
 
-// Slerp's usual road works in float lanes, without calls into the maths library and
-// without a division on its chain: what limits a run of slerps is the number of
-// instructions and the length of each call's chain of dependent operations. The angle
-// comes from its cosine alone, psi = acos(|c|) = 2 asin(sqrt((1 - |c|) / 2)), so the one
-// square root that gives s (as sqrt((1 - |c|)(1 + |c|)), exact where the cosine is near
-// 1) gives the half-angle's sine beside it, and the series runs meanwhile on 1 - |c|.
-// Both sines go in lanes of one vector, multiplied by 1/s, which is worked out while
-// the angle is. The series are near-minimax fits, each coefficient fitted after the
-// ones before it were rounded to float: 1.6e-8 relative error for the angle, 6e-9 for
-// a sine, well below a float's step. Both roads do the same float operations in the
+// Slerp's usual road works without calls into the maths library and without a division
+// on its chain: what limits a run of slerps is the number of instructions and the length
+// of each call's chain of dependent operations. The angle comes from its cosine alone,
+// psi = acos(|c|) = 2 asin(sqrt((1 - |c|) / 2)), so the one square root that gives s (as
+// sqrt((1 - |c|)(1 + |c|)), exact where the cosine is near 1) gives the half-angle's sine
+// beside it, and the series runs meanwhile on 1 - |c|. The angle and the sines are worked
+// out in double precision, two lanes at a time, and rounded to float once, in the two
+// weights; 1/s is worked out while the angle is. The series are near-minimax fits: 2e-9
+// relative error for the angle, 6e-9 for a sine. Both roads do the same operations in the
 // same order and give the same bits.
 
 // acos(1 - m) / sqrt(m / 2) in powers of m, for m in [0, 1].
-constexpr float kAcos0 = 2.0f, kAcos1 = 0.166669056f, kAcos2 = 0.0374424197f, kAcos3 = 0.0116255851f,
-                kAcos4 = 0.00204854785f, kAcos5 = 0.00481099961f, kAcos6 = -0.00289456942f, kAcos7 = 0.00173939718f;
+constexpr double kAcos0 = 2.000000004211318, kAcos1 = 0.16666601610708934, kAcos2 = 0.037516483604420336,
+                 kAcos3 = 0.011001023915045092, kAcos4 = 0.00456375329645826, kAcos5 = -0.0006261912388220765,
+                 kAcos6 = 0.0035796401297101886, kAcos7 = -0.0022621924378873597, kAcos8 = 0.001002926814253085;
 // (sin(x) / x - 1) / x^2 in powers of z = x^2, for |x| <= pi/2.
-constexpr float kSin1 = -0.166666597f, kSin2 = 0.00833306927f, kSin3 = -0.000198097769f, kSin4 = 2.60609568e-06f;
+constexpr double kSin1 = -0.16666659550427748, kSin2 = 0.008333066246082352, kSin3 = -0.0001980960290196475,
+                 kSin4 = 2.6057806380393773e-06;
+constexpr double kPiD = 3.141592653589793;
+
+#if KV_GEOMETRY_SSE2
+// The compiler builds a constant whose two lanes are alike from one double and a shuffle;
+// read through a pointer it cannot follow, each is one load, folded into its operation.
+alignas(16) const double kSlerpPairs[10] = {kPiD, kPiD, kSin1, kSin1, kSin2, kSin2, kSin3, kSin3, kSin4, kSin4};
+
+const double* Opaque(const double* table)
+{
+#if defined(__GNUC__)
+    asm("" : "+r"(table));
+#endif
+    return table;
+}
+#endif
 
 #if defined(__GNUC__)
 #define KV_SLERP_ASIDE __attribute__((noinline))
@@ -307,9 +323,9 @@ constexpr float kSin1 = -0.166666597f, kSin2 = 0.00833306927f, kSin3 = -0.000198
 #endif
 
 // What the usual road leaves: nearly the same rotation (or a NaN), where the sine ratio
-// is ill-conditioned and the ends are blended linearly, and t far outside 0 to 1 (or
-// not a number), where the sines' arguments pass the series' range. Out of line, so
-// that the usual road keeps its registers and needs no frame.
+// is ill-conditioned and the ends are blended linearly, and t outside [-1/2, 3/2] (or not
+// a number), where a sine's argument can pass the series' range. Out of line, so that the
+// usual road keeps its registers.
 KV_SLERP_ASIDE Quaternion SlerpAside(float t, const Quaternion& p, const Quaternion& q, bool shortestPath)
 {
     const float dot = Quaternion::Dot(p, q);
@@ -335,14 +351,13 @@ KV_SLERP_ASIDE Quaternion SlerpAside(float t, const Quaternion& p, const Quatern
 Quaternion Quaternion::Slerp(float t, const Quaternion& p, const Quaternion& q, bool shortestPath)
 {
     // With c = Dot(p, q), turned to -c (and q to -q) for the shorter way when c < 0, the
-    // angle is theta = psi for c >= 0 and pi - psi for c < 0. The sine arguments u theta,
-    // u = 1 - t and t, are taken as K + U psi, where (K, U) is (0, u) or (u pi, -u); for
-    // t in [-1/2, 3/2] one of that and pi minus it, (pi, -u) or ((1 - u) pi, u), is within
-    // pi/2 of 0: the smaller of the two. Which way is taken and which side of a right angle
-    // theta lies change from call to call, so they are masks, not branches.
+    // angle is theta = psi for c >= 0 and pi - psi for c < 0. A sine's argument u theta,
+    // u = 1 - t or t, is K + u' psi with (K, u') = (0, u) or (u pi, -u); for t in
+    // [-1/2, 3/2] one of that and pi minus it, (pi - 0) - u' psi or (pi - u pi) - u' psi
+    // (with pi - u pi worked out as (1 - u) pi), is within pi/2 of 0: the smaller of the
+    // two, whose sine is the same. Which way is taken and which side of a right angle theta
+    // lies change from call to call, so they are masks, not branches.
 #if KV_GEOMETRY_SSE2
-    // Constants whose lanes are all alike are spelt with a different value in a lane that
-    // is not used: the compiler then loads them whole rather than broadcasting a float.
     const __m128 from = _mm_loadu_ps(&p.w), to = _mm_loadu_ps(&q.w);
     const __m128 products = _mm_mul_ps(from, to);
     __m128 dot = _mm_add_ss(products, _mm_shuffle_ps(products, products, _MM_SHUFFLE(1, 1, 1, 1)));
@@ -356,43 +371,43 @@ Quaternion Quaternion::Slerp(float t, const Quaternion& p, const Quaternion& q, 
     const __m128 flip = _mm_and_ps(dotSign, _mm_castsi128_ps(_mm_cvtsi32_si128(shortestPath ? INT32_MIN : 0)));
     const __m128 target = _mm_xor_ps(to, _mm_shuffle_ps(flip, flip, _MM_SHUFFLE(0, 0, 0, 0)));
     const __m128 cSign = _mm_xor_ps(dotSign, flip);
-    const __m128 sigma = _mm_shuffle_ps(cSign, cSign, _MM_SHUFFLE(0, 0, 0, 0));
-    const __m128 obtuse = _mm_castsi128_ps(_mm_srai_epi32(_mm_castps_si128(sigma), 31));
+    const __m128i obtuseBits =
+        _mm_srai_epi32(_mm_castps_si128(_mm_shuffle_ps(cSign, cSign, _MM_SHUFFLE(0, 0, 0, 0))), 31);
+    const __m128d obtuse = _mm_castsi128_pd(obtuseBits);
+    const __m128d sigma = _mm_castsi128_pd(_mm_slli_epi64(obtuseBits, 63));
 
-    const __m128 a = _mm_andnot_ps(_mm_set_ss(-0.0f), dot);
-    const __m128 m1 = _mm_sub_ss(_mm_set_ss(1.0f), a);
-    const __m128 m = _mm_shuffle_ps(m1, m1, _MM_SHUFFLE(0, 0, 0, 0));
-    // s = sqrt((1 - |c|)(1 + |c|)) in lane 0, sqrt((1 - |c|) / 2) in lane 1.
-    const __m128 roots = _mm_sqrt_ps(_mm_mul_ps(_mm_add_ss(_mm_setr_ps(1.0f, 0.5f, 0.5f, 0.5f), a), m));
-    const __m128 invS =
-        _mm_div_ps(_mm_setr_ps(1.0f, 1.0f, 1.0f, 0.0f), _mm_shuffle_ps(roots, roots, _MM_SHUFFLE(0, 0, 0, 0)));
-    // The angle's series by pairs: lanes 1 and 3 hold k0 + k1 m and k4 + k5 m, then the
-    // sums of four terms, then lane 1 all eight.
-    const __m128 m2 = _mm_mul_ps(m, m), m4 = _mm_mul_ps(m2, m2);
-    const __m128 pairs = _mm_add_ps(_mm_setr_ps(kAcos2, kAcos0, kAcos6, kAcos4),
-                                    _mm_mul_ps(m, _mm_setr_ps(kAcos3, kAcos1, kAcos7, kAcos5)));
-    const __m128 quads = _mm_add_ps(pairs, _mm_mul_ps(m2, _mm_shuffle_ps(pairs, pairs, _MM_SHUFFLE(2, 2, 0, 0))));
-    const __m128 series = _mm_add_ps(quads, _mm_mul_ps(m4, _mm_movehl_ps(quads, quads)));
-    const __m128 psi1 = _mm_mul_ps(roots, series);
-    const __m128 psi = _mm_shuffle_ps(psi1, psi1, _MM_SHUFFLE(1, 1, 1, 1));
+    // s^2 = (1 - |c|)(1 + |c|) and (1 - |c|) / 2 in lanes 0 and 1, then their roots.
+    const __m128d a = _mm_cvtss_sd(_mm_setzero_pd(), _mm_andnot_ps(_mm_set_ss(-0.0f), dot));
+    const __m128d m1 = _mm_sub_sd(_mm_set_sd(1.0), a);
+    const __m128d m = _mm_unpacklo_pd(m1, m1);
+    const __m128d roots = _mm_sqrt_pd(_mm_mul_pd(_mm_add_pd(_mm_setr_pd(1.0, 0.5), a), m));
+    const __m128d invS1 = _mm_div_pd(_mm_setr_pd(1.0, 0.0), roots);
+    const __m128d invS = _mm_unpacklo_pd(invS1, invS1);
+    // The angle's series by pairs: k0 + k1 m and k4 + k5 m in lane 1, k2 + k3 m and k6 + k7 m
+    // in lane 0, then the sums of four terms, then all nine in lane 1.
+    const __m128d m2 = _mm_mul_pd(m, m), m4 = _mm_mul_pd(m2, m2);
+    auto pair = [](__m128d x, __m128d c0, __m128d c1) { return _mm_add_pd(c0, _mm_mul_pd(x, c1)); };
+    const __m128d quads = _mm_add_pd(pair(m, _mm_setr_pd(kAcos4, kAcos0), _mm_setr_pd(kAcos5, kAcos1)),
+                                     _mm_mul_pd(m2, pair(m, _mm_setr_pd(kAcos6, kAcos2), _mm_setr_pd(kAcos7, kAcos3))));
+    const __m128d high = _mm_add_pd(quads, _mm_mul_pd(m4, _mm_setr_pd(kAcos8, 0.0)));
+    const __m128d psi1 = _mm_mul_pd(roots, _mm_add_pd(quads, _mm_mul_pd(m4, _mm_unpacklo_pd(high, high))));
+    const __m128d psi = _mm_unpackhi_pd(psi1, psi1);
 
-    // Lanes 0 and 1 for the arguments of p's and q's weights, 2 and 3 for pi minus them.
-    const __m128 tt = _mm_set1_ps(t);
-    const __m128 u =
-        _mm_add_ps(_mm_setr_ps(1.0f, 0.0f, -1.0f, -0.0f), _mm_xor_ps(tt, _mm_setr_ps(-0.0f, 0.0f, 0.0f, -0.0f)));
-    const __m128 uPi = _mm_mul_ps(_mm_shuffle_ps(u, u, _MM_SHUFFLE(2, 3, 1, 0)), _mm_setr_ps(PI, PI, -PI, -PI));
-    const __m128 right = _mm_setr_ps(0.0f, 0.0f, PI, PI);
-    const __m128 k = _mm_xor_ps(right, _mm_and_ps(obtuse, _mm_xor_ps(uPi, right)));
-    const __m128 args = _mm_add_ps(k, _mm_mul_ps(_mm_xor_ps(u, sigma), psi));
-    const __m128 x = _mm_min_ps(args, _mm_movehl_ps(args, args));
+    // Lanes 0 and 1 for p's and q's weights: u = 1 - t and t, (1 - u) pi swapped from u pi.
+    const __m128d u = _mm_add_pd(_mm_setr_pd(1.0, 0.0), _mm_xor_pd(_mm_set1_pd(t), _mm_setr_pd(-0.0, 0.0)));
+    const double* pairs = Opaque(kSlerpPairs);
+    const __m128d halfTurn = _mm_load_pd(pairs);
+    const __m128d uPi = _mm_mul_pd(u, halfTurn);
+    const __m128d turned = _mm_mul_pd(_mm_xor_pd(u, sigma), psi);
+    const __m128d direct = _mm_add_pd(_mm_and_pd(obtuse, uPi), turned);
+    const __m128d mirrorK = _mm_xor_pd(halfTurn, _mm_and_pd(obtuse, _mm_xor_pd(_mm_shuffle_pd(uPi, uPi, 1), halfTurn)));
+    const __m128d x = _mm_min_pd(direct, _mm_sub_pd(mirrorK, turned));
 
-    const __m128 z = _mm_mul_ps(x, x), z2 = _mm_mul_ps(z, z);
-    const __m128 xs = _mm_mul_ps(x, invS);
-    auto pair = [z](float c0, float c1) {
-        return _mm_add_ps(_mm_setr_ps(c0, c0, 0.0f, 0.0f), _mm_mul_ps(z, _mm_setr_ps(c1, c1, 0.0f, 0.0f)));
-    };
-    const __m128 sines = _mm_add_ps(pair(kSin1, kSin2), _mm_mul_ps(z2, pair(kSin3, kSin4)));
-    const __m128 weights = _mm_add_ps(xs, _mm_mul_ps(_mm_mul_ps(xs, z), sines));
+    const __m128d z = _mm_mul_pd(x, x), z2 = _mm_mul_pd(z, z);
+    const __m128d xs = _mm_mul_pd(x, invS);
+    const __m128d sines = _mm_add_pd(pair(z, _mm_load_pd(pairs + 2), _mm_load_pd(pairs + 4)),
+                                     _mm_mul_pd(z2, pair(z, _mm_load_pd(pairs + 6), _mm_load_pd(pairs + 8))));
+    const __m128 weights = _mm_cvtpd_ps(_mm_add_pd(xs, _mm_mul_pd(_mm_mul_pd(xs, z), sines)));
     Quaternion result;
     _mm_storeu_ps(&result.w, _mm_add_ps(_mm_mul_ps(from, _mm_shuffle_ps(weights, weights, _MM_SHUFFLE(0, 0, 0, 0))),
                                         _mm_mul_ps(target, _mm_shuffle_ps(weights, weights, _MM_SHUFFLE(1, 1, 1, 1)))));
@@ -404,30 +419,28 @@ Quaternion Quaternion::Slerp(float t, const Quaternion& p, const Quaternion& q, 
     const bool flip = dot < 0.0f && shortestPath;
     const Quaternion target = flip ? -q : q;
     const bool obtuse = std::signbit(flip ? -dot : dot);
-    const float a = std::fabs(dot);
-    const float m = 1.0f - a;
-    const float s = std::sqrt((1.0f + a) * m);
-    const float root = std::sqrt(0.5f * m);
-    const float invS = 1.0f / s;
-    const float m2 = m * m, m4 = m2 * m2;
-    const float low = (kAcos0 + m * kAcos1) + m2 * (kAcos2 + m * kAcos3);
-    const float high = (kAcos4 + m * kAcos5) + m2 * (kAcos6 + m * kAcos7);
-    const float psi = root * (low + m4 * high);
-    // u = 1 - t or t, mirror = -u, uPi = u pi and mirrorPi = (1 - u) pi, each written as
-    // its lane on the 64-bit road works it out.
-    auto weight = [=](float u, float mirror, float uPi, float mirrorPi) {
-        const float turn = obtuse ? -1.0f : 1.0f;
-        const float direct = (obtuse ? uPi : 0.0f) + (turn * u) * psi;
-        const float mirrored = (obtuse ? mirrorPi : PI) + (turn * mirror) * psi;
-        const float x = direct < mirrored ? direct : mirrored;
-        const float z = x * x, z2 = z * z;
-        const float xs = x * invS;
-        const float series = (kSin1 + z * kSin2) + z2 * (kSin3 + z * kSin4);
-        return xs + (xs * z) * series;
+    const double a = std::fabs(dot);
+    const double m = 1.0 - a;
+    const double s = std::sqrt((1.0 + a) * m);
+    const double root = std::sqrt(0.5 * m);
+    const double invS = 1.0 / s;
+    const double m2 = m * m, m4 = m2 * m2;
+    const double low = (kAcos0 + m * kAcos1) + m2 * (kAcos2 + m * kAcos3);
+    const double high = (kAcos4 + m * kAcos5) + m2 * (kAcos6 + m * kAcos7);
+    const double psi = root * (low + m4 * (high + m4 * kAcos8));
+    auto weight = [=](double u, double uPi, double mirrorPi) {
+        const double turned = (obtuse ? -u : u) * psi;
+        const double direct = (obtuse ? uPi : 0.0) + turned;
+        const double mirrored = (obtuse ? mirrorPi : kPiD) - turned;
+        const double x = direct < mirrored ? direct : mirrored;
+        const double z = x * x, z2 = z * z;
+        const double xs = x * invS;
+        const double series = (kSin1 + z * kSin2) + z2 * (kSin3 + z * kSin4);
+        return static_cast<float>(xs + (xs * z) * series);
     };
-    const float u0 = 1.0f + -t, u1 = 0.0f + t;
-    const float w0 = weight(u0, -1.0f + t, u0 * PI, (-0.0f + -t) * -PI);
-    const float w1 = weight(u1, -0.0f + -t, u1 * PI, (-1.0f + t) * -PI);
+    const double u0 = 1.0 + -static_cast<double>(t), u1 = 0.0 + t;
+    const float w0 = weight(u0, u0 * kPiD, u1 * kPiD);
+    const float w1 = weight(u1, u1 * kPiD, u0 * kPiD);
     return p * w0 + target * w1;
 #endif
 }
