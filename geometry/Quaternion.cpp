@@ -282,16 +282,16 @@ bool Quaternion::EqualsWithin(const Quaternion& other, float tolerance) const
 namespace
 {
 
-// Slerp's usual road works without calls into the maths library and without a division
-// on its chain: what limits a run of slerps is the number of instructions and the length
-// of each call's chain of dependent operations. The angle comes from its cosine alone,
-// psi = acos(|c|) = 2 asin(sqrt((1 - |c|) / 2)), so the one square root that gives s (as
-// sqrt((1 - |c|)(1 + |c|)), exact where the cosine is near 1) gives the half-angle's sine
-// beside it, and the series runs meanwhile on 1 - |c|. The angle and the sines are worked
-// out in double precision, two lanes at a time, and rounded to float once, in the two
-// weights; 1/s is worked out while the angle is. The series are near-minimax fits: 2e-9
-// relative error for the angle, 6e-9 for a sine. Both roads do the same operations in the
-// same order and give the same bits.
+// Slerp's usual road makes no calls into the maths library, and its one division (1/s)
+// runs beside the angle's series rather than after it: what limits a run of slerps is
+// the number of instructions and the length of each call's chain of dependent operations.
+// The angle comes from its cosine alone, psi = acos(|c|) = 2 asin(sqrt((1 - |c|) / 2)), so
+// the one square root that gives s (as sqrt((1 - |c|)(1 + |c|)), which keeps its precision
+// where the cosine is near 1) gives the half-angle's sine beside it, while the series runs
+// on 1 - |c|. The angle and the sines are worked out in double precision, two lanes at a
+// time, and rounded to float once, in the two weights. The series are near-minimax fits:
+// 2e-9 relative error for the angle, 6e-9 for a sine. Both roads do the same operations in
+// the same order and give the same bits.
 
 // acos(1 - m) / sqrt(m / 2) in powers of m, for m in [0, 1].
 constexpr double kAcos0 = 2.000000004211318, kAcos1 = 0.16666601610708934, kAcos2 = 0.037516483604420336,
