@@ -282,178 +282,167 @@ bool Quaternion::EqualsWithin(const Quaternion& other, float tolerance) const
 namespace
 {
 
-// Slerp's angle and sines are worked out in double precision without calls into the maths
-// library, and rounded to float once, in the two weights. What limits a slerp is the length
-// of its chain of dependent operations more than their number, so the series are short
-// (near-minimax fits, Chebyshev on their intervals, good to 1e-8 of a sine and 4e-10 of
-// an angle, far below a float's step), their terms are summed in pairs (Estrin's scheme),
-// choices are made by masks rather than branches on the 64-bit road, and the angle's fixed
-// parts are added in one step. Both roads do the same operations and give the same bits.
+// Slerp's usual road makes no calls into the maths library, and its one division (1/s)
+// runs beside the angle's series rather than after it: what limits a run of slerps is
+// the number of instructions and the length of each call's chain of dependent operations.
+// The angle comes from its cosine alone, psi = acos(|c|) = 2 asin(sqrt((1 - |c|) / 2)), so
+// the one square root that gives s (as sqrt((1 - |c|)(1 + |c|)), which keeps its precision
+// where the cosine is near 1) gives the half-angle's sine beside it, while the series runs
+// on 1 - |c|. The angle and the sines are worked out in double precision, two lanes at a
+// time, and rounded to float once, in the two weights. The series are near-minimax fits:
+// 2e-9 relative error for the angle, 6e-9 for a sine. Both roads do the same operations in
+// the same order and give the same bits.
 
+// acos(1 - m) / sqrt(m / 2) in powers of m, for m in [0, 1].
+constexpr double kAcos0 = 2.000000004211318, kAcos1 = 0.16666601610708934, kAcos2 = 0.037516483604420336,
+                 kAcos3 = 0.011001023915045092, kAcos4 = 0.00456375329645826, kAcos5 = -0.0006261912388220765,
+                 kAcos6 = 0.0035796401297101886, kAcos7 = -0.0022621924378873597, kAcos8 = 0.001002926814253085;
+// (sin(x) / x - 1) / x^2 in powers of z = x^2, for |x| <= pi/2.
+constexpr double kSin1 = -0.16666659550427748, kSin2 = 0.008333066246082352, kSin3 = -0.0001980960290196475,
+                 kSin4 = 2.6057806380393773e-06;
 constexpr double kPiD = 3.141592653589793;
-constexpr double kHalfPiD = 1.5707963267948966;
-constexpr double kEighthPiD = 0.39269908169872414;
-constexpr double kTanPi16 = 0.198912367379658;
-constexpr double kTan3Pi16 = 0.6681786379192989;
-constexpr double kTanPi8 = 0.41421356237309503;
 
-// atan(r) / r as a cubic in z = r^2, for |r| <= tan(pi/16).
-double AtanSeries(double z)
-{
-    const double z2 = z * z;
-    return (0.9999999980042783 + z * -0.33333171761907915) + z2 * (0.19979470782433997 + z * -0.13444111451982574);
-}
-
-// sin(x) / x as a quartic in z = x^2, for |x| <= pi/2.
-constexpr double kSin0 = 0.999999995698809, kSin1 = -0.16666657947846011, kSin2 = 0.008333050170671773,
-                 kSin3 = -0.00019809017408678003, kSin4 = 2.605107635334788e-06;
-// Sine arguments beyond this are left to the library: the fold below covers up to 3 pi/2.
-constexpr double kSeriesLimit = 4.5;
-
-// atan2(s, c) for s > 0. With big and small the larger and smaller of s and |c|, the angle
-// from the nearer axis is atan(small / big) = k pi/8 + atan(r), where r = (small - big tk) /
-// (big + small tk), tk = tan(k pi/8) and k is chosen so that |r| <= tan(pi/16). From the c
-// axis (c the larger) the angle is that or pi minus it, from the s axis pi/2 -+ it.
-double HalfTurnAngle(double s, double c)
-{
 #if KV_GEOMETRY_SSE2
-    const __m128d signBit = _mm_set_sd(-0.0);
-    const __m128d sc = _mm_unpacklo_pd(_mm_set_sd(s), _mm_set_sd(c));
-    const __m128d a = _mm_andnot_pd(_mm_unpacklo_pd(signBit, signBit), sc); // s |c|
-    const __m128d aSwapped = _mm_shuffle_pd(a, a, 1);                       // |c| s
-    const __m128d big = _mm_max_pd(a, aSwapped), small = _mm_min_pd(a, aSwapped);
-    // The three candidates for (numerator, denominator): k = 0, 1, 2.
-    const __m128d p0 = _mm_unpacklo_pd(small, big);
-    const __m128d turned = _mm_unpacklo_pd(_mm_xor_pd(big, signBit), small); // -big small
-    const __m128d p1 = _mm_add_pd(p0, _mm_mul_pd(turned, _mm_set1_pd(kTanPi8)));
-    const __m128d p2 = _mm_add_pd(p0, turned);
-    const __m128d k = _mm_cmpgt_pd(small, _mm_mul_pd(big, _mm_set_pd(kTan3Pi16, kTanPi16))); // k >= 1, k >= 2
-    const __m128d k1 = _mm_unpacklo_pd(k, k), k2 = _mm_unpackhi_pd(k, k);
-    const __m128d p01 = _mm_or_pd(_mm_and_pd(k1, p1), _mm_andnot_pd(k1, p0));
-    const __m128d pk = _mm_or_pd(_mm_and_pd(k2, p2), _mm_andnot_pd(k2, p01));
-    const double r = _mm_cvtsd_f64(_mm_div_sd(pk, _mm_unpackhi_pd(pk, pk)));
-    const __m128d offsets = _mm_and_pd(k, _mm_set1_pd(kEighthPiD));
-    const __m128d offset = _mm_add_sd(offsets, _mm_unpackhi_pd(offsets, offsets));    // k pi/8
-    const __m128d steep = _mm_cmpgt_sd(a, aSwapped);                                  // s > |c|
-    const __m128d negative = _mm_unpackhi_pd(_mm_cmplt_pd(sc, _mm_setzero_pd()), sc); // c < 0
-    const __m128d turnSign = _mm_and_pd(_mm_xor_pd(steep, negative), signBit);
-    const __m128d base = _mm_or_pd(_mm_and_pd(steep, _mm_set_sd(kHalfPiD)),
-                                   _mm_andnot_pd(steep, _mm_and_pd(negative, _mm_set_sd(kPiD))));
-    const double fixed = _mm_cvtsd_f64(_mm_add_sd(base, _mm_xor_pd(offset, turnSign)));
-    const double turnedR = _mm_cvtsd_f64(_mm_xor_pd(_mm_set_sd(r), turnSign));
-#else
-    const double ac = std::fabs(c);
-    const double big = std::max(s, ac), small = std::min(s, ac);
-    const bool k1 = small > kTanPi16 * big, k2 = small > kTan3Pi16 * big;
-    double numerator = small, denominator = big;
-    if (k2)
-    {
-        numerator = small + -big;
-        denominator = big + small;
-    }
-    else if (k1)
-    {
-        numerator = small + -big * kTanPi8;
-        denominator = big + small * kTanPi8;
-    }
-    const double r = numerator / denominator;
-    const bool steep = s > ac, negative = c < 0.0;
-    const double base = steep ? kHalfPiD : (negative ? kPiD : 0.0);
-    const double turn = steep != negative ? -1.0 : 1.0;
-    const double fixed = base + turn * ((k1 ? kEighthPiD : 0.0) + (k2 ? kEighthPiD : 0.0));
-    const double turnedR = turn * r;
-#endif
-    return fixed + turnedR * AtanSeries(r * r);
-}
+// The compiler builds a constant whose two lanes are alike from one double and a shuffle;
+// read through a pointer it cannot follow, each is one load, folded into its operation.
+alignas(16) const double kSlerpPairs[10] = {kPiD, kPiD, kSin1, kSin1, kSin2, kSin2, kSin3, kSin3, kSin4, kSin4};
 
-// The weights sin((1 - t) angle) / s and sin(t angle) / s, where |t angle| and
-// |(1 - t) angle| are at most kSeriesLimit; an angle beyond pi/2 is folded back by
-// sin(a) = sin(+-pi - a).
-void SineWeights(double angle, double invS, float t, float& w0, float& w1)
+const double* Opaque(const double* table)
 {
-#if KV_GEOMETRY_SSE2
-    const double td = t;
-    const __m128d a = _mm_mul_pd(_mm_set_pd(td, 1.0 - td), _mm_set1_pd(angle));
-    const __m128d signBit = _mm_set1_pd(-0.0);
-    const __m128d far = _mm_cmpgt_pd(_mm_andnot_pd(signBit, a), _mm_set1_pd(kHalfPiD));
-    const __m128d mirrored = _mm_sub_pd(_mm_or_pd(_mm_and_pd(signBit, a), _mm_set1_pd(kPiD)), a);
-    const __m128d x = _mm_or_pd(_mm_and_pd(far, mirrored), _mm_andnot_pd(far, a));
-    const __m128d z = _mm_mul_pd(x, x);
-    const __m128d z2 = _mm_mul_pd(z, z);
-    auto pair = [z](double c0, double c1) { return _mm_add_pd(_mm_set1_pd(c0), _mm_mul_pd(z, _mm_set1_pd(c1))); };
-    const __m128d high = _mm_add_pd(pair(kSin2, kSin3), _mm_mul_pd(z2, _mm_set1_pd(kSin4)));
-    const __m128d series = _mm_add_pd(pair(kSin0, kSin1), _mm_mul_pd(z2, high));
-    const __m128 weights = _mm_cvtpd_ps(_mm_mul_pd(_mm_mul_pd(x, series), _mm_set1_pd(invS)));
-    w0 = _mm_cvtss_f32(weights);
-    w1 = _mm_cvtss_f32(_mm_shuffle_ps(weights, weights, _MM_SHUFFLE(1, 1, 1, 1)));
-#else
-    auto weight = [invS](double a) {
-        const double x = std::fabs(a) > kHalfPiD ? std::copysign(kPiD, a) - a : a;
-        const double z = x * x, z2 = z * z;
-        const double series = (kSin0 + z * kSin1) + z2 * ((kSin2 + z * kSin3) + z2 * kSin4);
-        return static_cast<float>(x * series * invS);
-    };
-    const double td = t;
-    w0 = weight((1.0 - td) * angle);
-    w1 = weight(td * angle);
+#if defined(__GNUC__)
+    asm("" : "+r"(table));
 #endif
+    return table;
+}
+#endif
+
+#if defined(__GNUC__)
+#define KV_SLERP_ASIDE __attribute__((noinline))
+#else
+#define KV_SLERP_ASIDE
+#endif
+
+// What the usual road leaves: nearly the same rotation (or a NaN), where the sine ratio
+// is ill-conditioned and the ends are blended linearly, and t outside [-1/2, 3/2] (or not
+// a number), where a sine's argument can pass the series' range. Out of line, so that the
+// usual road keeps its registers.
+KV_SLERP_ASIDE Quaternion SlerpAside(float t, const Quaternion& p, const Quaternion& q, bool shortestPath)
+{
+    const float dot = Quaternion::Dot(p, q);
+    const bool flip = dot < 0.0f && shortestPath;
+    const Quaternion target = flip ? -q : q;
+    if (std::fabs(dot) < 0.999f)
+    {
+        const double c = flip ? -dot : dot;
+        const double s = std::sqrt(1.0 - c * c);
+        const double angle = std::atan2(s, c);
+        const double td = t;
+        const float w0 = static_cast<float>(std::sin((1.0 - td) * angle) / s);
+        const float w1 = static_cast<float>(std::sin(td * angle) / s);
+        return p * w0 + target * w1;
+    }
+    Quaternion result = p * (1.0f - t) + target * t;
+    result.Normalise();
+    return result;
 }
 
 } // namespace
 
 Quaternion Quaternion::Slerp(float t, const Quaternion& p, const Quaternion& q, bool shortestPath)
 {
-    const float dot = Dot(p, q);
-    // The shorter way round goes to -q, with c = -dot. Which way is taken changes from call
-    // to call, so the 64-bit road turns the signs by mask rather than by a branch. The sign
-    // plays no part in s or in the choice of road, which go on meanwhile.
-    float c = dot;
+    // With c = Dot(p, q), turned to -c (and q to -q) for the shorter way when c < 0, the
+    // angle is theta = psi for c >= 0 and pi - psi for c < 0. A sine's argument u theta,
+    // u = 1 - t or t, is K + u' psi with (K, u') = (0, u) or (u pi, -u); for t in
+    // [-1/2, 3/2] one of that and pi minus it, (pi - 0) - u' psi or (pi - u pi) - u' psi
+    // (with pi - u pi worked out as (1 - u) pi), is within pi/2 of 0: the smaller of the
+    // two, whose sine is the same. Which way is taken and which side of a right angle theta
+    // lies change from call to call, so they are masks, not branches.
 #if KV_GEOMETRY_SSE2
-    const __m128 flip = _mm_and_ps(_mm_cmplt_ss(_mm_set_ss(dot), _mm_setzero_ps()),
-                                   _mm_castsi128_ps(_mm_cvtsi32_si128(shortestPath ? INT32_MIN : 0)));
-    c = _mm_cvtss_f32(_mm_xor_ps(_mm_set_ss(dot), flip));
-    const __m128 from = _mm_loadu_ps(&p.w);
-    const __m128 to = _mm_xor_ps(_mm_loadu_ps(&q.w), _mm_shuffle_ps(flip, flip, _MM_SHUFFLE(0, 0, 0, 0)));
-#else
-    Quaternion target = q;
-    if (dot < 0.0f && shortestPath)
-    {
-        c = -dot;
-        target = -q;
-    }
-#endif
-    const bool curved = std::fabs(dot) < 0.999f;
-    float w0, w1;
-    if (curved)
-    {
-        const float s = std::sqrt(1.0f - dot * dot);
-        const double angle = HalfTurnAngle(s, c);
-        const double invS = 1.0 / s;
-        const double td = t;
-        if (std::fabs((1.0 - td) * angle) <= kSeriesLimit && std::fabs(td * angle) <= kSeriesLimit)
-            SineWeights(angle, invS, t, w0, w1);
-        else
-        {
-            // t far outside 0 to 1 (or not a number).
-            w0 = static_cast<float>(std::sin((1.0 - td) * angle) * invS);
-            w1 = static_cast<float>(std::sin(td * angle) * invS);
-        }
-    }
-    else
-    {
-        // Nearly the same rotation: the sine ratio is ill-conditioned, blend linearly.
-        w0 = 1.0f - t;
-        w1 = t;
-    }
-#if KV_GEOMETRY_SSE2
+    const __m128 from = _mm_loadu_ps(&p.w), to = _mm_loadu_ps(&q.w);
+    const __m128 products = _mm_mul_ps(from, to);
+    __m128 dot = _mm_add_ss(products, _mm_shuffle_ps(products, products, _MM_SHUFFLE(1, 1, 1, 1)));
+    dot = _mm_add_ss(dot, _mm_movehl_ps(products, products));
+    dot = _mm_add_ss(dot, _mm_shuffle_ps(products, products, _MM_SHUFFLE(3, 3, 3, 3)));
+    if (!(std::fabs(_mm_cvtss_f32(dot)) < 0.999f && std::fabs(t - 0.5f) <= 1.0f))
+        return SlerpAside(t, p, q, shortestPath);
+    // The sign of Dot(p, q) turns q when the shorter way is asked for, and is the sign of c
+    // otherwise.
+    const __m128 dotSign = _mm_and_ps(dot, _mm_set_ss(-0.0f));
+    const __m128 flip = _mm_and_ps(dotSign, _mm_castsi128_ps(_mm_cvtsi32_si128(shortestPath ? INT32_MIN : 0)));
+    const __m128 target = _mm_xor_ps(to, _mm_shuffle_ps(flip, flip, _MM_SHUFFLE(0, 0, 0, 0)));
+    const __m128 cSign = _mm_xor_ps(dotSign, flip);
+    const __m128i obtuseBits =
+        _mm_srai_epi32(_mm_castps_si128(_mm_shuffle_ps(cSign, cSign, _MM_SHUFFLE(0, 0, 0, 0))), 31);
+    const __m128d obtuse = _mm_castsi128_pd(obtuseBits);
+    const __m128d sigma = _mm_castsi128_pd(_mm_slli_epi64(obtuseBits, 63));
+
+    // s^2 = (1 - |c|)(1 + |c|) and (1 - |c|) / 2 in lanes 0 and 1, then their roots.
+    const __m128d a = _mm_cvtss_sd(_mm_setzero_pd(), _mm_andnot_ps(_mm_set_ss(-0.0f), dot));
+    const __m128d m1 = _mm_sub_sd(_mm_set_sd(1.0), a);
+    const __m128d m = _mm_unpacklo_pd(m1, m1);
+    const __m128d roots = _mm_sqrt_pd(_mm_mul_pd(_mm_add_pd(_mm_setr_pd(1.0, 0.5), a), m));
+    const __m128d invS1 = _mm_div_pd(_mm_setr_pd(1.0, 0.0), roots);
+    const __m128d invS = _mm_unpacklo_pd(invS1, invS1);
+    // The angle's series by pairs: k0 + k1 m and k4 + k5 m in lane 1, k2 + k3 m and k6 + k7 m
+    // in lane 0, then the sums of four terms, then all nine in lane 1.
+    const __m128d m2 = _mm_mul_pd(m, m), m4 = _mm_mul_pd(m2, m2);
+    auto pair = [](__m128d x, __m128d c0, __m128d c1) { return _mm_add_pd(c0, _mm_mul_pd(x, c1)); };
+    const __m128d quads = _mm_add_pd(pair(m, _mm_setr_pd(kAcos4, kAcos0), _mm_setr_pd(kAcos5, kAcos1)),
+                                     _mm_mul_pd(m2, pair(m, _mm_setr_pd(kAcos6, kAcos2), _mm_setr_pd(kAcos7, kAcos3))));
+    const __m128d high = _mm_add_pd(quads, _mm_mul_pd(m4, _mm_setr_pd(kAcos8, 0.0)));
+    const __m128d psi1 = _mm_mul_pd(roots, _mm_add_pd(quads, _mm_mul_pd(m4, _mm_unpacklo_pd(high, high))));
+    const __m128d psi = _mm_unpackhi_pd(psi1, psi1);
+
+    // Lanes 0 and 1 for p's and q's weights: u = 1 - t and t, (1 - u) pi swapped from u pi.
+    const __m128d u = _mm_add_pd(_mm_setr_pd(1.0, 0.0), _mm_xor_pd(_mm_set1_pd(t), _mm_setr_pd(-0.0, 0.0)));
+    const double* pairs = Opaque(kSlerpPairs);
+    const __m128d halfTurn = _mm_load_pd(pairs);
+    const __m128d uPi = _mm_mul_pd(u, halfTurn);
+    const __m128d turned = _mm_mul_pd(_mm_xor_pd(u, sigma), psi);
+    const __m128d direct = _mm_add_pd(_mm_and_pd(obtuse, uPi), turned);
+    const __m128d mirrorK = _mm_xor_pd(halfTurn, _mm_and_pd(obtuse, _mm_xor_pd(_mm_shuffle_pd(uPi, uPi, 1), halfTurn)));
+    const __m128d x = _mm_min_pd(direct, _mm_sub_pd(mirrorK, turned));
+
+    const __m128d z = _mm_mul_pd(x, x), z2 = _mm_mul_pd(z, z);
+    const __m128d xs = _mm_mul_pd(x, invS);
+    const __m128d sines = _mm_add_pd(pair(z, _mm_load_pd(pairs + 2), _mm_load_pd(pairs + 4)),
+                                     _mm_mul_pd(z2, pair(z, _mm_load_pd(pairs + 6), _mm_load_pd(pairs + 8))));
+    const __m128 weights = _mm_cvtpd_ps(_mm_add_pd(xs, _mm_mul_pd(_mm_mul_pd(xs, z), sines)));
     Quaternion result;
-    _mm_storeu_ps(&result.w, _mm_add_ps(_mm_mul_ps(from, _mm_set1_ps(w0)), _mm_mul_ps(to, _mm_set1_ps(w1))));
-#else
-    Quaternion result = p * w0 + target * w1;
-#endif
-    if (!curved)
-        result.Normalise();
+    _mm_storeu_ps(&result.w, _mm_add_ps(_mm_mul_ps(from, _mm_shuffle_ps(weights, weights, _MM_SHUFFLE(0, 0, 0, 0))),
+                                        _mm_mul_ps(target, _mm_shuffle_ps(weights, weights, _MM_SHUFFLE(1, 1, 1, 1)))));
     return result;
+#else
+    const float dot = Dot(p, q);
+    if (!(std::fabs(dot) < 0.999f && std::fabs(t - 0.5f) <= 1.0f))
+        return SlerpAside(t, p, q, shortestPath);
+    const bool flip = dot < 0.0f && shortestPath;
+    const Quaternion target = flip ? -q : q;
+    const bool obtuse = std::signbit(flip ? -dot : dot);
+    const double a = std::fabs(dot);
+    const double m = 1.0 - a;
+    const double s = std::sqrt((1.0 + a) * m);
+    const double root = std::sqrt(0.5 * m);
+    const double invS = 1.0 / s;
+    const double m2 = m * m, m4 = m2 * m2;
+    const double low = (kAcos0 + m * kAcos1) + m2 * (kAcos2 + m * kAcos3);
+    const double high = (kAcos4 + m * kAcos5) + m2 * (kAcos6 + m * kAcos7);
+    const double psi = root * (low + m4 * (high + m4 * kAcos8));
+    auto weight = [=](double u, double uPi, double mirrorPi) {
+        const double turned = (obtuse ? -u : u) * psi;
+        const double direct = (obtuse ? uPi : 0.0) + turned;
+        const double mirrored = (obtuse ? mirrorPi : kPiD) - turned;
+        const double x = direct < mirrored ? direct : mirrored;
+        const double z = x * x, z2 = z * z;
+        const double xs = x * invS;
+        const double series = (kSin1 + z * kSin2) + z2 * (kSin3 + z * kSin4);
+        return static_cast<float>(xs + (xs * z) * series);
+    };
+    const double u0 = 1.0 + -static_cast<double>(t), u1 = 0.0 + t;
+    const float w0 = weight(u0, u0 * kPiD, u1 * kPiD);
+    const float w1 = weight(u1, u1 * kPiD, u0 * kPiD);
+    return p * w0 + target * w1;
+#endif
 }
 
 Quaternion Quaternion::SlerpWithSpins(float t, const Quaternion& p, const Quaternion& q, int spins)

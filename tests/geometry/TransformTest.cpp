@@ -73,6 +73,10 @@ TEST(Quaternion, Interpolations)
     // takes, and the linear road of equal rotations (dot exactly 1).
     const std::pair<Quaternion, Quaternion> rows[] = {
         {Quaternion::Slerp(1.0f, p, -q, false), -q},
+        // The long way from the identity to a quarter turn about z is three quarter turns
+        // the other way; past half of it a sine's argument passes a right angle.
+        {Quaternion::Slerp(0.3f, a, -b, false), AngleAxis(-0.45f * PI, kZ)},
+        {Quaternion::Slerp(0.75f, a, -b, false), AngleAxis(-1.125f * PI, kZ)},
         {Quaternion::Slerp(0.5f, p, p), p},
         // Halfway along a quarter turn is an eighth of a turn.
         {Quaternion::Nlerp(0.5f, a, -b, true), half},
