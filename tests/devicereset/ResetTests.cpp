@@ -202,6 +202,7 @@ TEST_F(ResetTest, ALostDeviceWaitsForTheFrameToEndARefusedResetIsTriedAgainAndSt
     IDirect3DSurface9* copy = nullptr;
     ASSERT_EQ(D3D_OK, device->CreateOffscreenPlainSurface(4, 4, D3DFMT_X8R8G8B8, D3DPOOL_SYSTEMMEM, &copy, nullptr));
     d3d->m_mapReadbackSurfaces[{4, 4, D3DFMT_X8R8G8B8}] = copy;
+    copy->AddRef(); // ours, to see the reset let go of the map's
     ClearLog();
     from = kvproxy::Here();
     ASSERT_TRUE(ResetMain(kWidth, kHeight));
@@ -223,6 +224,7 @@ TEST_F(ResetTest, ALostDeviceWaitsForTheFrameToEndARefusedResetIsTriedAgainAndSt
 
     // The bound target and depth buffer were forgotten, the read-back copies released.
     EXPECT_TRUE(!rs->_getRenderTarget() && !d3d->m_pActiveDepthBuffer.get() && d3d->m_mapReadbackSurfaces.empty());
+    EXPECT_EQ(0u, copy->Release());
     // The engine's stored states go back to the device after the Reset.
     EXPECT_TRUE(kvproxy::CalledInOrder(from, {Method::Reset, Method::GetScissorRect, Method::SetRenderState}));
 }

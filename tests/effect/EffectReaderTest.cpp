@@ -299,6 +299,9 @@ TEST(EffectFailures, ChangedWordsFailWithTheirPathOfMessagesOrArePassedOver)
         {{{l.body + 20, data - 60}},
          {"Value of 64 bytes at offset " + n(data - 60) + " runs past the end of the effect data\n",
           "Failed to parse value\n", "Failed to parse value\n", name[2]}},
+        // A scalar one word larger than all the data.
+        {{{l.anonymous[0] + 24, data / 4 + 1}},
+         {"Value larger than the " + n(data) + " bytes of effect data\n", name[1], "Failed to parse parameter 12\n"}},
         // Billions of elements.
         {{{l.counts[0] + 16, 0x7FFFFFFF}},
          {"Effect asks for more memory than a file of " + n(data + 8) + " bytes may use\n", name[1],

@@ -59,6 +59,10 @@ TEST(Intersection, RaysAndBoxes)
         {OrientedUnitBox(inside), true, 0.5f}, // the exit
         {OrientedUnitBox(outside), true, 2.0f},
         {OrientedUnitBox(above), false, 0.0f},
+        // The later y entry raises the x one by half a unit.
+        {OrientedUnitBox(Ray(Vector3(-2.5f, -3, 0), Vector3(1, 1, 0))), true, 2.0f},
+        // Within 1e-5 of parallel to y and just outside its slab: a miss, though it would drift in before x = -1.
+        {OrientedUnitBox(Ray(Vector3(-5, 1 + 1e-6f, 0), Vector3(1, -1e-6f, 0))), false, 0.0f},
     });
 
     // Hit or not, entry and exit; a miss leaves both distances as they were.

@@ -109,6 +109,8 @@ TEST(Quaternion, ExpLogAndDirection)
     EXPECT_EQ(0.0f, l.w);
     EXPECT_NEAR(0.55f * 0.48f, l.x, 1e-6f);
     EXPECT_LE(MaxAbsDiff(q, l.Exp()), 1e-6f);
+    // A small turn: its half angle's sine, below 0.1, still scales the vector part.
+    EXPECT_LE(MaxAbsDiff(AngleAxis(0.19f, kZ), AngleAxis(0.19f, kZ).Log().Exp()), 1e-6f);
     // Near zero angle both copy xyz unscaled.
     EXPECT_EQ((std::vector<float>{1e-4f, 1e-4f}),
               (std::vector<float>{Quaternion(0.0f, 1e-4f, 0.0f, 0.0f).Exp().x, Quaternion(1.0f, 1e-4f, 0, 0).Log().x}));
@@ -119,6 +121,10 @@ TEST(Quaternion, ExpLogAndDirection)
     // The frame's columns are side, direction and up: the y axis follows the direction.
     ASSERT_TRUE(d.FromDirection(Vector3(1, 0, 0), kZ));
     EXPECT_LE(MaxAbsDiff(Vector3(1, 0, 0), d.YAxis()), 1e-6f);
+
+    // A half turn about z shrunk to 0.4 keeps its axis: the largest diagonal entry picks the component.
+    d.FromRotationMatrix(Matrix3(-0.4f, 0, 0, 0, -0.4f, 0, 0, 0, 0.4f));
+    EXPECT_LE(MaxAbsDiff(Quaternion(0, 0, 0, 0.5f * std::sqrt(2.2f)), d), 1e-6f);
 }
 
 TEST(Matrix3, ArithmeticAndTheInversesBound)

@@ -169,6 +169,11 @@ TEST(Enumerations, StatesDeclarationsBuffersAndMatrices)
     // want it in the last row.
     const D3DMATRIX t = toD3DMatrix(Matrix4(1, 0, 0, 5, 0, 1, 0, 6, 0, 0, 1, 7, 0, 0, 0, 1));
     EXPECT_EQ((std::vector<float>{5, 6, 7, 0}), (std::vector<float>{t._41, t._42, t._43, t._14}));
+
+    // Image files by the path's ending, whatever its case: a path that is the ending alone has it, a shorter one not.
+    D3DXIMAGE_FILEFORMAT format = D3DXIFF_JPG;
+    EXPECT_TRUE(toD3DXImageFileFormat(".PNG", &format) && format == D3DXIFF_PNG);
+    EXPECT_FALSE(toD3DXImageFileFormat("png", &format));
 }
 
 TEST(CapabilityRules, AnisotropyBorderAndSphereMapsFollowTheCaps)

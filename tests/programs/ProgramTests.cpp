@@ -156,7 +156,8 @@ TEST_F(ProgramTest, ABadDescriptionMakesNoProgramAndSaysWhyAndLoadRefusesAnyThre
 // The error sits behind a switch: only the variants that turn it on fail.
 TEST_F(ProgramTest, ABadSourceFailsItsVariantsAndSparesTheOthers)
 {
-    const std::string source = Read("shader/lit.fx") + "\n#ifdef BROKEN\nfloat4 broken(\n#endif\n";
+    const std::string source =
+        Read("shader/lit.fx") + "\n#ifdef BROKEN\nfloat4 broken = " + std::string(10000, 'm') + ";\n#endif\n";
     Write("shader/bad.fx", source);
     Write("shader/bad.ini", "[program]\nruntime_mask = 1\nregister_mask = 0\n[runtime]\nbit0 = BROKEN\n");
     ref_ptr<CD3D9HLSLProgram> bad = Make("bad+x");
@@ -165,8 +166,10 @@ TEST_F(ProgramTest, ABadSourceFailsItsVariantsAndSparesTheOthers)
     EXPECT_FALSE(WaitReady(bad.get()));
     EXPECT_TRUE(bad->IsReady()); // finished, for the engine
     EXPECT_EQ("#define BROKEN 1\n" + source, Read("cache/bad_vs.txt"));
+    // The compiler's words, over 9000 characters for the long name, keep their last 8999.
     ASSERT_EQ(1u, Errors().size());
-    EXPECT_EQ("vs:", Errors()[0].substr(0, 3)); // then the compiler's words
+    EXPECT_EQ(3u + 8999 + 7, Errors()[0].size());
+    EXPECT_EQ("vs:mmm", Errors()[0].substr(0, 6));
     EXPECT_EQ(", bad+x", Errors()[0].substr(Errors()[0].size() - 7));
     EXPECT_EQ(1u, Entries().size()); // nothing saved for the failure
     // Failed for good: no second compile, and the good variant still serves.
@@ -434,6 +437,23 @@ TEST_F(Constants, BindsFollowTheCompiledTablesOfTheCurrentVariant)
     table->Release();
     lit->SetMatrixArray(world, Fresh(4).data(), 1);
     EXPECT_EQ(Runs({{static_cast<int>(desc.RegisterIndex), 4}}), Flush(Method::SetVertexShaderConstantF));
+
+    // Wine's compiler samples no texture: a cached entry whose constant is made a sampler stands in for one that does.
+    Write("shader/tex.fx", "float4 map;\nfloat4 vs(float4 p : POSITION0) : POSITION { return p; }\n"
+                           "float4 ps() : COLOR0 { return map; }\n");
+    Write("shader/tex.ini", "[program]\nruntime_mask = 0\nregister_mask = 0\n[parameters]\n0 = map\n");
+    ASSERT_TRUE(WaitReady(Make("tex").get()));
+    const std::string entry = "cache/shadercache/" + Entries().back(); // c/tex_..., after the lit entries
+    std::string bytes = Read(entry);
+    const size_t ctab = bytes.rfind("CTAB") + 4; // the pixel code's, its one constant at the offset in word 4
+    bytes[ctab + static_cast<uint8_t>(bytes[ctab + 16]) + 4] = D3DXRS_SAMPLER;
+    Md5 digest; // over what follows the header
+    digest.Update(bytes.substr(52));
+    Write(entry, bytes.replace(20, 32, digest.HexDigest()));
+    ref_ptr<CD3D9HLSLProgram> tex = Make("tex+cached");
+    ASSERT_TRUE(WaitReady(tex.get()) && tex->GetCurrentVariant()->m_AsyncInfo.m_bFromCache);
+    ASSERT_NE(nullptr, tex->GetParam("map")->m_pBind);
+    EXPECT_EQ(0, tex->GetParam("map")->m_pBind->nPSRegister);
 }
 
 TEST_F(LitTest, ShadersAreSetOnceNotWhileCompilingAndAgainAfterAReset)

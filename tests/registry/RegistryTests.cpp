@@ -80,6 +80,9 @@ TEST_F(Registry, RemovesBySwappingAndWalksInTableOrder)
     // The last entry goes without moving anything; the first's place is taken by the last.
     manager->notifyResourceDestroyed(d);
     EXPECT_EQ((Names{"a", "b", "c"}), Table());
+    // Placed in another table at the position it left here, one past this table's end: that is no place in this one.
+    d->m_nResourceIndex = 3;
+    manager->notifyResourceDestroyed(d);
     manager->notifyResourceDestroyed(a);
     EXPECT_EQ((std::vector<int>{-1, -1}), (std::vector<int>{d->m_nResourceIndex, a->m_nResourceIndex}));
     EXPECT_EQ((Names{"c", "b"}), Table());

@@ -86,6 +86,9 @@ TEST_F(TexturesTest, EachRoadAsksForItsFormatPoolAndLevels)
             EXPECT_TRUE(b->getSurface() || b->getVolume());
         EXPECT_EQ(t->getBuffer(2, 1), r.type == TEX_TYPE_CUBE_MAP ? d->m_surfaceList[3 * 2 + 1].get() : nullptr);
         EXPECT_EQ(t->getBuffer(d->getNumFaces(), 0), nullptr); // one past the last
+        // Every known type keeps its native objects when given its source attributes.
+        d->_setSrcAttributes(d->mWidth, d->mHeight, d->mDepth, d->mFormat);
+        EXPECT_TRUE(d->isCreated());
         EXPECT_TRUE(Errors().empty()) << ::testing::PrintToString(Errors());
         t = nullptr;
         EXPECT_EQ(g_nTextureManualSizeInBytes, 0u);
