@@ -56,6 +56,8 @@ TEST(Intersection, RaysAndBoxes)
         // A coordinate that is not a number faces nothing.
         {IntersectRayBox(Ray(Vector3(nan, 0, 0), kX), kUnitBox), false, 0.0f},
         {IntersectRayBox(outside, BoundingBox(Vector3(nan, -1, -1), Vector3(1, 1, 1))), false, 0.0f},
+        // Strictly inside hits at 0 whatever the direction.
+        {IntersectRayBox(Ray(Vector3(0.5f, 0, 0), Vector3(nan, 0, 0)), kUnitBox), true, 0.0f},
         {OrientedUnitBox(inside), true, 0.5f}, // the exit
         {OrientedUnitBox(outside), true, 2.0f},
         {OrientedUnitBox(above), false, 0.0f},
