@@ -387,6 +387,119 @@ RayHit IntersectRaySphere(const Ray& ray, const BoundingSphere& sphere, bool dis
     return RayHit(true, t);
 }
 
+#if KV_GEOMETRY_SSE2
+namespace
+{
+
+// A Vector3 in lanes 0 to 2 of a vector, 0 in lane 3, read without going past its 12 bytes.
+__m128 Load3(const Vector3& v)
+{
+    const __m128 xy = _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(&v.x)));
+    return _mm_movelh_ps(xy, _mm_load_ss(&v.z));
+}
+
+// Lane 3 is not looked at; a value there that differs from the others keeps GCC from
+// building the constant by a broadcast (two instructions) instead of loading it.
+alignas(16) const float kSignBits[4] = {-0.0f, -0.0f, -0.0f, 0.0f};
+alignas(16) const float kTolScale[4] = {-1e-6f, -1e-6f, -1e-6f, 0.0f};
+
+// The test on all three projections at once. A cross product is worked out as
+// (A * B.yzx - A.yzx * B), which holds component (i + 2) mod 3 of A x B in lane i, with the
+// same products and differences as Vector3::Cross: lane 0 for z, 1 for x, 2 for y. So lane
+// i works on the pair of axes left when axis (i + 2) mod 3 is dropped, and u = p x c,
+// v = b x p and the area b x c, two-dimensional cross products on that pair, are the lane's
+// components of the three-dimensional ones. For the pairs (0, 2) and (1, 0) that is the
+// other order of the pair, which turns the signs of u, v and the area alike; the test does
+// not change under that, and each lane is brought to a positive area before it. Only the
+// lane of the dropped axis counts, but when the lanes agree (everywhere but close to an
+// edge) the answer is known without choosing: a miss leaves after a few instructions and
+// without a branch on the choice, which random normals mispredict.
+template <bool kGivenNormal>
+RayHit RayTriangleLanes(const Ray& ray, const Vector3& va, const Vector3& vb, const Vector3& vc,
+                        const Vector3* givenNormal, bool positiveSide, bool negativeSide)
+{
+    const __m128 o = _mm_loadu_ps(&ray.origin.x);               // ox oy oz dx
+    const __m128 originDirection = _mm_loadu_ps(&ray.origin.z); // oz dx dy dz
+    const __m128 d = Lanes<1, 2, 3, 0>(originDirection);        // dx dy dz oz
+    const __m128 a = Load3(va);
+    const __m128 eb = _mm_sub_ps(Load3(vb), a), ec = _mm_sub_ps(Load3(vc), a);
+    const __m128 ebY = Lanes<1, 2, 0, 3>(eb), ecY = Lanes<1, 2, 0, 3>(ec);
+    const __m128 area = _mm_sub_ps(_mm_mul_ps(eb, ecY), _mm_mul_ps(ebY, ec)); // z x y of (b - a) x (c - a)
+
+    // The dot products as Vector3::Dot adds them, x + y first, then z; the quotient in
+    // lane 0. Against the computed normal the other factor is turned alike.
+    const __m128 ao = _mm_sub_ps(a, o);
+    __m128 nd, na;
+    if (kGivenNormal)
+    {
+        const __m128 n = Load3(*givenNormal);
+        nd = Lanes<2, 0, 1, 3>(_mm_mul_ps(n, d));
+        na = Lanes<2, 0, 1, 3>(_mm_mul_ps(n, ao));
+    }
+    else
+    {
+        nd = _mm_mul_ps(area, Lanes<2, 0, 1, 3>(d));
+        na = _mm_mul_ps(area, Lanes<2, 0, 1, 3>(ao));
+    }
+    const __m128 denom = _mm_add_ss(_mm_add_ss(Lanes<1, 1, 1, 1>(nd), Lanes<2, 2, 2, 2>(nd)), nd);
+    const __m128 t = _mm_div_ss(_mm_add_ss(_mm_add_ss(Lanes<1, 1, 1, 1>(na), Lanes<2, 2, 2, 2>(na)), na), denom);
+
+    // p = o + d t - a, in the usual frame and turned, for the cross products.
+    const __m128 p = _mm_sub_ps(_mm_add_ps(o, _mm_mul_ps(d, Lanes<0, 0, 0, 0>(t))), a);
+    const __m128 pY = Lanes<1, 2, 0, 3>(p);
+    // A negative area turns the signs of u, v and the area (through the edges' factors,
+    // which are ready before t); the margin is then -1e-6 of the area's magnitude.
+    const __m128 signBit = _mm_load_ps(kSignBits);
+    const __m128 sign = _mm_and_ps(area, signBit);
+    const __m128 absArea = _mm_xor_ps(area, sign);
+    const __m128 tol = _mm_mul_ps(absArea, _mm_load_ps(kTolScale));
+    const __m128 u = _mm_sub_ps(_mm_mul_ps(p, _mm_xor_ps(ecY, sign)), _mm_mul_ps(pY, _mm_xor_ps(ec, sign)));
+    // "Not below" lets a u that is not a number through, but then u + v is not a number
+    // either and fails the last comparison.
+    int lanes = _mm_movemask_ps(_mm_cmpnlt_ps(u, tol)) & 7;
+    if (!lanes)
+        return RayHit();
+    const __m128 v = _mm_sub_ps(_mm_mul_ps(_mm_xor_ps(eb, sign), pY), _mm_mul_ps(_mm_xor_ps(ebY, sign), p));
+    lanes &=
+        _mm_movemask_ps(_mm_and_ps(_mm_cmpnlt_ps(v, tol), _mm_cmple_ps(_mm_add_ps(u, v), _mm_sub_ps(absArea, tol))));
+    if (!lanes)
+        return RayHit();
+
+    // Only now the side and the sign of t: a miss never needs them. Above the margin the ray
+    // meets the back, below it the front.
+    const float dn = _mm_cvtss_f32(denom);
+    const float distance = _mm_cvtss_f32(t);
+    if (!((((dn > kFloatEpsilon) & negativeSide) | ((dn < -kFloatEpsilon) & positiveSide)) & !(distance < 0.0f)))
+        return RayHit();
+    if (lanes != 7)
+    {
+        // The lanes disagree: the one of the dropped axis decides, the normal's largest
+        // component: y when above both others, z when at least y and above x, else x.
+        const __m128 absN = kGivenNormal ? _mm_andnot_ps(signBit, Load3(*givenNormal)) : Lanes<1, 2, 0, 3>(absArea);
+        const int abovePrevious = _mm_movemask_ps(_mm_cmpgt_ps(absN, Lanes<2, 0, 1, 3>(absN))); // x>z y>x z>y
+        const int aboveNext = _mm_movemask_ps(_mm_cmpgt_ps(absN, Lanes<1, 2, 0, 3>(absN)));     // x>y y>z z>x
+        const bool dropY = (abovePrevious & aboveNext) >> 1 & 1;
+        const bool dropZ = (~aboveNext >> 1) & (aboveNext >> 2) & 1;
+        if (!(lanes >> (dropZ ? 0 : dropY ? 2 : 1) & 1))
+            return RayHit();
+    }
+    return HitAt(distance);
+}
+
+} // namespace
+
+RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, const Vector3& c, const Vector3& normal,
+                            bool positiveSide, bool negativeSide)
+{
+    return RayTriangleLanes<true>(ray, a, b, c, &normal, positiveSide, negativeSide);
+}
+
+RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, const Vector3& c, bool positiveSide,
+                            bool negativeSide)
+{
+    return RayTriangleLanes<false>(ray, a, b, c, nullptr, positiveSide, negativeSide);
+}
+#else
 namespace
 {
 
@@ -452,6 +565,7 @@ RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, 
     const Vector3 ec = c - a;
     return RayTriangle(ray, a, eb, ec, eb.Cross(ec), positiveSide, negativeSide);
 }
+#endif
 
 bool SphereTouchesBox(const BoundingSphere& sphere, const BoundingBox& box)
 {
