@@ -426,26 +426,18 @@ RayHit RayTriangleLanes(const Ray& ray, const Vector3& va, const Vector3& vb, co
     const __m128 ebY = Lanes<1, 2, 0, 3>(eb), ecY = Lanes<1, 2, 0, 3>(ec);
     const __m128 area = _mm_sub_ps(_mm_mul_ps(eb, ecY), _mm_mul_ps(ebY, ec)); // z x y of (b - a) x (c - a)
 
-    // The dot products as Vector3::Dot adds them, x + y first, then z; the quotient in
-    // lane 0. Against the computed normal the other factor is turned alike.
-    const __m128 ao = _mm_sub_ps(a, o);
-    __m128 nd, na;
-    if (kGivenNormal)
-    {
-        const __m128 n = Load3(*givenNormal);
-        nd = Lanes<2, 0, 1, 3>(_mm_mul_ps(n, d));
-        na = Lanes<2, 0, 1, 3>(_mm_mul_ps(n, ao));
-    }
-    else
-    {
-        nd = _mm_mul_ps(area, Lanes<2, 0, 1, 3>(d));
-        na = _mm_mul_ps(area, Lanes<2, 0, 1, 3>(ao));
-    }
-    const __m128 denom = _mm_add_ss(_mm_add_ss(Lanes<1, 1, 1, 1>(nd), Lanes<2, 2, 2, 2>(nd)), nd);
-    const __m128 t = _mm_div_ss(_mm_add_ss(_mm_add_ss(Lanes<1, 1, 1, 1>(na), Lanes<2, 2, 2, 2>(na)), na), denom);
+    // The dot products as Vector3::Dot adds them, x + y first, then z, with both factors in
+    // the turned frame. The two are summed side by side, and t = num / denom comes out in
+    // every lane.
+    const __m128 n = kGivenNormal ? Lanes<2, 0, 1, 3>(Load3(*givenNormal)) : area;
+    const __m128 nd = _mm_mul_ps(n, Lanes<3, 1, 2, 0>(originDirection));                               // z x y
+    const __m128 na = _mm_mul_ps(n, Lanes<2, 0, 1, 3>(_mm_sub_ps(a, o)));                              // z x y
+    const __m128 low = _mm_unpacklo_ps(nd, na);                                                        // z z x x
+    const __m128 sums = _mm_add_ps(_mm_add_ps(_mm_movehl_ps(low, low), _mm_unpackhi_ps(nd, na)), low); // denom num
+    const __m128 t = _mm_div_ps(Lanes<1, 1, 1, 1>(sums), Lanes<0, 0, 0, 0>(sums));
 
     // p = o + d t - a, in the usual frame and turned, for the cross products.
-    const __m128 p = _mm_sub_ps(_mm_add_ps(o, _mm_mul_ps(d, Lanes<0, 0, 0, 0>(t))), a);
+    const __m128 p = _mm_sub_ps(_mm_add_ps(o, _mm_mul_ps(d, t)), a);
     const __m128 pY = Lanes<1, 2, 0, 3>(p);
     // A negative area turns the signs of u, v and the area (through the edges' factors,
     // which are ready before t); the margin is then -1e-6 of the area's magnitude.
@@ -467,7 +459,7 @@ RayHit RayTriangleLanes(const Ray& ray, const Vector3& va, const Vector3& vb, co
 
     // Only now the side and the sign of t: a miss never needs them. Above the margin the ray
     // meets the back, below it the front.
-    const float dn = _mm_cvtss_f32(denom);
+    const float dn = _mm_cvtss_f32(sums);
     const float distance = _mm_cvtss_f32(t);
     if (!((((dn > kFloatEpsilon) & negativeSide) | ((dn < -kFloatEpsilon) & positiveSide)) & !(distance < 0.0f)))
         return RayHit();
