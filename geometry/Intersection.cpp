@@ -1,7 +1,9 @@
 #include "geometry/Intersection.h"
 
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -17,6 +19,31 @@ namespace
 constexpr float kFloatEpsilon = 1.1920929e-7f;
 constexpr float kFloatMax = 3.4028235e38f;
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
+
+#if KV_GEOMETRY_SSE2
+static_assert(sizeof(RayHit) == 8 && offsetof(RayHit, distance) == 4, "a RayHit is returned as 64 bits");
+
+// A hit at the distance, built as the 64 bits a RayHit is returned in: the flag in the low
+// byte, the distance in the high half. Built field by field, GCC sends every return of the
+// function, the constant misses too, through one block of half a dozen instructions.
+RayHit HitAt(float distance)
+{
+    std::uint32_t bits;
+    std::memcpy(&bits, &distance, sizeof bits);
+    const std::uint64_t packed = static_cast<std::uint64_t>(bits) << 32 | 1u;
+    RayHit hit;
+    std::memcpy(static_cast<void*>(&hit), &packed, sizeof hit);
+    return hit;
+}
+
+// Lane i of the result is lane Ii of v: one pshufd, which writes a new register where
+// shufps would need a copy of v first.
+template <int I0, int I1, int I2, int I3>
+__m128 Lanes(__m128 v)
+{
+    return _mm_castsi128_ps(_mm_shuffle_epi32(_mm_castps_si128(v), _MM_SHUFFLE(I3, I2, I1, I0)));
+}
+#endif
 
 } // namespace
 
@@ -76,44 +103,57 @@ RayHit IntersectRayBox(const Ray& ray, const BoundingBox& box)
 #if KV_GEOMETRY_SSE2
     // The three axes side by side in the lanes of a vector; lane 3 is not looked at. The
     // loads stay within the ray and the box records.
-    const __m128 o = _mm_loadu_ps(&ray.origin.x);    // ox oy oz dx
-    const __m128 oDir = _mm_loadu_ps(&ray.origin.z); // oz dx dy dz, the record's last four
-    const __m128 d = _mm_shuffle_ps(oDir, oDir, _MM_SHUFFLE(0, 3, 2, 1));
+    const __m128 o = _mm_loadu_ps(&ray.origin.x);                    // ox oy oz dx
+    const __m128 d = Lanes<1, 2, 3, 0>(_mm_loadu_ps(&ray.origin.z)); // dx dy dz oz
     const __m128 mn = _mm_loadu_ps(&box.minimum.x);
     const __m128 mx = _mm_loadu_ps(&box.maximum.x);
-    const __m128 aboveMin = _mm_cmpgt_ps(o, mn), belowMax = _mm_cmplt_ps(o, mx);
-    if ((_mm_movemask_ps(_mm_and_ps(aboveMin, belowMax)) & 7) == 7)
-        return RayHit(true, 0.0f); // strictly inside
 
     // The minimum face faces a positive direction from an origin not above it, the maximum
     // face a negative one from an origin not below it. "Not above" also lets in a coordinate
-    // that is not a number, but its t is not a number either and fails t >= 0 below.
+    // that is not a number, but its t is not a number either and fails the test of the hit
+    // point below.
     const __m128 zero = _mm_setzero_ps();
     const __m128 positive = _mm_cmpgt_ps(d, zero);
-    const __m128 towardsMin = _mm_andnot_ps(aboveMin, positive);
-    const __m128 towardsMax = _mm_andnot_ps(belowMax, _mm_cmplt_ps(d, zero));
+    const __m128 towards = _mm_or_ps(_mm_andnot_ps(_mm_cmpgt_ps(o, mn), positive),
+                                     _mm_andnot_ps(_mm_cmplt_ps(o, mx), _mm_cmplt_ps(d, zero)));
+    const int facing = _mm_movemask_ps(towards) & 7;
+    // An origin strictly inside is above every minimum and below every maximum, so no face
+    // faces it: its test waits here, off the path of the rays that face a face (the
+    // expectation keeps that path free of taken branches).
+    if (__builtin_expect(!facing, 0))
+    {
+        const Vector3& p = ray.origin;
+        const Vector3& lo = box.minimum;
+        const Vector3& hi = box.maximum;
+        return RayHit(p.x > lo.x && p.y > lo.y && p.z > lo.z && p.x < hi.x && p.y < hi.y && p.z < hi.z, 0.0f);
+    }
+
+    // No t >= 0 test: a face that faces the ray lies at or ahead of the origin along d, so
+    // its t is at least 0 (or -0), or not a number, which makes the hit point not a number
+    // and fails its test.
     const __m128 face = _mm_or_ps(_mm_and_ps(positive, mn), _mm_andnot_ps(positive, mx));
     const __m128 t = _mm_div_ps(_mm_sub_ps(face, o), d);
     // The hit point through the candidate of axis a must lie within the box on the two
-    // other axes, a + 1 and a + 2 (mod 3). With t turned round by one lane and by two, lane
-    // k holds the hit point of axis k - 1 and of axis k - 2 on axis k; the answers are
-    // turned back to lane a.
-    const __m128 tFromPrevious = _mm_shuffle_ps(t, t, _MM_SHUFFLE(3, 1, 0, 2)); // tz tx ty
-    const __m128 tFromNext = _mm_shuffle_ps(t, t, _MM_SHUFFLE(3, 0, 2, 1));     // ty tz tx
-    const __m128 hitPrevious = _mm_add_ps(o, _mm_mul_ps(d, tFromPrevious));
-    const __m128 hitNext = _mm_add_ps(o, _mm_mul_ps(d, tFromNext));
-    const __m128 inPrevious = _mm_and_ps(_mm_cmpge_ps(hitPrevious, mn), _mm_cmple_ps(hitPrevious, mx));
-    const __m128 inNext = _mm_and_ps(_mm_cmpge_ps(hitNext, mn), _mm_cmple_ps(hitNext, mx));
-    const __m128 within = _mm_and_ps(_mm_shuffle_ps(inPrevious, inPrevious, _MM_SHUFFLE(3, 0, 2, 1)),
-                                     _mm_shuffle_ps(inNext, inNext, _MM_SHUFFLE(3, 1, 0, 2)));
-    const __m128 hits = _mm_and_ps(_mm_and_ps(_mm_or_ps(towardsMin, towardsMax), _mm_cmpge_ps(t, zero)), within);
-    if (!(_mm_movemask_ps(hits) & 7))
-        return RayHit(false, 0.0f);
+    // other axes, a + 1 and a + 2 (mod 3). The origin, the direction and the box are turned
+    // round by one lane and by two, which leaves the division's result where it is: lane a
+    // then holds axis a's hit point on axis a + 1 and on axis a + 2, and the answers need
+    // no turning back.
+    const __m128 hitNext = _mm_add_ps(Lanes<1, 2, 0, 3>(o), _mm_mul_ps(Lanes<1, 2, 0, 3>(d), t));
+    const __m128 hitAfter = _mm_add_ps(Lanes<2, 0, 1, 3>(o), _mm_mul_ps(Lanes<2, 0, 1, 3>(d), t));
+    const __m128 inNext =
+        _mm_and_ps(_mm_cmpge_ps(hitNext, Lanes<1, 2, 0, 3>(mn)), _mm_cmple_ps(hitNext, Lanes<1, 2, 0, 3>(mx)));
+    const __m128 inAfter =
+        _mm_and_ps(_mm_cmpge_ps(hitAfter, Lanes<2, 0, 1, 3>(mn)), _mm_cmple_ps(hitAfter, Lanes<2, 0, 1, 3>(mx)));
+    const __m128 within = _mm_and_ps(inNext, inAfter);
+    // Most rays miss most boxes: the miss is the path without a taken branch.
+    if (__builtin_expect(!(_mm_movemask_ps(within) & facing), 1))
+        return RayHit();
     // The nearest hit; on a tie the earlier axis, as min_ss(a, b) keeps b unless a < b.
+    const __m128 hits = _mm_and_ps(towards, within);
     const __m128 candidates = _mm_or_ps(_mm_and_ps(hits, t), _mm_andnot_ps(hits, _mm_set1_ps(kInfinity)));
-    const __m128 nearestXY = _mm_min_ss(_mm_shuffle_ps(candidates, candidates, _MM_SHUFFLE(1, 1, 1, 1)), candidates);
-    const __m128 nearest = _mm_min_ss(_mm_shuffle_ps(candidates, candidates, _MM_SHUFFLE(2, 2, 2, 2)), nearestXY);
-    return RayHit(true, _mm_cvtss_f32(nearest));
+    const __m128 nearestXY = _mm_min_ss(Lanes<1, 1, 1, 1>(candidates), candidates);
+    const __m128 nearest = _mm_min_ss(Lanes<2, 2, 2, 2>(candidates), nearestXY);
+    return HitAt(_mm_cvtss_f32(nearest));
 #else
     const float o[3] = {ray.origin.x, ray.origin.y, ray.origin.z};
     const float d[3] = {ray.direction.x, ray.direction.y, ray.direction.z};
@@ -347,6 +387,111 @@ RayHit IntersectRaySphere(const Ray& ray, const BoundingSphere& sphere, bool dis
     return RayHit(true, t);
 }
 
+#if KV_GEOMETRY_SSE2
+namespace
+{
+
+// A Vector3 in lanes 0 to 2 of a vector, 0 in lane 3, read without going past its 12 bytes.
+__m128 Load3(const Vector3& v)
+{
+    const __m128 xy = _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(&v.x)));
+    return _mm_movelh_ps(xy, _mm_load_ss(&v.z));
+}
+
+// Lane 3 is not looked at; a value there that differs from the others keeps GCC from
+// building the constant by a broadcast (two instructions) instead of loading it.
+alignas(16) const float kSignBits[4] = {-0.0f, -0.0f, -0.0f, 0.0f};
+alignas(16) const float kTolScale[4] = {-1e-6f, -1e-6f, -1e-6f, 0.0f};
+
+// The test on all three projections at once. A cross product is worked out as
+// (A * B.yzx - A.yzx * B), which holds component (i + 2) mod 3 of A x B in lane i, with the
+// same products and differences as Vector3::Cross: lane 0 for z, 1 for x, 2 for y. So lane
+// i works on the pair of axes left when axis (i + 2) mod 3 is dropped, and u = p x c,
+// v = b x p and the area b x c, two-dimensional cross products on that pair, are the lane's
+// components of the three-dimensional ones. For the pairs (0, 2) and (1, 0) that is the
+// other order of the pair, which turns the signs of u, v and the area alike; the test does
+// not change under that, and each lane is brought to a positive area before it. Only the
+// lane of the dropped axis counts, but when the lanes agree (everywhere but close to an
+// edge) the answer is known without choosing: a miss leaves after a few instructions and
+// without a branch on the choice, which random normals mispredict.
+template <bool kGivenNormal>
+RayHit RayTriangleLanes(const Ray& ray, const Vector3& va, const Vector3& vb, const Vector3& vc,
+                        const Vector3* givenNormal, bool positiveSide, bool negativeSide)
+{
+    const __m128 o = _mm_loadu_ps(&ray.origin.x);               // ox oy oz dx
+    const __m128 originDirection = _mm_loadu_ps(&ray.origin.z); // oz dx dy dz
+    const __m128 d = Lanes<1, 2, 3, 0>(originDirection);        // dx dy dz oz
+    const __m128 a = Load3(va);
+    const __m128 eb = _mm_sub_ps(Load3(vb), a), ec = _mm_sub_ps(Load3(vc), a);
+    const __m128 ebY = Lanes<1, 2, 0, 3>(eb), ecY = Lanes<1, 2, 0, 3>(ec);
+    const __m128 area = _mm_sub_ps(_mm_mul_ps(eb, ecY), _mm_mul_ps(ebY, ec)); // z x y of (b - a) x (c - a)
+
+    // The dot products as Vector3::Dot adds them, x + y first, then z, with both factors in
+    // the turned frame. The two are summed side by side, and t = num / denom comes out in
+    // every lane.
+    const __m128 n = kGivenNormal ? Lanes<2, 0, 1, 3>(Load3(*givenNormal)) : area;
+    const __m128 nd = _mm_mul_ps(n, Lanes<3, 1, 2, 0>(originDirection));                               // z x y
+    const __m128 na = _mm_mul_ps(n, Lanes<2, 0, 1, 3>(_mm_sub_ps(a, o)));                              // z x y
+    const __m128 low = _mm_unpacklo_ps(nd, na);                                                        // z z x x
+    const __m128 sums = _mm_add_ps(_mm_add_ps(_mm_movehl_ps(low, low), _mm_unpackhi_ps(nd, na)), low); // denom num
+    const __m128 t = _mm_div_ps(Lanes<1, 1, 1, 1>(sums), Lanes<0, 0, 0, 0>(sums));
+
+    // p = o + d t - a, in the usual frame and turned, for the cross products.
+    const __m128 p = _mm_sub_ps(_mm_add_ps(o, _mm_mul_ps(d, t)), a);
+    const __m128 pY = Lanes<1, 2, 0, 3>(p);
+    // A negative area turns the signs of u, v and the area (through the edges' factors,
+    // which are ready before t); the margin is then -1e-6 of the area's magnitude.
+    const __m128 signBit = _mm_load_ps(kSignBits);
+    const __m128 sign = _mm_and_ps(area, signBit);
+    const __m128 absArea = _mm_xor_ps(area, sign);
+    const __m128 tol = _mm_mul_ps(absArea, _mm_load_ps(kTolScale));
+    const __m128 u = _mm_sub_ps(_mm_mul_ps(p, _mm_xor_ps(ecY, sign)), _mm_mul_ps(pY, _mm_xor_ps(ec, sign)));
+    // "Not below" lets a u that is not a number through, but then u + v is not a number
+    // either and fails the last comparison.
+    int lanes = _mm_movemask_ps(_mm_cmpnlt_ps(u, tol)) & 7;
+    if (!lanes)
+        return RayHit();
+    const __m128 v = _mm_sub_ps(_mm_mul_ps(_mm_xor_ps(eb, sign), pY), _mm_mul_ps(_mm_xor_ps(ebY, sign), p));
+    lanes &=
+        _mm_movemask_ps(_mm_and_ps(_mm_cmpnlt_ps(v, tol), _mm_cmple_ps(_mm_add_ps(u, v), _mm_sub_ps(absArea, tol))));
+    if (!lanes)
+        return RayHit();
+
+    // Only now the side and the sign of t: a miss never needs them. Above the margin the ray
+    // meets the back, below it the front.
+    const float dn = _mm_cvtss_f32(sums);
+    const float distance = _mm_cvtss_f32(t);
+    if (!((((dn > kFloatEpsilon) & negativeSide) | ((dn < -kFloatEpsilon) & positiveSide)) & !(distance < 0.0f)))
+        return RayHit();
+    if (lanes != 7)
+    {
+        // The lanes disagree: the one of the dropped axis decides, the normal's largest
+        // component: y when above both others, z when at least y and above x, else x.
+        const __m128 absN = kGivenNormal ? _mm_andnot_ps(signBit, Load3(*givenNormal)) : Lanes<1, 2, 0, 3>(absArea);
+        const int abovePrevious = _mm_movemask_ps(_mm_cmpgt_ps(absN, Lanes<2, 0, 1, 3>(absN))); // x>z y>x z>y
+        const int aboveNext = _mm_movemask_ps(_mm_cmpgt_ps(absN, Lanes<1, 2, 0, 3>(absN)));     // x>y y>z z>x
+        const bool dropY = (abovePrevious & aboveNext) >> 1 & 1;
+        const bool dropZ = (~aboveNext >> 1) & (aboveNext >> 2) & 1;
+        if (!(lanes >> (dropZ ? 0 : dropY ? 2 : 1) & 1))
+            return RayHit();
+    }
+    return HitAt(distance);
+}
+
+} // namespace
+
+RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, const Vector3& c, const Vector3& normal,
+                            bool positiveSide, bool negativeSide)
+{
+    return RayTriangleLanes<true>(ray, a, b, c, &normal, positiveSide, negativeSide);
+}
+
+RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, const Vector3& c, bool positiveSide,
+                            bool negativeSide)
+{
+    return RayTriangleLanes<false>(ray, a, b, c, nullptr, positiveSide, negativeSide);
+}
+#else
 namespace
 {
 
@@ -412,6 +557,7 @@ RayHit IntersectRayTriangle(const Ray& ray, const Vector3& a, const Vector3& b, 
     const Vector3 ec = c - a;
     return RayTriangle(ray, a, eb, ec, eb.Cross(ec), positiveSide, negativeSide);
 }
+#endif
 
 bool SphereTouchesBox(const BoundingSphere& sphere, const BoundingBox& box)
 {
