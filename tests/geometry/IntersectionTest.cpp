@@ -182,61 +182,25 @@ TEST(Intersection, RayAndTriangle)
     });
 }
 
-TEST(Intersection, NearestBoxFaceIsTheIntervalsEntry)
-{
-    // Two different algorithms: the faces one by one, and the slabs clipped in turn. Away
-    // from edges and faces, where their margins differ, they find the same entry.
-    std::mt19937 rng(21);
-    std::uniform_real_distribution<float> u(-4.0f, 4.0f);
-    auto size = [&] { return std::fabs(u(rng)) + 1.0f; };
-    const int rays = 10000;
-    int hits = 0, inside = 0;
-    for (int n = 0; n < rays; ++n)
-    {
-        const Vector3 corner(u(rng), u(rng), u(rng));
-        const BoundingBox box(corner, corner + Vector3(size(), size(), size()));
-        const Ray ray(Vector3(u(rng), u(rng), u(rng)), Vector3(u(rng), u(rng), u(rng)));
-        float d1 = -1.0f, d2 = -1.0f;
-        const bool expected = IntersectRayBoxInterval(ray, box, &d1, &d2);
-        const RayHit h = IntersectRayBox(ray, box);
-        ASSERT_EQ(h.hit, expected) << n;
-        EXPECT_NEAR(h.distance, expected ? d1 : 0.0f, 1e-5f * std::max(1.0f, d1)) << n;
-        hits += h.hit;
-        inside += h.hit && d1 == 0.0f;
-    }
-    // Entries through faces of every axis, starts inside, and misses all came up.
-    EXPECT_GT(hits - inside, rays / 40);
-    EXPECT_GT(inside, rays / 100);
-    EXPECT_GT(rays - hits, rays / 10);
-}
-
 // The nearest box face and the triangle test written out the way they are defined, one
 // face and one pair of axes at a time, for comparing the kernels' results bit for bit.
 RayHit BoxFaceByFace(const Ray& ray, const BoundingBox& box)
 {
-    if (box.IsNull())
-        return RayHit(false, 0.0f);
-    if (box.IsInfinite())
-        return RayHit(true, 0.0f);
+    if (!box.IsFinite())
+        return RayHit(box.IsInfinite(), 0.0f);
     const Vector3 &o = ray.origin, &d = ray.direction, &lo = box.minimum, &hi = box.maximum;
     if (o.x > lo.x && o.y > lo.y && o.z > lo.z && o.x < hi.x && o.y < hi.y && o.z < hi.z)
         return RayHit(true, 0.0f);
     RayHit nearest(false, 0.0f);
     for (int face = 0; face < 6; ++face)
     {
-        const int axis = face / 2;
-        const bool maximum = face % 2 == 1;
-        const float f = maximum ? hi[axis] : lo[axis];
-        if (!(maximum ? o[axis] >= f && d[axis] < 0.0f : o[axis] <= f && d[axis] > 0.0f))
-            continue;
+        const int axis = face / 2, k1 = (axis + 1) % 3, k2 = (axis + 2) % 3;
+        const float f = face % 2 ? hi[axis] : lo[axis];
         const float t = (f - o[axis]) / d[axis];
-        if (!(t >= 0.0f))
-            continue;
-        const Vector3 point = o + d * t;
-        bool within = true;
-        for (int k = 0; k < 3; ++k)
-            within = within && (k == axis || (point[k] >= lo[k] && point[k] <= hi[k]));
-        if (within && (!nearest.hit || t < nearest.distance))
+        const Vector3 p = o + d * t;
+        if ((face % 2 ? o[axis] >= f && d[axis] < 0.0f : o[axis] <= f && d[axis] > 0.0f) && t >= 0.0f &&
+            p[k1] >= lo[k1] && p[k1] <= hi[k1] && p[k2] >= lo[k2] && p[k2] <= hi[k2] &&
+            (!nearest.hit || t < nearest.distance))
             nearest = RayHit(true, t);
     }
     return nearest;
@@ -247,38 +211,35 @@ bool InsideOnPair(const Ray& ray, const Vector3& a, const Vector3& b, const Vect
 {
     const Vector3 p = ray.origin + ray.direction * t - a, eb = b - a, ec = c - a;
     auto cross = [&](const Vector3& l, const Vector3& r) { return l[i0] * r[i1] - l[i1] * r[i0]; };
-    const float u = cross(p, ec), v = cross(eb, p), area = cross(eb, ec);
-    const float tol = area * -1e-6f;
+    const float u = cross(p, ec), v = cross(eb, p), area = cross(eb, ec), tol = area * -1e-6f;
     return area > 0.0f ? u >= tol && v >= tol && u + v <= area - tol : u <= tol && v <= tol && u + v >= area - tol;
 }
 
-// The axis the projection drops: y when |y| is above both others, z when |z| is at least |y|
-// and above |x|, else x.
+// The axis the projection drops (y above both others, z at least y and above x, else x),
+// and the triangle test on the pair it leaves.
 int DroppedAxis(const Vector3& n)
 {
     const float nx = std::fabs(n.x), ny = std::fabs(n.y), nz = std::fabs(n.z);
-    if (ny > nz && ny > nx)
-        return 1;
-    return !(ny > nz) && nz > nx ? 2 : 0;
+    return ny > nz && ny > nx ? 1 : !(ny > nz) && nz > nx ? 2 : 0;
 }
 
 RayHit TriangleByPair(const Ray& ray, const Vector3& a, const Vector3& b, const Vector3& c, const Vector3& normal,
                       bool positiveSide, bool negativeSide)
 {
-    const float denom = normal.Dot(ray.direction);
-    if (!((denom > 1.1920929e-7f && negativeSide) || (denom < -1.1920929e-7f && positiveSide)))
-        return RayHit(false, 0.0f);
-    const float t = normal.Dot(a - ray.origin) / denom;
-    if (t < 0.0f)
-        return RayHit(false, 0.0f);
     static const int pairs[3][2] = {{1, 2}, {0, 2}, {1, 0}};
+    const float denom = normal.Dot(ray.direction), t = normal.Dot(a - ray.origin) / denom;
     const int* pair = pairs[DroppedAxis(normal)];
-    return InsideOnPair(ray, a, b, c, t, pair[0], pair[1]) ? RayHit(true, t) : RayHit(false, 0.0f);
+    const bool inside = ((denom > 1.1920929e-7f && negativeSide) || (denom < -1.1920929e-7f && positiveSide)) &&
+                        !(t < 0.0f) && InsideOnPair(ray, a, b, c, t, pair[0], pair[1]);
+    return inside ? RayHit(true, t) : RayHit(false, 0.0f);
 }
 
-bool SameBits(const RayHit& x, const RayHit& y)
+::testing::AssertionResult SameBits(const RayHit& expected, const RayHit& got, int n)
 {
-    return x.hit == y.hit && std::memcmp(&x.distance, &y.distance, sizeof(float)) == 0;
+    if (expected.hit == got.hit && std::memcmp(&expected.distance, &got.distance, sizeof(float)) == 0)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << n << ": " << got.hit << " " << got.distance << ", not " << expected.hit
+                                         << " " << expected.distance;
 }
 
 TEST(Intersection, KernelsGiveTheDefinitionsBits)
@@ -286,15 +247,23 @@ TEST(Intersection, KernelsGiveTheDefinitionsBits)
     std::mt19937 rng(33);
     std::uniform_real_distribution<float> u(-4.0f, 4.0f), unit(0.0f, 1.0f);
     auto grid = [&](int span) { return static_cast<float>(static_cast<int>(rng() % (2 * span + 1)) - span); };
-    const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
-    const float specials[] = {0.0f, -0.0f, nan, inf, -inf, 1e-40f, -1e-40f, 3e38f};
-    auto special = [&] { return specials[rng() % 8]; };
+    const float specials[] = {0.0f,
+                              -0.0f,
+                              std::numeric_limits<float>::quiet_NaN(),
+                              std::numeric_limits<float>::infinity(),
+                              -std::numeric_limits<float>::infinity(),
+                              1e-40f,
+                              -1e-40f,
+                              3e38f};
+    auto spoil = [&](Vector3& origin, Vector3& direction) {
+        (rng() % 2 ? origin : direction)[static_cast<int>(rng() % 3)] = specials[rng() % 8];
+    };
 
     // Boxes: corners and origins on a grid of small integers, rays aimed at grid points of
     // the box, so that faces, edges, corners and equal distances come up; then free floats,
     // and now and then a coordinate that is not finite.
-    int boxHits = 0, boxFaceHits = 0;
     const int boxRays = 20000;
+    int boxHits = 0, boxFaceHits = 0, intervalFaceHits = 0;
     for (int n = 0; n < boxRays; ++n)
     {
         const Vector3 lo(grid(2), grid(2), grid(2));
@@ -306,27 +275,33 @@ TEST(Intersection, KernelsGiveTheDefinitionsBits)
         if (n % 4 == 1)
             origin = Vector3(u(rng), u(rng), u(rng)), direction = Vector3(u(rng), u(rng), u(rng));
         if (n % 16 == 3)
-            (rng() % 2 ? origin : direction)[static_cast<int>(rng() % 3)] = special();
+            spoil(origin, direction);
         const BoundingBox box = n % 50 == 7   ? BoundingBox::Infinite()
                                 : n % 50 == 8 ? BoundingBox()
                                               : BoundingBox(lo, hi);
-        const Ray ray(origin, direction);
-        const RayHit expected = BoxFaceByFace(ray, box), got = IntersectRayBox(ray, box);
-        ASSERT_TRUE(SameBits(expected, got))
-            << n << ": " << got.hit << " " << got.distance << ", not " << expected.hit << " " << expected.distance;
+        const RayHit expected = BoxFaceByFace(Ray(origin, direction), box);
+        ASSERT_TRUE(SameBits(expected, IntersectRayBox(Ray(origin, direction), box), n));
         boxHits += expected.hit;
         boxFaceHits += expected.hit && expected.distance > 0.0f;
+        // The slabs clipped in turn find the same entry for free rays, which meet no edge.
+        float d1 = -1.0f, d2 = -1.0f;
+        if (n % 4 == 1 && box.IsFinite())
+        {
+            ASSERT_EQ(expected.hit, IntersectRayBoxInterval(Ray(origin, direction), box, &d1, &d2)) << n;
+            EXPECT_NEAR(expected.distance, expected.hit ? d1 : 0.0f, 1e-5f * std::max(1.0f, d1)) << n;
+            intervalFaceHits += expected.hit && d1 > 0.0f;
+        }
     }
     EXPECT_GT(boxFaceHits, boxRays / 4);
     EXPECT_GT(boxHits - boxFaceHits, boxRays / 50);
+    EXPECT_GT(intervalFaceHits, boxRays / 200);
 
     // Triangles: tilted ones, rays aimed at points on their edges and inside them, the
     // normal computed or given (that one, a multiple, another), either side allowed. Near
     // an edge the three projections can disagree; counted per dropped axis, so that the
     // choice of the pair is seen to matter for each.
-    int triangleHits = 0;
-    int choiceMatters[3] = {0, 0, 0};
     const int triangles = 20000;
+    int triangleHits = 0, choiceMatters[3] = {0, 0, 0};
     for (int n = 0; n < triangles; ++n)
     {
         const Vector3 a(u(rng), u(rng), u(rng)), b(u(rng), u(rng), u(rng)), c(u(rng), u(rng), u(rng));
@@ -335,28 +310,19 @@ TEST(Intersection, KernelsGiveTheDefinitionsBits)
         Vector3 origin(u(rng) * 2.0f, u(rng) * 2.0f, u(rng) * 2.0f);
         Vector3 direction = (target - origin) * (0.5f + unit(rng));
         if (n % 16 == 5)
-            (rng() % 2 ? origin : direction)[static_cast<int>(rng() % 3)] = special();
+            spoil(origin, direction);
         const Ray ray(origin, direction);
         const Vector3 own = (b - a).Cross(c - a);
         const Vector3 given = n % 3 == 0 ? own : n % 3 == 1 ? own * -2.5f : Vector3(u(rng), u(rng), u(rng));
-        const bool positiveSide = rng() % 4 != 0, negativeSide = rng() % 4 != 0;
-
-        const RayHit expected = TriangleByPair(ray, a, b, c, own, positiveSide, negativeSide);
-        const RayHit got = IntersectRayTriangle(ray, a, b, c, positiveSide, negativeSide);
-        ASSERT_TRUE(SameBits(expected, got))
-            << n << ": " << got.hit << " " << got.distance << ", not " << expected.hit << " " << expected.distance;
-        const RayHit expectedGiven = TriangleByPair(ray, a, b, c, given, positiveSide, negativeSide);
-        const RayHit gotGiven = IntersectRayTriangle(ray, a, b, c, given, positiveSide, negativeSide);
-        ASSERT_TRUE(SameBits(expectedGiven, gotGiven))
-            << n << ": " << gotGiven.hit << " " << gotGiven.distance << ", not " << expectedGiven.hit << " "
-            << expectedGiven.distance;
+        const bool front = rng() % 4 != 0, back = rng() % 4 != 0;
+        const RayHit expected = TriangleByPair(ray, a, b, c, own, front, back);
+        ASSERT_TRUE(SameBits(expected, IntersectRayTriangle(ray, a, b, c, front, back), n));
+        ASSERT_TRUE(SameBits(TriangleByPair(ray, a, b, c, given, front, back),
+                             IntersectRayTriangle(ray, a, b, c, given, front, back), n));
         triangleHits += expected.hit;
-
         const float t = own.Dot(a - ray.origin) / own.Dot(ray.direction);
-        const bool onPairs[3] = {InsideOnPair(ray, a, b, c, t, 1, 2), InsideOnPair(ray, a, b, c, t, 0, 2),
-                                 InsideOnPair(ray, a, b, c, t, 1, 0)};
-        if (!(onPairs[0] == onPairs[1] && onPairs[1] == onPairs[2]))
-            ++choiceMatters[DroppedAxis(own)];
+        const bool yz = InsideOnPair(ray, a, b, c, t, 1, 2), xz = InsideOnPair(ray, a, b, c, t, 0, 2);
+        choiceMatters[DroppedAxis(own)] += yz != xz || xz != InsideOnPair(ray, a, b, c, t, 1, 0);
     }
     EXPECT_GT(triangleHits, triangles / 5);
     for (int axis = 0; axis < 3; ++axis)
